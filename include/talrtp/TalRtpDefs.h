@@ -1,0 +1,53 @@
+// Names that every other header of the library uses: the export macro, the fixed-width integer names, the
+// limits and codes that several classes share, and the byte-order helpers.
+//
+// All multi-byte fields of RTP, FEC and RTCP headers are big-endian ("network order"). The packet classes
+// convert in place, so a host needs these helpers only when it reads or writes such fields on its own.
+
+#ifndef TALRTP_TALRTPDEFS_H
+#define TALRTP_TALRTPDEFS_H
+
+#include <cstdint>
+
+// Marks what the shared library exports; everything else is hidden.
+#define TALRTP_API __attribute__((visibility("default")))
+
+namespace talrtp {
+
+typedef std::int8_t _int8_t;
+typedef std::uint8_t _uint8_t;
+typedef std::int16_t _int16_t;
+typedef std::uint16_t _uint16_t;
+typedef std::int32_t _int32_t;
+typedef std::uint32_t _uint32_t;
+typedef std::int64_t _int64_t;
+typedef std::uint64_t _uint64_t;
+
+// The FEC type of a session, argument of `ITalRTPSession::SetFecType`.
+constexpr unsigned int RTP_FEC_XOR = 0;  // one XOR parity packet over up to 24 media packets (RFC 2733)
+constexpr unsigned int RTP_FEC_RS = 1;   // Reed-Solomon parity packets over up to 255 packets; the default
+
+// The largest block, in bytes, that the Reed-Solomon codec encodes or decodes.
+constexpr int MAX_PACKET_SIZE = 1600;
+
+// Reverses the order of the `size` bytes at `data`, in place. The middle byte of an odd size stays.
+// Borrows `data`, which is not null. Asserts size > 0.
+TALRTP_API void tal_swap(void* data, int size);
+
+// Returns a network-order 32-bit value in host order.
+TALRTP_API unsigned int tal_net_to_host_long(unsigned int value);
+// Returns a network-order 16-bit value in host order.
+TALRTP_API unsigned short tal_net_to_host_short(unsigned short value);
+// Returns a host-order 32-bit value in network order.
+TALRTP_API unsigned int tal_host_to_net_long(unsigned int value);
+// Returns a host-order 16-bit value in network order.
+TALRTP_API unsigned short tal_host_to_net_short(unsigned short value);
+
+// Returns the next value of the C library's `rand` that is not 0. The first call seeds the generator with
+// `srand` from the wall clock: the seconds ORed with the NTP fraction. Suits initial sequence numbers
+// (RFC 3550, 5.1); not a source of secrets.
+TALRTP_API unsigned int random32();
+
+}  // namespace talrtp
+
+#endif  // TALRTP_TALRTPDEFS_H
