@@ -1,0 +1,112 @@
+// The RTCP stack behind TalCreateRTCPStack, for hosts that link its class directly: besides the operations of
+// ITalRTCPStack it offers the single fields of a packet, to write and to read.
+//
+// The class has no data members; one object may serve any number of threads as long as they write to
+// different buffers. The field operations look at no length: the caller provides the room, and the bytes to
+// be read.
+
+#ifndef TALRTP_TALRTCPSTACK_H
+#define TALRTP_TALRTCPSTACK_H
+
+#include <talrtp/ITalRTCPStack.h>
+#include <talrtp/TalRtpDefs.h>
+
+#include <cstdint>
+
+namespace talrtp {
+
+class TALRTP_API CTalRTCPStack : public ITalRTCPStack {
+public:
+    std::int64_t CreateSenderReportPacket(unsigned int ssrc, _SenderInfo* senderInfo, _ReportBlock* blocks,
+                                          int count, unsigned char* buf, int& len) override;
+    std::int64_t CreateReceiverReportPacket(unsigned int ssrc, _ReportBlock* blocks, int count,
+                                            unsigned char* buf, int& len) override;
+    std::int64_t CreateSdesPacket(_SdesItem* items, int count, unsigned char* buf, int& len) override;
+    std::int64_t CreateByePacket(unsigned int* ssrcs, int count, unsigned char* buf, int& len) override;
+    std::int64_t CreateAppPacket(unsigned int ssrc, unsigned char subtype, unsigned char* name,
+                                 unsigned char* data, int dataLen, unsigned char* buf, int& len) override;
+    std::int64_t CreateRTPFBPacket(unsigned int senderSsrc, unsigned int mediaSsrc, unsigned char fmt,
+                                   unsigned char* fci, int fciLen, unsigned char* buf, int& len) override;
+    std::int64_t CreatePSFBPacket(unsigned int senderSsrc, unsigned int mediaSsrc, unsigned char fmt,
+                                  unsigned char* fci, int fciLen, unsigned char* buf, int& len) override;
+    std::int64_t CreateCompoundPacket(unsigned char** packets, int* lengths, int count, unsigned char* buf,
+                                      int& len) override;
+
+    std::int64_t InputReceivedRtcpData(ITalRTCPStackSink* sink, unsigned char* buf, int len) override;
+
+    bool IsValidRtcpPacket(unsigned char* buf, int len) override;
+    unsigned int GetRtcpPacketType(unsigned char* buf, int len) override;
+    unsigned int GetRtcpPacketSsrc(unsigned char* buf, int len) override;
+    unsigned int GetReportBlockCount(unsigned char* buf, int len) override;
+    std::int64_t GetReportBlock(unsigned char* buf, int len, _ReportBlock* blocks, int& count) override;
+    std::int64_t GetReportSenderInfo(unsigned char* buf, int len, _SenderInfo* info) override;
+    std::int64_t GetReportExtension(unsigned char* buf, int len, unsigned char*& extension,
+                                    int& extensionLen) override;
+    unsigned int GetSdesItemCount(unsigned char* buf, int len) override;
+    std::int64_t GetSdesItem(unsigned char* buf, int len, _SdesItem* items, int& count) override;
+    unsigned int GetByeSsrcCount(unsigned char* buf, int len) override;
+    std::int64_t GetByeSsrc(unsigned char* buf, int len, unsigned int* ssrcs, int& count) override;
+    unsigned int GetAppSubType(unsigned char* buf, int len) override;
+    std::int64_t GetAppName(unsigned char* buf, int len, unsigned char* name) override;
+    std::int64_t GetAppData(unsigned char* buf, int len, unsigned char*& data, int& dataLen) override;
+    unsigned int GetRTPFBSubType(unsigned char* buf, int len) override;
+    unsigned int GetPSFBSubType(unsigned char* buf, int len) override;
+    std::int64_t GetFBSsrc(unsigned char* buf, int len, unsigned int& senderSsrc,
+                           unsigned int& mediaSsrc) override;
+    std::int64_t GetFBFCIData(unsigned char* buf, int len, unsigned char*& fci, int& fciLen) override;
+
+    // Field writers. `buf` is the first byte of the packet, except where a field's own place is asked for.
+    // They
+    // **borrow** their pointers; with a null pointer they write nothing, and those that count bytes return 0.
+
+    // Sets the version, bits 7 and 6 of byte 0. Of `version` the low 2 bits are used.
+    void SetVersion(unsigned char version, unsigned char* buf);
+    // Sets or clears the padding flag, bit 5 of byte 0.
+    void SetPaddingFlag(bool padding, unsigned char* buf);
+    // Sets the count, bits 4 to 0 of byte 0. Of `count` the low 5 bits are used.
+    void SetPayloadCount(unsigned char count, unsigned char* buf);
+    // Sets the subtype or feedback message type, which has the place of the count.
+    void SetSubType(unsigned char subtype, unsigned char* buf);
+    // Sets the packet type, byte 1.
+    void SetPayloadType(unsigned char type, unsigned char* buf);
+    // Writes `ssrc`, in host order, to the 4 bytes at `place`.
+    void SetSyncSource(unsigned int ssrc, unsigned char* place);
+    // Sets the length field to the 32-bit words that `length` bytes fill, the last one perhaps in part. The
+    // header counts too. A 16-bit length: of a packet of 65536 bytes or more only the remainder is declared.
+    void SetPacketLength(unsigned short length, unsigned char* buf);
+    // Writes the 20 bytes of a sender info to `place`. Returns 20.
+    int SetSenderInfo(_SenderInfo* info, unsigned char* place);
+    // Writes the 24 bytes of a report block to `place`. Returns 24.
+    int SetReportBlock(_ReportBlock* block, unsigned char* place);
+    // Writes an item to `place`: 6 bytes and its text, no padding. Returns their number, 6 to 261.
+    int SetSdesItem(_SdesItem* item, unsigned char* place);
+
+    // Field readers, the same in reverse. A null pointer yields 0 and leaves the record alone.
+
+    // Returns the version, 0..3.
+    unsigned char GetVersion(unsigned char* buf);
+    // Returns the padding flag, 0 or 1.
+    unsigned char GetPaddingFlag(unsigned char* buf);
+    // Returns the count, 0..31.
+    unsigned char GetPayloadCount(unsigned char* buf);
+    // Returns the subtype or feedback message type, 0..31.
+    unsigned char GetSubType(unsigned char* buf);
+    // Returns the packet type.
+    unsigned char GetPayloadType(unsigned char* buf);
+    // Returns the SSRC in the 4 bytes at `place`, in host order.
+    unsigned int GetSyncSource(unsigned char* place);
+    // Returns the length field as it stands: 32-bit words of the whole packet.
+    unsigned short GetPacketLength(unsigned char* buf);
+    // Reads the 20 bytes of a sender info at `place`. Returns 20.
+    int GetSenderInfo(unsigned char* place, _SenderInfo* info);
+    // Reads the 24 bytes of a report block at `place`. Returns 24.
+    int GetReportBlock(unsigned char* place, _ReportBlock* block);
+    // Reads an item at `place`: 6 bytes and its text. Of `item->data` only the text is written. Returns their
+    // number rounded up to a multiple of 4, the distance to the next item.
+    int GetSdesItem(unsigned char* place, _SdesItem* item);
+};
+static_assert(sizeof(CTalRTCPStack) == sizeof(void*), "the stack keeps nothing");
+
+}  // namespace talrtp
+
+#endif  // TALRTP_TALRTCPSTACK_H
