@@ -1,0 +1,507 @@
+#include <talrtp/RsFec.h>
+
+#include "RsModelCache.h"
+#include "TalRtpTraceLine.h"
+#include "kernels/XorKernel.h"
+
+#include <algorithm>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <new>
+
+namespace talrtp {
+
+// ---------------------------------------------------------------------------------------------------------
+// The field
+
+namespace {
+
+constexpr int kFieldSize = 256;   // elements, zero included
+constexpr int kGroupOrder = 255;  // alpha^255 = 1
+constexpr int kReduction = 0x1D;  // x^8 = x^4 + x^3 + x^2 + 1
+
+struct stPowers {
+    unsigned char exp[2 * kGroupOrder];
+    int log[kFieldSize];
+};
+
+constexpr stPowers makePowers() {
+    stPowers powers{};
+    int power = 1;
+    for (int i = 0; i < kGroupOrder; ++i) {
+        powers.exp[i] = static_cast<unsigned char>(power);
+        powers.exp[i + kGroupOrder] = static_cast<unsigned char>(power);
+        powers.log[power] = i;
+        power <<= 1;
+        if (power >= kFieldSize) {
+            power ^= kFieldSize | kReduction;
+        }
+    }
+    powers.log[0] = kGroupOrder;
+    return powers;
+}
+
+constexpr stPowers kPowers = makePowers();
+
+constexpr unsigned char product(int a, int b) {
+    return (a == 0 || b == 0) ? 0 : kPowers.exp[kPowers.log[a] + kPowers.log[b]];
+}
+
+constexpr unsigned char quotient(int a, int b) {
+    return (a == 0 || b == 0) ? 0 : kPowers.exp[kPowers.log[a] + kGroupOrder - kPowers.log[b]];
+}
+
+}  // namespace
+
+// An array takes no initializer from a function, so each element is spelled out: GF_EACH(f, a) is the list
+// f(a, 0x00), ..., f(a, 0xFF). A macro does not expand within itself, hence the second pair for the rows.
+// clang-format off
+#define GF_SIXTEEN(f, a, d)                                                                               \
+    f(a, d##0), f(a, d##1), f(a, d##2), f(a, d##3), f(a, d##4), f(a, d##5), f(a, d##6), f(a, d##7),       \
+    f(a, d##8), f(a, d##9), f(a, d##A), f(a, d##B), f(a, d##C), f(a, d##D), f(a, d##E), f(a, d##F)
+#define GF_EACH(f, a)                                                                                     \
+    GF_SIXTEEN(f, a, 0x0), GF_SIXTEEN(f, a, 0x1), GF_SIXTEEN(f, a, 0x2), GF_SIXTEEN(f, a, 0x3),           \
+    GF_SIXTEEN(f, a, 0x4), GF_SIXTEEN(f, a, 0x5), GF_SIXTEEN(f, a, 0x6), GF_SIXTEEN(f, a, 0x7),           \
+    GF_SIXTEEN(f, a, 0x8), GF_SIXTEEN(f, a, 0x9), GF_SIXTEEN(f, a, 0xA), GF_SIXTEEN(f, a, 0xB),           \
+    GF_SIXTEEN(f, a, 0xC), GF_SIXTEEN(f, a, 0xD), GF_SIXTEEN(f, a, 0xE), GF_SIXTEEN(f, a, 0xF)
+#define GF_SIXTEEN_ROWS(f, d)                                                                             \
+    {GF_EACH(f, d##0)}, {GF_EACH(f, d##1)}, {GF_EACH(f, d##2)}, {GF_EACH(f, d##3)},                       \
+    {GF_EACH(f, d##4)}, {GF_EACH(f, d##5)}, {GF_EACH(f, d##6)}, {GF_EACH(f, d##7)},                       \
+    {GF_EACH(f, d##8)}, {GF_EACH(f, d##9)}, {GF_EACH(f, d##A)}, {GF_EACH(f, d##B)},                       \
+    {GF_EACH(f, d##C)}, {GF_EACH(f, d##D)}, {GF_EACH(f, d##E)}, {GF_EACH(f, d##F)}
+#define GF_EACH_ROW(f)                                                                                    \
+    GF_SIXTEEN_ROWS(f, 0x0), GF_SIXTEEN_ROWS(f, 0x1), GF_SIXTEEN_ROWS(f, 0x2), GF_SIXTEEN_ROWS(f, 0x3),   \
+    GF_SIXTEEN_ROWS(f, 0x4), GF_SIXTEEN_ROWS(f, 0x5), GF_SIXTEEN_ROWS(f, 0x6), GF_SIXTEEN_ROWS(f, 0x7),   \
+    GF_SIXTEEN_ROWS(f, 0x8), GF_SIXTEEN_ROWS(f, 0x9), GF_SIXTEEN_ROWS(f, 0xA), GF_SIXTEEN_ROWS(f, 0xB),   \
+    GF_SIXTEEN_ROWS(f, 0xC), GF_SIXTEEN_ROWS(f, 0xD), GF_SIXTEEN_ROWS(f, 0xE), GF_SIXTEEN_ROWS(f, 0xF)
+#define GF_POWER(unused, i) kPowers.exp[i]
+#define GF_LOGARITHM(unused, i) kPowers.log[i]
+
+bool m_bInited = false;
+
+const unsigned char gf_exp[510] = {
+    GF_EACH(GF_POWER, ),
+    GF_SIXTEEN(GF_POWER, , 0x10), GF_SIXTEEN(GF_POWER, , 0x11), GF_SIXTEEN(GF_POWER, , 0x12),
+    GF_SIXTEEN(GF_POWER, , 0x13), GF_SIXTEEN(GF_POWER, , 0x14), GF_SIXTEEN(GF_POWER, , 0x15),
+    GF_SIXTEEN(GF_POWER, , 0x16), GF_SIXTEEN(GF_POWER, , 0x17), GF_SIXTEEN(GF_POWER, , 0x18),
+    GF_SIXTEEN(GF_POWER, , 0x19), GF_SIXTEEN(GF_POWER, , 0x1A), GF_SIXTEEN(GF_POWER, , 0x1B),
+    GF_SIXTEEN(GF_POWER, , 0x1C), GF_SIXTEEN(GF_POWER, , 0x1D), GF_SIXTEEN(GF_POWER, , 0x1E),
+    kPowers.exp[496], kPowers.exp[497], kPowers.exp[498], kPowers.exp[499], kPowers.exp[500],
+    kPowers.exp[501], kPowers.exp[502], kPowers.exp[503], kPowers.exp[504], kPowers.exp[505],
+    kPowers.exp[506], kPowers.exp[507], kPowers.exp[508], kPowers.exp[509],
+};
+const int gf_log[256] = {GF_EACH(GF_LOGARITHM, )};
+const unsigned char gf_mul_table[256][256] = {GF_EACH_ROW(product)};
+const unsigned char gf_div_table[256][256] = {GF_EACH_ROW(quotient)};
+// clang-format on
+
+#undef GF_LOGARITHM
+#undef GF_POWER
+#undef GF_EACH_ROW
+#undef GF_SIXTEEN_ROWS
+#undef GF_EACH
+#undef GF_SIXTEEN
+
+unsigned char gf_divide(unsigned char a, unsigned char b) {
+    if (b == 0) {
+        return 0;
+    }
+    // Compatibility: a = 0 is not set apart. Its logarithm counts as 255, so that 0 / b is the inverse of b.
+    return gf_exp[(kGroupOrder + gf_log[a] - gf_log[b]) % kGroupOrder];
+}
+
+void gf_add(unsigned char* dst, unsigned char* src, int size) {
+    if (size > 0) {
+        // Compatibility: whole groups of 16 bytes only.
+        xorBlocks(dst, dst, src, static_cast<std::size_t>(size) / 16 * 16);
+    }
+}
+
+void gf_addmul(unsigned char* dst, unsigned char* src, unsigned char c, int size) {
+    if (c == 0) {
+        return;
+    }
+    for (int i = 0; i < size; ++i) {
+        dst[i] = static_cast<unsigned char>(dst[i] ^ gf_mul_table[c][src[i]]);
+    }
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// Models
+
+namespace {
+
+// The point that row `row` of the Vandermonde matrix is made of: 0, 1, alpha, alpha^2, ...
+unsigned char getPoint(int row) {
+    return row == 0 ? 0 : gf_exp[row - 1];
+}
+
+// Returns the logarithm of the product of x - x_m over the points m < k, except the point x itself.
+int getLogOfDistances(unsigned char x, int k) {
+    int sum = 0;
+    for (int m = 0; m < k; ++m) {
+        const unsigned char distance = x ^ getPoint(m);
+        sum += distance == 0 ? 0 : gf_log[distance];
+    }
+    return sum % kGroupOrder;
+}
+
+// Row x of the Vandermonde matrix times the inverse of its top part takes the values of a polynomial at the
+// first k points to its value at x, so its coefficients are those of Lagrange's interpolation:
+//   c_j = product over m < k, m != j, of (x - x_m) / (x_j - x_m)
+void fillParityRow(unsigned char* row, unsigned char x, const int* logOfDistances, int k) {
+    const int logOfAll = getLogOfDistances(x, k);
+    for (int j = 0; j < k; ++j) {
+        const int logOfDivisor = gf_log[x ^ getPoint(j)] + logOfDistances[j];
+        row[j] = gf_exp[(logOfAll - logOfDivisor + 2 * kGroupOrder) % kGroupOrder];
+    }
+}
+
+}  // namespace
+
+int CRsFec::InitRsCoding() {
+    m_bInited = true;
+    return 0;
+}
+
+rs_param_* CRsFec::CreateRsModel(int k, int n) {
+    InitRsCoding();
+    if (k < 1 || n < k || n > kFieldSize) {
+        return nullptr;
+    }
+    const std::size_t width = static_cast<std::size_t>(k);
+    const std::size_t size = width * static_cast<std::size_t>(n);
+    std::unique_ptr<rs_param_> model(new (std::nothrow) rs_param_{k, n, nullptr});
+    std::unique_ptr<unsigned char[]> matrix(new (std::nothrow) unsigned char[size]);
+    if (!model || !matrix) {
+        return nullptr;
+    }
+
+    std::memset(matrix.get(), 0, width * width);
+    int logOfDistances[kFieldSize];
+    for (int j = 0; j < k; ++j) {
+        matrix[static_cast<std::size_t>(j) * (width + 1)] = 1;
+        logOfDistances[j] = getLogOfDistances(getPoint(j), k);
+    }
+    for (int row = k; row < n; ++row) {
+        fillParityRow(&matrix[static_cast<std::size_t>(row) * width], getPoint(row), logOfDistances, k);
+    }
+    model->enc_matrix = matrix.release();
+    return model.release();
+}
+
+void CRsFec::DeleteRsModel(rs_param_* model) {
+    if (model != nullptr) {
+        delete[] model->enc_matrix;
+        delete model;
+    }
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// Encoding
+
+namespace {
+
+// Blocks that are added up with a coefficient each. A block counts as zero behind its own size.
+struct stBlocks {
+    unsigned char* const* data;
+    const int* sizes;
+    int count;
+};
+
+int getLargestSize(const int* sizes, int count) {
+    return *std::max_element(sizes, sizes + count);
+}
+
+void combineBlocks(unsigned char* dst, const stBlocks& blocks, const unsigned char* coefficients,
+                   int length) {
+    std::memset(dst, 0, static_cast<std::size_t>(std::max(length, 0)));
+    for (int j = 0; j < blocks.count; ++j) {
+        gf_addmul(dst, blocks.data[j], coefficients[j], blocks.sizes[j]);
+    }
+}
+
+void encodeBlocks(const rs_param_& model, const stBlocks& sources, int length, unsigned char** dst) {
+    for (int row = model.k; row < model.n; ++row) {
+        combineBlocks(dst[row - model.k], sources, model.enc_matrix + row * model.k, length);
+    }
+}
+
+}  // namespace
+
+int CRsFec::Encode(rs_param_* model, unsigned char** src, int size, unsigned char** dst) {
+    if (size > MAX_PACKET_SIZE) {
+        TAL_TRACE(WARNING,
+                  "CRsFec::Encode, packet size is " << size << ", bigger than MAX_PACKET_SIZE, skip it!");
+        return 1;
+    }
+    int sizes[kFieldSize];
+    std::fill_n(sizes, model->k, size);
+    encodeBlocks(*model, {src, sizes, model->k}, size, dst);
+    return 0;
+}
+
+int CRsFec::Encode(rs_param_* model, unsigned char** src, int* sizes, unsigned char** dst) {
+    const int maxSize = getLargestSize(sizes, model->k);
+    if (maxSize > MAX_PACKET_SIZE) {
+        TAL_TRACE(WARNING, "CRsFec::Encode, max packet size is "
+                               << maxSize << ", bigger than MAX_PACKET_SIZE, skip it!");
+        return 1;
+    }
+    encodeBlocks(*model, {src, sizes, model->k}, maxSize, dst);
+    return 0;
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// The decoding matrix
+
+namespace {
+
+// A square matrix over the field, row by row, in borrowed memory.
+class CSquareMatrix {
+public:
+    CSquareMatrix(unsigned char* data, int width) : m_data(data), m_width(width) {}
+
+    int width() const { return m_width; }
+    unsigned char* row(int r) { return m_data + r * m_width; }
+    unsigned char& at(int r, int c) { return m_data[r * m_width + c]; }
+
+    void swapRows(int a, int b) { std::swap_ranges(row(a), row(a) + m_width, row(b)); }
+    void swapColumns(int a, int b) {
+        for (int r = 0; r < m_width; ++r) {
+            std::swap(at(r, a), at(r, b));
+        }
+    }
+
+private:
+    unsigned char* m_data;
+    int m_width;
+};
+
+// Moves each source position in `index` to its own place and records the exchanges in `perm`. False when a
+// position is negative or a source position occurs twice.
+bool shufflePositions(int* index, int* perm, int k) {
+    for (int i = 0; i < k; ++i) {
+        perm[i] = i;
+    }
+    int i = 0;
+    while (i < k) {
+        const int c = index[i];
+        if (c < 0) {
+            return false;
+        }
+        if (c >= k || c == i) {
+            ++i;
+            continue;
+        }
+        if (index[c] == c) {
+            return false;
+        }
+        std::swap(index[i], index[c]);
+        std::swap(perm[i], perm[c]);
+    }
+    return true;
+}
+
+// Undoes `shufflePositions` and orders the columns as the positions are.
+void unshufflePositions(CSquareMatrix& matrix, int* index, int* perm) {
+    int i = 0;
+    while (i < matrix.width()) {
+        const int j = perm[i];
+        if (j == i) {
+            ++i;
+            continue;
+        }
+        matrix.swapColumns(i, j);
+        std::swap(index[i], index[j]);
+        std::swap(perm[i], perm[j]);
+    }
+}
+
+bool fillRows(CSquareMatrix& matrix, const rs_param_& model, const int* index) {
+    for (int i = 0; i < model.k; ++i) {
+        if (index[i] >= model.n) {
+            return false;
+        }
+        std::memcpy(matrix.row(i), model.enc_matrix + index[i] * model.k, static_cast<std::size_t>(model.k));
+    }
+    return true;
+}
+
+bool isUnitRow(const unsigned char* row, int col, int width) {
+    for (int c = 0; c < width; ++c) {
+        if (row[c] != (c == col ? 1 : 0)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Returns the first row from `col` on that has an entry in column `col`, or the width when there is none.
+int findPivotRow(CSquareMatrix& matrix, int col) {
+    int r = col;
+    while (r < matrix.width() && matrix.at(r, col) == 0) {
+        ++r;
+    }
+    return r;
+}
+
+// Scales the pivot row so that the pivot becomes 1 and clears the column in all other rows, in place: the
+// column takes the entries of the inverse.
+void eliminateColumn(CSquareMatrix& matrix, int col) {
+    unsigned char* const pivotRow = matrix.row(col);
+    const unsigned char inverse = gf_div_table[1][pivotRow[col]];
+    pivotRow[col] = 1;
+    for (int c = 0; c < matrix.width(); ++c) {
+        pivotRow[c] = gf_mul_table[inverse][pivotRow[c]];
+    }
+    for (int r = 0; r < matrix.width(); ++r) {
+        const unsigned char factor = matrix.at(r, col);
+        if (r != col && factor != 0) {
+            matrix.at(r, col) = 0;
+            gf_addmul(matrix.row(r), pivotRow, factor, matrix.width());
+        }
+    }
+}
+
+// Inverts the matrix in place by Gauss-Jordan elimination. False when it is singular.
+bool invert(CSquareMatrix& matrix) {
+    int swappedWith[kFieldSize];
+    for (int col = 0; col < matrix.width(); ++col) {
+        const int pivotRow = findPivotRow(matrix, col);
+        if (pivotRow == matrix.width()) {
+            return false;
+        }
+        swappedWith[col] = pivotRow;
+        if (pivotRow != col) {
+            matrix.swapRows(pivotRow, col);
+        }
+        if (!isUnitRow(matrix.row(col), col, matrix.width())) {
+            eliminateColumn(matrix, col);
+        }
+    }
+    for (int col = matrix.width() - 1; col >= 0; --col) {
+        if (swappedWith[col] != col) {
+            matrix.swapColumns(swappedWith[col], col);
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+int bld_dec_mat(rs_param_* model, unsigned char* matrix, int* index) {
+    int perm[kFieldSize];
+    if (!shufflePositions(index, perm, model->k)) {
+        return -1;
+    }
+    CSquareMatrix decoding(matrix, model->k);
+    if (!fillRows(decoding, *model, index) || !invert(decoding)) {
+        return -1;
+    }
+    unshufflePositions(decoding, index, perm);
+    return 0;
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// Decoding
+
+namespace {
+
+int decodeBlocks(rs_param_& model, const stBlocks& blocks, int length, int* index, unsigned char** out,
+                 const int* lost, int lostCount) {
+    unsigned char matrix[kFieldSize * kFieldSize];
+    if (bld_dec_mat(&model, matrix, index) != 0) {
+        return 1;
+    }
+    for (int r = 0; r < lostCount; ++r) {
+        combineBlocks(out[r], blocks, matrix + lost[r] * model.k, length);
+    }
+    return 0;
+}
+
+}  // namespace
+
+int CRsFec::Decode(rs_param_* model, unsigned char** blocks, int size, int* index, unsigned char** out,
+                   int* lost, int lostCount) {
+    if (size > MAX_PACKET_SIZE) {
+        TAL_TRACE(WARNING,
+                  "CRsFec::Decode, packet size is " << size << ", bigger than MAX_PACKET_SIZE, skip it!");
+        return 1;
+    }
+    int sizes[kFieldSize];
+    std::fill_n(sizes, model->k, size);
+    return decodeBlocks(*model, {blocks, sizes, model->k}, size, index, out, lost, lostCount);
+}
+
+int CRsFec::Decode(rs_param_* model, unsigned char** blocks, int* sizes, int* index, unsigned char** out,
+                   int* lost, int lostCount) {
+    const int maxSize = getLargestSize(sizes, model->k);
+    if (maxSize > MAX_PACKET_SIZE) {
+        TAL_TRACE(WARNING, "CRsFec::Decode, max packet size is "
+                               << maxSize << ", bigger than MAX_PACKET_SIZE, skip it!");
+        return 1;
+    }
+    return decodeBlocks(*model, {blocks, sizes, model->k}, maxSize, index, out, lost, lostCount);
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// The model cache
+
+namespace {
+
+// Key: k in the upper and n in the lower 16 bits. Owns the models; null stands for a refused pair.
+std::map<unsigned int, rs_param_*> s_rsModelMap;
+std::size_t s_rsModelCount = 0;  // entries that are not null
+unsigned int s_rsRetainCount = 0;
+
+unsigned int makeModelKey(int k, int n) {
+    return (static_cast<unsigned int>(k) << 16) | (static_cast<unsigned int>(n) & 0xFFFF);
+}
+
+}  // namespace
+
+rs_param_* GetRsModel(int k, int n) {
+    rs_param_*& model = s_rsModelMap[makeModelKey(k, n)];
+    if (model == nullptr) {
+        model = CRsFec::CreateRsModel(k, n);
+        s_rsModelCount += model != nullptr ? 1 : 0;
+    }
+    return model;
+}
+
+unsigned RsMapRetain() {
+    if (s_rsRetainCount == 0) {
+        RsMapClear();
+    }
+    return ++s_rsRetainCount;
+}
+
+void RsMapRelease() {
+    if (s_rsRetainCount <= 1) {
+        s_rsRetainCount = 0;
+        RsMapClear();
+        return;
+    }
+    --s_rsRetainCount;
+}
+
+void RsMapClear() {
+    for (const auto& entry : s_rsModelMap) {
+        CRsFec::DeleteRsModel(entry.second);
+    }
+    s_rsModelMap.clear();
+    s_rsModelCount = 0;
+}
+
+bool isRsModelCached(int k, int n) {
+    const auto entry = s_rsModelMap.find(makeModelKey(k, n));
+    return entry != s_rsModelMap.end() && entry->second != nullptr;
+}
+
+std::size_t getCachedRsModelCount() {
+    return s_rsModelCount;
+}
+
+}  // namespace talrtp
