@@ -1,0 +1,56 @@
+#include <talrtp/TalRtpDefs.h>
+#include <talrtp/TalTime.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+
+#include "TalRtpAssert.h"
+#include "TalRtpByteOrder.h"
+#include "TalRtpRandom.h"
+
+namespace talrtp {
+
+void tal_swap(void* data, int size) {
+    assert(size > 0);
+    unsigned char* const first = static_cast<unsigned char*>(data);
+    std::reverse(first, first + size);
+}
+
+unsigned int tal_net_to_host_long(unsigned int value) {
+    return convert32(value);
+}
+
+unsigned short tal_net_to_host_short(unsigned short value) {
+    return convert16(value);
+}
+
+unsigned int tal_host_to_net_long(unsigned int value) {
+    return convert32(value);
+}
+
+unsigned short tal_host_to_net_short(unsigned short value) {
+    return convert16(value);
+}
+
+unsigned int drawRandom32(bool& isSeeded) {
+    if (!isSeeded) {
+        isSeeded = true;
+        const _time_t now = _time_t::now();
+        // Compatibility: the two halves are joined by OR, not by exclusive or.
+        std::srand(static_cast<std::uint32_t>(now.getsecond()) |
+                   static_cast<std::uint32_t>(now.getfraction()));
+    }
+    int value;
+    do {
+        value = std::rand();
+    } while (value == 0);
+    return static_cast<unsigned int>(value);
+}
+
+unsigned int random32() {
+    static bool isSeeded = false;
+    return drawRandom32(isSeeded);
+}
+
+}  // namespace talrtp
