@@ -14,7 +14,8 @@ std::string tracedLine;
 
 class CComparingSink : public talrtp::ITalRTPSessionSink {
 public:
-    CComparingSink(const unsigned char* expected, int size) : m_expected(expected), m_size(size), m_matches(0) {}
+    CComparingSink(const unsigned char* expected, int size)
+        : m_expected(expected), m_size(size), m_matches(0) {}
 
     void OnReceivedRTPPacket(talrtp::CTalRtpPacket* packet) override {
         if (packet->get_payload_size() == m_size &&
