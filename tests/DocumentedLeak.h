@@ -29,8 +29,12 @@ namespace test {
 class DocumentedLeak {
 public:
 #ifdef TALRTP_TESTS_LEAKS_ARE_REPORTED
-    DocumentedLeak() { __lsan_disable(); }
-    ~DocumentedLeak() { __lsan_enable(); }
+    DocumentedLeak() {
+        __lsan_disable();
+    }
+    ~DocumentedLeak() {
+        __lsan_enable();
+    }
 #else
     DocumentedLeak() {}
     ~DocumentedLeak() {}
