@@ -1,3 +1,5 @@
+#include <talrtp/ITalRTCPStack.h>
+#include <talrtp/TalRtcpStack.h>
 #include <talrtp/TalRtpDefs.h>
 #include <talrtp/TalTime.h>
 
@@ -54,3 +56,15 @@ unsigned int random32() {
 }
 
 }  // namespace talrtp
+
+extern "C" {
+
+void TalCreateRTCPStack(talrtp::ITalRTCPStack** stack) {
+    *stack = new talrtp::CTalRTCPStack;
+}
+
+void TalDestroyRTCPStack(talrtp::ITalRTCPStack* stack) {
+    delete stack;
+}
+
+}  // extern "C"
