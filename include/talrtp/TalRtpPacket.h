@@ -230,13 +230,17 @@ public:
                                         int count);
 
 protected:
-    friend class CPacketAccess;
-
     unsigned char* m_buffer;      // owned; from malloc, with the spare bytes behind `m_bufferSize`
     _int32_t m_payloadSize;       // from the end of the header to the end of the packet, padding included
     _int32_t m_packetSize;        // the whole packet on the wire
     _int32_t m_bufferSize;        // the recorded capacity of `m_buffer`
     _packet_type_t m_packetType;  // 1 when made or reset
+
+private:
+    friend class CPacketAccess;
+
+    // **Takes** a buffer, from malloc, of `capacity` and the spare bytes; neither is touched.
+    CTalRtpPacket(unsigned char* buffer, int capacity, const CPacketAccess& access);
 };
 
 }  // namespace talrtp

@@ -133,6 +133,13 @@ CTalRtpPacket::CTalRtpPacket(CTalRtpPacket& other)
     from_buffer(other.m_buffer, other.m_packetSize);
 }
 
+CTalRtpPacket::CTalRtpPacket(unsigned char* buffer, int capacity, const CPacketAccess& /*access*/)
+    : m_buffer(buffer),
+      m_payloadSize(0),
+      m_packetSize(0),
+      m_bufferSize(capacity),
+      m_packetType(PACKET_TYPE_PLAIN) {}
+
 CTalRtpPacket& CTalRtpPacket::operator=(const CTalRtpPacket& other) {
     if (m_bufferSize < other.m_bufferSize) {
         std::free(m_buffer);
