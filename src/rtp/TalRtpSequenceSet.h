@@ -1,0 +1,170 @@
+// A set of 16-bit sequence numbers in which the next and the previous member of any number are found in a
+// constant number of steps, across the wrap-around from 65535 to 0.
+
+#ifndef TALRTP_SRC_TALRTPSEQUENCESET_H
+#define TALRTP_SRC_TALRTPSEQUENCESET_H
+
+#include <talrtp/TalRtpDefs.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+namespace talrtp {
+
+// Three levels of 64-bit words: a bit of `m_leaves` is a number, a bit of `m_groups` says that a leaf word is
+// not 0, a bit of `m_top` says that a group word is not 0.
+class CSequenceSet {
+public:
+    static constexpr unsigned int kNumbers = 65536;
+
+    // An empty set, or the set of all numbers.
+    explicit CSequenceSet(bool full) {
+        const int fill = full ? 0xff : 0;
+        std::memset(m_leaves, fill, sizeof(m_leaves));
+        std::memset(m_groups, fill, sizeof(m_groups));
+        m_top = full ? (1u << kGroups) - 1 : 0;
+        m_size = full ? kNumbers : 0;
+    }
+
+    unsigned int size() const { return m_size; }
+    bool isEmpty() const { return m_size == 0; }
+
+    bool contains(unsigned short number) const {
+        return (m_leaves[number >> kShift] >> (number & kMask) & 1) != 0;
+    }
+
+    void insert(unsigned short number) {
+        const unsigned int leaf = number >> kShift;
+        m_size += contains(number) ? 0 : 1;
+        m_leaves[leaf] |= bit(number);
+        m_groups[leaf >> kShift] |= bit(leaf);
+        m_top |= 1u << (leaf >> kShift);
+    }
+
+    void erase(unsigned short number) {
+        const unsigned int leaf = number >> kShift;
+        m_size -= contains(number) ? 1 : 0;
+        m_leaves[leaf] &= ~bit(number);
+        if (m_leaves[leaf] == 0) {
+            m_groups[leaf >> kShift] &= ~bit(leaf);
+            if (m_groups[leaf >> kShift] == 0) {
+                m_top &= ~(1u << (leaf >> kShift));
+            }
+        }
+    }
+
+    void clear() { *this = CSequenceSet(false); }
+
+    // Finds the lowest member that is not below `number`, without wrap-around; false when there is none.
+    bool findUpward(unsigned short number, unsigned short& found) const {
+        const unsigned int leaf = number >> kShift;
+        if (const _uint64_t rest = m_leaves[leaf] >> (number & kMask)) {
+            found = static_cast<unsigned short>(number + lowest(rest));
+            return true;
+        }
+        unsigned int group = leaf >> kShift;
+        _uint64_t leaves = m_groups[group] & above(leaf);
+        if (leaves == 0) {
+            const unsigned int groups = m_top & ~((2u << group) - 1);
+            if (groups == 0) {
+                return false;
+            }
+            group = lowest(groups);
+            leaves = m_groups[group];
+        }
+        const unsigned int next = (group << kShift) + lowest(leaves);
+        found = static_cast<unsigned short>((next << kShift) + lowest(m_leaves[next]));
+        return true;
+    }
+
+    // Finds the highest member that is not above `number`, without wrap-around; false when there is none.
+    bool findDownward(unsigned short number, unsigned short& found) const {
+        const unsigned int leaf = number >> kShift;
+        if (const _uint64_t rest = m_leaves[leaf] & (above(number) ^ ~_uint64_t(0))) {
+            found = static_cast<unsigned short>((leaf << kShift) + highest(rest));
+            return true;
+        }
+        unsigned int group = leaf >> kShift;
+        _uint64_t leaves = m_groups[group] & (bit(leaf) - 1);
+        if (leaves == 0) {
+            const unsigned int groups = m_top & ((1u << group) - 1);
+            if (groups == 0) {
+                return false;
+            }
+            group = highest(groups);
+            leaves = m_groups[group];
+        }
+        const unsigned int next = (group << kShift) + highest(leaves);
+        found = static_cast<unsigned short>((next << kShift) + highest(m_leaves[next]));
+        return true;
+    }
+
+    // The same, going on behind the wrap-around; false when the set is empty.
+    bool findNext(unsigned short number, unsigned short& found) const {
+        return findUpward(number, found) || findUpward(0, found);
+    }
+    bool findPrevious(unsigned short number, unsigned short& found) const {
+        return findDownward(number, found) || findDownward(kNumbers - 1, found);
+    }
+
+    // Returns the membership of the `count` numbers from `first` on, at most 64, bit 0 for `first`.
+    _uint64_t window(unsigned short first, unsigned int count) const {
+        const unsigned int leaf = first >> kShift;
+        const unsigned int offset = first & kMask;
+        _uint64_t bits = m_leaves[leaf] >> offset;
+        if (offset != 0) {
+            bits |= m_leaves[(leaf + 1) % kLeaves] << (kWordBits - offset);
+        }
+        return count < kWordBits ? bits & ((_uint64_t(1) << count) - 1) : bits;
+    }
+
+    // Returns how many of the `count` numbers from `first` on are members.
+    unsigned int count(unsigned short first, unsigned int count) const {
+        unsigned int members = 0;
+        for (unsigned int done = 0; done < count; done += kWordBits) {
+            const unsigned int rest = count - done;
+            const _uint64_t bits =
+                window(static_cast<unsigned short>(first + done), rest < kWordBits ? rest : kWordBits);
+            members += static_cast<unsigned int>(__builtin_popcountll(bits));
+        }
+        return members;
+    }
+
+private:
+    static constexpr unsigned int kShift = 6;
+    static constexpr unsigned int kWordBits = 1u << kShift;
+    static constexpr unsigned int kMask = kWordBits - 1;
+    static constexpr unsigned int kLeaves = kNumbers / kWordBits;
+    static constexpr unsigned int kGroups = kLeaves / kWordBits;
+
+    static _uint64_t bit(unsigned int position) { return _uint64_t(1) << (position & kMask); }
+    // The bits of a word that are higher than the one of `position`.
+    static _uint64_t above(unsigned int position) { return ~(bit(position) | (bit(position) - 1)); }
+    static unsigned int lowest(_uint64_t bits) { return static_cast<unsigned int>(__builtin_ctzll(bits)); }
+    static unsigned int highest(_uint64_t bits) {
+        return kMask - static_cast<unsigned int>(__builtin_clzll(bits));
+    }
+
+    _uint64_t m_leaves[kLeaves];
+    _uint64_t m_groups[kGroups];
+    unsigned int m_top;
+    unsigned int m_size;
+};
+
+// One slot for each sequence number, all zero at first. Memory pages of numbers that never came stay
+// untouched.
+template <typename Slot, unsigned int kCount = CSequenceSet::kNumbers>
+class CSlotTable {
+public:
+    CSlotTable() : m_slots(static_cast<Slot*>(std::calloc(kCount, sizeof(Slot))), &std::free) {}
+    Slot& operator[](unsigned int number) { return m_slots.get()[number]; }
+    const Slot& operator[](unsigned int number) const { return m_slots.get()[number]; }
+
+private:
+    std::unique_ptr<Slot, void (*)(void*)> m_slots;
+};
+
+}  // namespace talrtp
+
+#endif  // TALRTP_SRC_TALRTPSEQUENCESET_H
