@@ -1,0 +1,78 @@
+#include "TalRtpReceiveIndex.h"
+
+namespace talrtp {
+
+void CAgeOrder::insert(stTalRtpTSRecord* record) {
+    stTalRtpTSRecord* before = m_lastFiled != nullptr ? m_lastFiled : m_newest;
+    while (before != nullptr && before->updateTime > record->updateTime) {
+        before = before->older;
+    }
+    while (before != nullptr && before->newer != nullptr && before->newer->updateTime <= record->updateTime) {
+        before = before->newer;
+    }
+    record->older = before;
+    record->newer = before != nullptr ? before->newer : m_oldest;
+    (record->older != nullptr ? record->older->newer : m_oldest) = record;
+    (record->newer != nullptr ? record->newer->older : m_newest) = record;
+    m_lastFiled = record;
+}
+
+void CAgeOrder::remove(stTalRtpTSRecord* record) {
+    (record->older != nullptr ? record->older->newer : m_oldest) = record->newer;
+    (record->newer != nullptr ? record->newer->older : m_newest) = record->older;
+    if (m_lastFiled == record) {
+        m_lastFiled = record->older != nullptr ? record->older : record->newer;
+    }
+}
+
+CReceiveIndex::CReceiveIndex(CNodePool* pool)
+    : mediaNumbers(false),
+      knownNumbers(false),
+      fecNumbers(false),
+      waiting(pool, knownNumbers, fecNumbers, steps),
+      m_startStops(true),
+      m_endStops(true) {}
+
+void CReceiveIndex::addMedia(_uint16_t seq, CTalRtpPacket* packet,
+                             CMMRTPSessionBase::PacketMap::iterator entry) {
+    media[seq] = stMediaSlot{packet, entry, nullptr, nullptr};
+    mediaNumbers.insert(seq);
+}
+
+void CReceiveIndex::setUnitBounds(_uint16_t seq, bool starts, bool ends) {
+    starts ? m_startStops.insert(seq) : m_startStops.erase(seq);
+    ends ? m_endStops.insert(seq) : m_endStops.erase(seq);
+}
+
+void CReceiveIndex::removeMedia(_uint16_t seq) {
+    media[seq] = stMediaSlot();
+    mediaNumbers.erase(seq);
+    knownNumbers.erase(seq);
+    m_startStops.insert(seq);
+    m_endStops.insert(seq);
+}
+
+bool CReceiveIndex::findStart(_uint16_t seq, _uint16_t& start) const {
+    _uint16_t stop;
+    if (!m_startStops.findPrevious(seq, stop) || !mediaNumbers.contains(stop)) {
+        return false;
+    }
+    start = stop;
+    return true;
+}
+
+bool CReceiveIndex::findEnd(_uint16_t start, _uint16_t& end) const {
+    if (!mediaNumbers.contains(start)) {
+        return false;
+    }
+    _uint16_t stop;
+    if (!m_endStops.findNext(start, stop)) {  // every number is stored and none is an end
+        end = static_cast<_uint16_t>(start - 1);
+        return false;
+    }
+    const bool isEnd = mediaNumbers.contains(stop);
+    end = isEnd ? stop : static_cast<_uint16_t>(stop - 1);
+    return isEnd;
+}
+
+}  // namespace talrtp

@@ -1,0 +1,128 @@
+// What a session keeps beside its documented lists so that the work for one datagram does not grow with what
+// was received before it:
+//
+//   sequence number -> media packet, its list node and the record of the unit that it starts
+//   sequence number -> nearest start packet before it, nearest end packet behind it (unit runs)
+//   FEC sequence number -> FEC packet, its list nodes, the group that it waits for
+//   timestamps by the time of their last packet
+//
+// The documented lists stay the owners of everything; the index holds pointers and iterators into them.
+
+#ifndef TALRTP_SRC_TALRTPRECEIVEINDEX_H
+#define TALRTP_SRC_TALRTPRECEIVEINDEX_H
+
+#include <talrtp/TalRtpSession.h>
+
+#include <iterator>
+
+#include "TalRtpFecWaiting.h"
+#include "TalRtpHandover.h"
+#include "TalRtpSequenceSet.h"
+
+namespace talrtp {
+
+// A timestamp's record with its place in the list of timestamps and in the order of ageing.
+struct stTalRtpTSRecord : stTalRtpTSInfo {
+    stTalRtpTSRecord(_uint32_t rtpTimestamp, _uint64_t receivedTime, CNodePool* pool)
+        : stTalRtpTSInfo(receivedTime, pool),
+          timestamp(rtpTimestamp),
+          entry(),
+          older(nullptr),
+          newer(nullptr) {}
+
+    const _uint32_t timestamp;
+    CMMRTPSessionBase::TSInfoMap::iterator entry;
+    stTalRtpTSRecord* older;
+    stTalRtpTSRecord* newer;
+};
+
+// All timestamps, ordered by the time of their last packet.
+class CAgeOrder {
+public:
+    stTalRtpTSRecord* oldest() const { return m_oldest; }
+    stTalRtpTSRecord* newest() const { return m_newest; }
+
+    // Files `record` by its update time. The search begins at the record filed last, so it takes no step
+    // while the host's clock runs forward, and few when it stepped back.
+    void insert(stTalRtpTSRecord* record);
+    void remove(stTalRtpTSRecord* record);
+
+private:
+    stTalRtpTSRecord* m_oldest = nullptr;
+    stTalRtpTSRecord* m_newest = nullptr;
+    stTalRtpTSRecord* m_lastFiled = nullptr;
+};
+
+struct stMediaSlot {
+    CTalRtpPacket* packet;  // null: nothing is stored under this number
+    CMMRTPSessionBase::PacketMap::iterator entry;
+    // The record of the unit that starts here, and the timestamp that it is kept under. Several timestamps
+    // can have one, since a unit is found across timestamps; this is the one used last.
+    stTalRtpDataInfo* unit;
+    const stTalRtpTSRecord* unitOwner;
+};
+
+struct stFecSlot {
+    CTalRtpPacket* packet;  // null: nothing is stored under this number
+    CMMRTPSessionBase::PacketMap::iterator entry;
+    stTalRtpTSRecord* owner;  // whose list of FEC numbers notes the packet; null while none does
+    stTalRtpTSInfo::SeqList::iterator note;
+};
+
+class CReceiveIndex {
+public:
+    explicit CReceiveIndex(CNodePool* pool);
+
+    // Steps taken over lists, the index and FEC groups so far; tests bound their growth for each datagram.
+    _uint64_t steps = 0;
+
+    // --- Media packets and their runs ---
+
+    // Notes a packet just stored; `starts` and `ends` say whether it starts and ends a unit.
+    void addMedia(_uint16_t seq, CTalRtpPacket* packet, CMMRTPSessionBase::PacketMap::iterator entry);
+    void setUnitBounds(_uint16_t seq, bool starts, bool ends);
+    void removeMedia(_uint16_t seq);
+
+    // The start packet nearest to `seq`, at it or before it, in a run without gap.
+    bool findStart(_uint16_t seq, _uint16_t& start) const;
+    // The end packet nearest to `start`, at it or behind it, in a run without gap; else `end` is the last of
+    // the run.
+    bool findEnd(_uint16_t start, _uint16_t& end) const;
+
+    // Where an entry for `seq` belongs in the list whose numbers `stored` holds: the entry behind it.
+    template <typename Table>
+    static CMMRTPSessionBase::PacketMap::iterator placeFor(_uint16_t seq, CMMRTPSessionBase::PacketMap& list,
+                                                           const CSequenceSet& stored, const Table& slots) {
+        _uint16_t before;
+        return stored.findDownward(seq, before) ? std::next(slots[before].entry) : list.begin();
+    }
+
+    CSlotTable<stMediaSlot> media;
+    CSequenceSet mediaNumbers;  // stored media packets
+    CSequenceSet knownNumbers;  // stored media packets, and rebuilt ones that are not dealt yet
+
+    // --- FEC packets ---
+
+    CSlotTable<stFecSlot> fec;
+    CSequenceSet fecNumbers;                // stored FEC packets
+    CFecWaiting waiting;                    // which of them may have something new to give
+    _uint32_t fecTypeAtStore = RTP_FEC_RS;  // of the FEC packet stored last
+    bool retryEveryFec = false;             // FEC packets of both kinds may be stored
+
+    // --- Timestamps ---
+
+    CAgeOrder ageOrder;
+    stTalRtpTSRecord* lastRecord = nullptr;  // the one used last
+
+    // --- Hand-over ---
+
+    CHandoverBuffer handover;
+
+private:
+    CSequenceSet m_startStops;  // numbers at which a search for a start ends: starts, and numbers not stored
+    CSequenceSet m_endStops;    // numbers at which a search for an end ends: ends, and numbers not stored
+};
+
+}  // namespace talrtp
+
+#endif  // TALRTP_SRC_TALRTPRECEIVEINDEX_H
