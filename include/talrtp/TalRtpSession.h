@@ -283,31 +283,35 @@ protected:
     _uint64_t m_deliveredDataBytes;         // payload of every hand-over
 
 private:
+    friend class CMMRTPSession4SVC;
+    friend class CRsRecovery;
     friend class CSessionInspector;
 
     CMMRTPSessionBase(ITalRTPSessionSink* pSink, unsigned int sourceId, CNodePool* pool);
 
+    void writePacketHeader(_uint32_t timestamp, CTalRtpPacket& packet);
+    void writeCommonFecHeader(_uint32_t timestamp, CTalRtpPacket& packet) const;
+
     CTalRtpPacket* makeReceivedPacket(unsigned char* data, int dataLen) const;
     void storeMediaPacket(CTalRtpPacket* packet);
+    stTalRtpTSRecord* findTSRecord(unsigned int timestamp) const;
     stTalRtpTSRecord* findOrMakeTSRecord(unsigned int timestamp);
     void touchTSRecord(stTalRtpTSRecord* record);
     stTalRtpDataInfo* findDataInfo(stTalRtpTSRecord* record, unsigned short startSeq) const;
+    stTalRtpDataInfo* findOrMakeDataInfo(stTalRtpTSRecord* record, unsigned short startSeq);
+    void ageOut(stTalRtpTSRecord* record);
     void freeTSRecord(stTalRtpTSRecord* record);
-    void freeTSRecordWithPackets(stTalRtpTSRecord* record);
 
     void storeFecPacket(CTalRtpPacket* fecPacket);
-    void dropFecPacket(unsigned short seq);
-    void retryStoredFecPackets();
-    void retryStoredFecPacket(unsigned short seq);
+    void eraseFecPacket(unsigned short seq);
+    void retryFecPackets();
+    void retryFecPacket(unsigned short seq);
+    void storeRecoveredPacket(unsigned short seq, CTalRtpPacket* packet);
     bool dealRecoveredPackets();
-    bool isMediaKnown(unsigned short seq) const;
     CTalRtpPacket* getKnownMediaPacket(unsigned short seq) const;
 
     CNodePool* m_pool;       // owned; the nodes of every list above
     CReceiveIndex* m_index;  // owned; finds in constant time what the lists hold
-
-protected:
-    CReceiveIndex& index() const { return *m_index; }
 };
 
 // The session that `TalCreateRTPSession` makes: H.264 and H.264 SVC payloads (RFC 6184).
@@ -361,8 +365,10 @@ protected:
     // Returns the bytes of fragment data in a run, up to the first gap.
     unsigned int getFUPacketsPayloadSize(unsigned short start, unsigned short end) const;
 
-private:
     _uint8_t m_nalHeader;  // NAL unit header, or STAP-A header, of the unit being written
+
+private:
+    _uint64_t fragmentRunSize(unsigned short start, unsigned short end) const;
 };
 
 }  // namespace talrtp

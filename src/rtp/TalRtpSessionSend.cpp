@@ -1,0 +1,437 @@
+// The sending half of the session: RTP headers, the three H.264 packet kinds of the base class's operations,
+// and the making of FEC packets. The H.264 payload writers are in TalRtpSessionSvc.cpp.
+
+#include <talrtp/RsFec.h>
+#include <talrtp/TalRtpSession.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "TalRtpLengthWord.h"
+#include "TalRtpPacketAccess.h"
+#include "TalRtpTraceLine.h"
+#include "kernels/XorKernel.h"
+
+namespace talrtp {
+
+// --- Headers and payloads
+// ------------------------------------------------------------------------------------
+
+int CMMRTPSessionBase::setPacketHeader(unsigned long timestamp, CTalRtpPacket* packet) {
+    if (packet == nullptr) {
+        TAL_TRACE(ERROR, "CMMRTPSessionBase::setPacketHeader invalid parameter, packet = " << packet);
+        return -1;
+    }
+    packet->reset();
+    writePacketHeader(static_cast<_uint32_t>(timestamp), *packet);
+    return 0;
+}
+
+// Writes the header of the next media packet over the zeroed header of `packet`.
+void CMMRTPSessionBase::writePacketHeader(_uint32_t timestamp, CTalRtpPacket& packet) {
+    ++m_createdMediaPacketNumber;
+    packet.set_sequence_number(m_sequenceNumber++);
+    packet.set_payload_type(m_payloadType);
+    packet.set_marker_flag(true);
+    packet.set_sync_source(m_sourceId);
+    packet.set_timestamp(timestamp);
+}
+
+int CMMRTPSessionBase::setPacketPayload(int index, int count, int size, unsigned char* data,
+                                        CTalRtpPacket* packet) {
+    if (data == nullptr || packet == nullptr) {
+        TAL_TRACE(ERROR, "CMMRTPSessionBase::setPacketPayload invalid parameter"
+                             << ", packet = " << packet << ", data = " << data);
+        return -1;
+    }
+    if (index != 1 || count != 1) {
+        TAL_TRACE(WARNING, "CMMRTPSessionBase::setPacketPayload support only single packet.");
+        return -1;
+    }
+    packet->set_payload_size(size);
+    std::memcpy(packet->get_payload_ptr(), data, static_cast<std::size_t>(size));
+    return 0;
+}
+
+int CMMRTPSessionBase::CreateSinglePacket(unsigned long timestamp, int nalSize, unsigned char* nal_buf,
+                                          CTalRtpPacket* pRtpPacket) {
+    if (nal_buf == nullptr || pRtpPacket == nullptr) {
+        TAL_TRACE(ERROR, "CMMRTPSessionBase::CreateSinglePacket invalid parameter: nal_buf = "
+                             << nal_buf << ", pRtpPacket = " << pRtpPacket);
+        return -1;
+    }
+    setPacketHeader(timestamp, pRtpPacket);
+    return setPacketPayload(1, 1, nalSize, nal_buf, pRtpPacket);
+}
+
+int CMMRTPSessionBase::CreateStapaPacket(unsigned long timestamp, int nalCount, int* nal_len,
+                                         unsigned char** nal_buf, CTalRtpPacket* pRtpPacket) {
+    if (nal_len == nullptr || nal_buf == nullptr || pRtpPacket == nullptr) {
+        TAL_TRACE(ERROR, "CMMRTPSessionBase::CreateStapaPacket invalid parameter: nal_buf = "
+                             << nal_buf << ", nal_len = " << nal_len << ", pRtpPacket = " << pRtpPacket);
+        return -1;
+    }
+    const int result = setPacketHeader(timestamp, pRtpPacket);
+    for (int i = 0; i < nalCount; ++i) {
+        const int ret = setPacketPayload(i + 1, 0, nal_len[i], nal_buf[i], pRtpPacket);
+        if (ret != 0) {
+            TAL_TRACE(WARNING,
+                      "CMMRTPSessionBase::CreateStapaPacket ret = " << ret << ", nal_index = " << i + 1);
+            return ret;
+        }
+    }
+    return nalCount > 0 ? 0 : result;
+}
+
+int CMMRTPSessionBase::CreateFuaPackets(unsigned long timestamp, int nalSize, unsigned char* nal_buf,
+                                        int packetCount, CTalRtpPacket* pRtpPacket) {
+    if (nal_buf == nullptr || pRtpPacket == nullptr) {
+        TAL_TRACE(ERROR, "CMMRTPSessionBase::CreateFuaPackets invalid parameter: nal_buf = "
+                             << nal_buf << ", pRtpPacket = " << pRtpPacket);
+        return -1;
+    }
+    const int pieceSize = (nalSize + packetCount - 1) / packetCount;
+    int remaining = nalSize;
+    unsigned char* piece = nal_buf;
+    for (int k = 1; k <= packetCount; ++k) {
+        CTalRtpPacket* const packet = pRtpPacket + (k - 1);
+        setPacketHeader(timestamp, packet);
+        const int size = std::min(remaining, pieceSize);
+        remaining -= pieceSize;
+        const int ret = setPacketPayload(k, packetCount, size, piece, packet);
+        if (ret != 0) {
+            TAL_TRACE(WARNING,
+                      "CMMRTPSessionBase::CreateFuaPackets ret = " << ret << ", packet_index = " << k);
+            return ret;
+        }
+        packet->set_marker_flag(k == packetCount);
+        piece += size;
+    }
+    return 0;
+}
+
+// --- XOR FEC (RFC 2733)
+// --------------------------------------------------------------------------------------
+
+namespace {
+
+constexpr int kMaskBits = 32;                        // of the host's choice of packets, which repeats
+constexpr unsigned int kFirstPacketMask = 0x800000;  // of the mask on the wire
+constexpr int kMaxXorDistance = 24;                  // covered by the mask on the wire
+constexpr int kXorBatch = 32;                        // packets XORed in one pass
+
+bool isSelected(unsigned int mask, int i) {
+    return (mask >> (i % kMaskBits) & 1) != 0;
+}
+
+// What one walk over the selected packets tells: where they begin, their latest timestamp, the longest body.
+struct stXorSelection {
+    int count = 0;
+    _uint16_t baseSeq = 0;
+    _uint32_t timestamp = 0;
+    int maxLen = 0;
+
+    stXorSelection(const CTalRtpPacket* packets, int packetCount, unsigned int mask) {
+        for (int i = 0; i < packetCount; ++i) {
+            if (isSelected(mask, i)) {
+                add(packets[i]);
+            }
+        }
+    }
+
+private:
+    void add(const CTalRtpPacket& packet) {
+        const _uint16_t seq = packet.get_sequence_number();
+        const _uint32_t ts = packet.get_timestamp();
+        const int len = packet.get_packet_size() - kFixedHeaderSize;
+        const bool isFirst = count++ == 0;
+        if (isFirst || CMMRTPSessionBase::compareSeq(seq, baseSeq) < 0) {
+            baseSeq = seq;
+        }
+        if (isFirst || CMMRTPSessionBase::compareTS(ts, timestamp) > 0) {
+            timestamp = ts;
+        }
+        maxLen = isFirst ? len : std::max(maxLen, len);
+    }
+};
+
+// The recovery fields of an XOR FEC packet, each the XOR over the protected packets.
+struct stXorRecoveryFields {
+    bool padding = false;
+    bool extension = false;
+    bool marker = false;
+    int csrcCount = 0;
+    unsigned int payloadType = 0;
+    _uint32_t timestamp = 0;
+    int length = 0;
+    unsigned int mask = 0;
+
+    void add(const CTalRtpPacket& packet, int distance) {
+        padding ^= packet.get_pad_flag();
+        extension ^= packet.get_extension_flag();
+        marker ^= packet.get_marker_flag();
+        csrcCount ^= packet.get_contrib_src_count();
+        payloadType ^= packet.get_payload_type();
+        timestamp ^= packet.get_timestamp();
+        length ^= packet.get_packet_size() - kFixedHeaderSize;
+        mask |= kFirstPacketMask >> distance;
+    }
+
+    // The mask comes before the payload type: writing it clears the byte that the payload type shares with
+    // the E flag.
+    void writeTo(CRTPFECPacket& fec, _uint16_t baseSeq) const {
+        fec.set_pad_flag(padding);
+        fec.set_extension_flag(extension);
+        fec.set_marker_flag(marker);
+        fec.set_contrib_src_count(csrcCount);
+        fec.set_fec_sequence_number_base(baseSeq);
+        fec.set_fec_mask(mask);
+        fec.set_fec_recover_payload_type(static_cast<unsigned char>(payloadType));
+        fec.set_fec_recover_timestamp(timestamp);
+        fec.set_fec_recover_length(static_cast<_uint16_t>(length));
+    }
+};
+
+// The parity area of an XOR FEC packet. Packets are collected and XORed many at a time, so that the area is
+// written once for most groups.
+class CXorParity {
+public:
+    CXorParity(unsigned char* area, int size) : m_area(area), m_size(size) {}
+
+    void add(const CTalRtpPacket& packet) {
+        if (m_count == kXorBatch) {
+            flush();
+        }
+        m_bodies[m_count] = packet.get_buffer() + kFixedHeaderSize;
+        m_sizes[m_count] = packet.get_packet_size() - kFixedHeaderSize;
+        ++m_count;
+    }
+
+    void flush() {
+        if (!m_isBegun) {
+            xorMany(m_area, m_bodies, m_sizes, m_count, m_size);
+            m_isBegun = true;
+        } else {
+            for (int i = 0; i < m_count; ++i) {
+                if (m_sizes[i] > 0) {
+                    xorBlocks(m_area, m_area, m_bodies[i], static_cast<std::size_t>(m_sizes[i]));
+                }
+            }
+        }
+        m_count = 0;
+    }
+
+private:
+    unsigned char* const m_area;
+    const int m_size;
+    bool m_isBegun = false;
+    int m_count = 0;
+    const unsigned char* m_bodies[kXorBatch];
+    int m_sizes[kXorBatch];
+};
+
+}  // namespace
+
+int CMMRTPSessionBase::CreateXorFecPackets(CTalRtpPacket* pPacket, int count, unsigned int mask,
+                                           CRTPFECPacket* pFecPacket) {
+    if (pPacket == nullptr || pFecPacket == nullptr) {
+        TAL_TRACE(ERROR, "CMMRTPSessionBase::CreateXorFecPackets invalid parameter: pPacket = "
+                             << pPacket << ", pFecPacket = " << pFecPacket);
+        return -1;
+    }
+    if (m_fecType != RTP_FEC_XOR) {
+        TAL_TRACE(WARNING,
+                  "CMMRTPSessionBase::CreateXorFecPackets FEC type is not RTP_FEC_XOR type: fecType = "
+                      << m_fecType);
+        return -2;
+    }
+    const stXorSelection selection(pPacket, count, mask);
+    if (selection.count == 0) {
+        TAL_TRACE(ERROR, "CMMRTPSessionBase::CreateXorFecPackets invalid mask count"
+                             << ", mask = " << mask << ", count = " << selection.count);
+        return -1;
+    }
+
+    ++m_createdFECPacketNumber;
+    CPacketAccess::begin(*pFecPacket, kFecHeaderSize);
+    writeCommonFecHeader(selection.timestamp, *pFecPacket);
+    pFecPacket->set_sequence_number(m_fecSequenceNumber++);
+    pFecPacket->set_payload_size(selection.maxLen + kFecHeaderSize);
+
+    CXorParity parity(pFecPacket->get_payload_ptr() + kFecHeaderSize, selection.maxLen);
+    stXorRecoveryFields fields;
+    for (int i = 0; i < count; ++i) {
+        if (!isSelected(mask, i)) {
+            continue;
+        }
+        const CTalRtpPacket& packet = pPacket[i];
+        const _uint16_t seq = packet.get_sequence_number();
+        const int distance = static_cast<_uint16_t>(seq - selection.baseSeq);
+        if (distance >= kMaxXorDistance) {
+            TAL_TRACE(WARNING, "CMMRTPSessionBase::CreateXorFecPackets sequence number slop over"
+                                   << ", baseSeq = " << selection.baseSeq << ", packetSeq = " << seq);
+            continue;
+        }
+        if (packet.get_packet_size() - kFixedHeaderSize > selection.maxLen) {
+            TAL_TRACE(WARNING,
+                      "CMMRTPSessionBase::CreateXorFecPackets packet length is bigger than fec max length"
+                          << ", packet_index = " << i + 1 << ", mask = " << mask);
+        }
+        fields.add(packet, distance);
+        parity.add(packet);
+    }
+    parity.flush();
+    CPacketAccess::finish(*pFecPacket, pFecPacket->get_packet_size());
+    fields.writeTo(*pFecPacket, selection.baseSeq);
+    return 0;
+}
+
+// Writes what the RTP headers of all FEC packets have in common, but for the sequence number.
+void CMMRTPSessionBase::writeCommonFecHeader(_uint32_t timestamp, CTalRtpPacket& packet) const {
+    packet.set_payload_type(m_fecPayloadType);
+    packet.set_sync_source(m_sourceId);
+    packet.set_timestamp(timestamp);
+}
+
+// --- Reed-Solomon FEC
+// ----------------------------------------------------------------------------------------
+
+namespace {
+
+constexpr int kMaxGroup = 256;  // packets and parity packets together stay below
+
+// What one walk over the media packets of a group tells.
+struct stRsGroupSpan {
+    _uint16_t minSeq = 0;
+    _uint16_t maxSeq = 0;
+    _uint32_t timestamp = 0;
+    int maxSize = 0;
+
+    stRsGroupSpan(const CTalRtpPacket* packets, int count) {
+        for (int i = 0; i < count; ++i) {
+            add(packets[i], i == 0);
+        }
+    }
+
+    bool isConsecutive(int count) const { return static_cast<_uint16_t>(maxSeq - minSeq) + 1 == count; }
+
+private:
+    void add(const CTalRtpPacket& packet, bool isFirst) {
+        const _uint16_t seq = packet.get_sequence_number();
+        const _uint32_t ts = packet.get_timestamp();
+        if (isFirst || CMMRTPSessionBase::compareSeq(seq, minSeq) < 0) {
+            minSeq = seq;
+        }
+        if (isFirst || CMMRTPSessionBase::compareSeq(seq, maxSeq) > 0) {
+            maxSeq = seq;
+        }
+        if (isFirst || CMMRTPSessionBase::compareTS(ts, timestamp) > 0) {
+            timestamp = ts;
+        }
+        maxSize = isFirst ? packet.get_packet_size() : std::max(maxSize, packet.get_packet_size());
+    }
+};
+
+// The blocks that go into the codec for one group, and those that come out of it.
+class CRsEncoding {
+public:
+    CRsEncoding(const CTalRtpPacket* packets, int count, CTalRtpPacket* fecPackets, int fecCount) {
+        for (int i = 0; i < count; ++i) {
+            m_blocks[i] = packets[i].get_buffer();
+            m_sizes[i] = packets[i].get_packet_size();
+            m_lengths[i].set(static_cast<_uint32_t>(m_sizes[i]));
+            m_lengthBlocks[i] = m_lengths[i].bytes;
+        }
+        for (int j = 0; j < fecCount; ++j) {
+            m_parityBlocks[j] = fecPackets[j].get_payload_ptr() + kRsHeaderSize;
+            m_parityLengths[j].set(0);
+            m_parityLengthBlocks[j] = m_parityLengths[j].bytes;
+        }
+    }
+
+    // The results are not examined: a packet that the codec refuses, with a line of its own, leaves the
+    // parity zero.
+    void encode(rs_param_* model) {
+        CRsFec::Encode(model, m_blocks, m_sizes, m_parityBlocks);
+        CRsFec::Encode(model, m_lengthBlocks, static_cast<int>(sizeof(stLengthWord)), m_parityLengthBlocks);
+    }
+
+    _uint16_t recoverLength(int j) const { return static_cast<_uint16_t>(m_parityLengths[j].get()); }
+
+private:
+    unsigned char* m_blocks[kMaxGroup];
+    int m_sizes[kMaxGroup];
+    stLengthWord m_lengths[kMaxGroup];
+    unsigned char* m_lengthBlocks[kMaxGroup];
+    unsigned char* m_parityBlocks[kMaxGroup];
+    stLengthWord m_parityLengths[kMaxGroup];
+    unsigned char* m_parityLengthBlocks[kMaxGroup];
+};
+
+void writeRsHeader(unsigned char* header, _uint16_t baseSeq, int count, int index, int fecCount,
+                   _uint16_t recoverLength) {
+    storeBig16(header + kRsBaseOffset, baseSeq);
+    storeBig16(header + kRsLengthOffset, recoverLength);
+    header[kRsIndexOffset] = static_cast<unsigned char>(index);
+    header[kRsCountOffset] = static_cast<unsigned char>(fecCount);
+    header[kRsMaskOffset] = static_cast<unsigned char>(count);
+}
+
+}  // namespace
+
+int CMMRTPSessionBase::CreateRsFecPackets(CTalRtpPacket* pPacket, int count, CTalRtpPacket* pFecPacket,
+                                          int fecCount) {
+    if (pPacket == nullptr || pFecPacket == nullptr) {
+        TAL_TRACE(ERROR, "CMMRTPSessionBase::CreateRsFecPackets invalid parameter: pPacket = "
+                             << pPacket << ", pFecPacket = " << pFecPacket);
+        return -1;
+    }
+    if (static_cast<_int64_t>(count) + fecCount >= kMaxGroup) {
+        TAL_TRACE(ERROR, "CMMRTPSessionBase::CreateRsFecPackets total number of packet and fec is over 256.");
+        return -1;
+    }
+    if (m_fecType != RTP_FEC_RS) {
+        TAL_TRACE(WARNING, "CMMRTPSessionBase::CreateRsFecPackets FEC type is not RTP_FEC_RS type: fecType = "
+                               << m_fecType);
+        return -2;
+    }
+    const stRsGroupSpan span(pPacket, count);
+    if (!span.isConsecutive(count)) {
+        TAL_TRACE(ERROR, "CMMRTPSessionBase::CreateRsFecPackets packet seq numbers are discontinuous.");
+        return -1;
+    }
+
+    rs_param_* const model = GetRsModel(count, count + fecCount);
+    const bool isEncoded = model != nullptr && span.maxSize <= MAX_PACKET_SIZE;
+    for (int j = 0; j < fecCount; ++j) {
+        CTalRtpPacket& fecPacket = pFecPacket[j];
+        if (isEncoded) {
+            CPacketAccess::begin(fecPacket, kRsHeaderSize);
+        } else {
+            fecPacket.reset();
+        }
+        writeCommonFecHeader(span.timestamp, fecPacket);
+        fecPacket.set_payload_size(span.maxSize + kRsHeaderSize);
+    }
+    if (model == nullptr) {
+        TAL_TRACE(ERROR, "CMMRTPSessionBase::CreateRsFecPackets get rs model failed"
+                             << ", k = " << count << ", n = " << count + fecCount);
+        return 1;
+    }
+
+    CRsEncoding encoding(pPacket, count, pFecPacket, fecCount);
+    encoding.encode(model);
+    for (int j = 0; j < fecCount; ++j) {
+        CTalRtpPacket& fecPacket = pFecPacket[j];
+        ++m_createdFECPacketNumber;
+        fecPacket.set_sequence_number(m_fecSequenceNumber++);
+        writeRsHeader(fecPacket.get_payload_ptr(), span.minSeq, count, j, fecCount,
+                      encoding.recoverLength(j));
+        if (isEncoded) {
+            CPacketAccess::finish(fecPacket, fecPacket.get_packet_size());
+        }
+    }
+    return 0;
+}
+
+}  // namespace talrtp
