@@ -1,6 +1,7 @@
 #include <talrtp/ITalRTCPStack.h>
 #include <talrtp/TalRtcpStack.h>
 #include <talrtp/TalRtpDefs.h>
+#include <talrtp/TalRtpSession.h>
 #include <talrtp/TalTime.h>
 
 #include <algorithm>
@@ -9,7 +10,9 @@
 
 #include "TalRtpAssert.h"
 #include "TalRtpByteOrder.h"
+#include "TalRtpPacketLayout.h"
 #include "TalRtpRandom.h"
+#include "TalRtpTraceLine.h"
 
 namespace talrtp {
 
@@ -65,6 +68,20 @@ void TalCreateRTCPStack(talrtp::ITalRTCPStack** stack) {
 
 void TalDestroyRTCPStack(talrtp::ITalRTCPStack* stack) {
     delete stack;
+}
+
+void TalCreateRTPSession(talrtp::ITalRTPSession** ppSession, talrtp::ITalRTPSessionSink* pSink,
+                         unsigned int sourceId, unsigned int version) {
+    if (version != talrtp::kVersion) {
+        *ppSession = nullptr;
+        TAL_TRACE(WARNING, "TalCreateRTPSession rtp version isn't support, version = " << version);
+        return;
+    }
+    *ppSession = new talrtp::CMMRTPSession4SVC(pSink, sourceId);
+}
+
+void TalDestroyRTPSession(talrtp::ITalRTPSession* pSession) {
+    delete pSession;
 }
 
 }  // extern "C"

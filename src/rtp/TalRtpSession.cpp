@@ -1,0 +1,524 @@
+// The session: construction, configuration, and the receive pipeline from a datagram to the delivery hooks.
+// Sending is in TalRtpSessionSend.cpp, forward error correction on receive in TalRtpSessionFec.cpp, the H.264
+// session's depacketization in TalRtpSessionSvc.cpp.
+
+#include <talrtp/RsFec.h>
+#include <talrtp/TalRtpSession.h>
+
+#include <memory>
+#include <new>
+
+#include "TalRtpPacketLayout.h"
+#include "TalRtpRandom.h"
+#include "TalRtpReceiveIndex.h"
+#include "TalRtpTraceLine.h"
+
+namespace talrtp {
+
+namespace {
+
+constexpr _uint32_t kDefaultPayloadType = 98;
+constexpr _uint32_t kDefaultFecPayloadType = 111;
+
+// A timestamp ages out when this many milliseconds have passed since its last packet: more than 5000.
+constexpr _uint64_t kStaleAfter = 5001;
+
+bool isStale(const stTalRtpTSInfo& info, _uint64_t now) {
+    // Compatibility: unsigned, so that a host clock that steps back ages everything out at once.
+    return now - info.updateTime >= kStaleAfter;
+}
+
+}  // namespace
+
+// --- Life cycle and configuration
+// --------------------------------------------------------------------------------
+
+ITalRTPSession::~ITalRTPSession() = default;
+
+CMMRTPSessionBase::CMMRTPSessionBase(ITalRTPSessionSink* pSink, unsigned int sourceId)
+    : CMMRTPSessionBase(pSink, sourceId, new CNodePool) {}
+
+// `pool` is **taken**; the lists need it before the members behind them exist.
+CMMRTPSessionBase::CMMRTPSessionBase(ITalRTPSessionSink* pSink, unsigned int sourceId, CNodePool* pool)
+    : m_pSink(pSink),
+      m_sourceId(sourceId),
+      m_payloadType(kDefaultPayloadType),
+      m_fecPayloadType(kDefaultFecPayloadType),
+      m_fecType(RTP_FEC_RS),
+      m_sequenceNumber(static_cast<_uint16_t>(random32())),
+      m_fecSequenceNumber(static_cast<_uint16_t>(random32())),
+      m_mediaPacketList(std::less<_uint16_t>(), PacketMap::allocator_type(pool)),
+      m_fecPacketList(std::less<_uint16_t>(), PacketMap::allocator_type(pool)),
+      m_recoverPacketList(std::less<_uint16_t>(), PacketMap::allocator_type(pool)),
+      m_tsInfoList(std::less<_uint32_t>(), TSInfoMap::allocator_type(pool)),
+      m_receivedTS(0),
+      m_firstReceivedTime(0),
+      m_lastReceivedTime(0),
+      m_isFirstReceived(true),
+      m_createdMediaPacketNumber(0),
+      m_createdFECPacketNumber(0),
+      m_receivedPacketNumber(0),
+      m_receivedPacketBytes(0),
+      m_receivedMediaPacketNumber(0),
+      m_receivedValidMediaPacketNumber(0),
+      m_receivedValidMediaPacketBytes(0),
+      m_receivedFECPacketNumber(0),
+      m_receivedValidFECPacketNumber(0),
+      m_receivedValidFECPacketBytes(0),
+      m_recoveredMediaPacketNumber(0),
+      m_recoveredMediaPacketBytes(0),
+      m_deliveredDataBytes(0),
+      m_pool(pool),
+      m_index(new CReceiveIndex(pool)) {
+    RsMapRetain();
+}
+
+CMMRTPSessionBase::~CMMRTPSessionBase() {
+    displayStatisticInfo();
+    m_pSink = nullptr;  // nothing in the clean-up can reach the host
+    clearAllList();
+    RsMapRelease();
+    // The lists, destroyed after this, are empty: no node of the pool is in use.
+    delete m_index;
+    delete m_pool;
+}
+
+int CMMRTPSessionBase::SetPayloadType(unsigned long payloadType, unsigned long fecPayloadType) {
+    if (payloadType == fecPayloadType) {
+        TAL_TRACE(
+            WARNING,
+            "CMMRTPSessionBase::SetPayloadType invalid parameter: payloadType is same as fecPayloadType, "
+            "payloadType = "
+                << payloadType);
+        return -1;
+    }
+    // Compatibility: no check of the range here. A packet's own setter asserts on a value above 127 later.
+    m_payloadType = static_cast<_uint32_t>(payloadType);
+    m_fecPayloadType = static_cast<_uint32_t>(fecPayloadType);
+    return 0;
+}
+
+int CMMRTPSessionBase::SetFecType(unsigned long fecType) {
+    if (fecType > RTP_FEC_RS) {
+        TAL_TRACE(WARNING,
+                  "CMMRTPSessionBase::SetFecType invalid parameter: unknown fecType, fecType = " << fecType);
+        return -1;
+    }
+    m_fecType = static_cast<_uint32_t>(fecType);
+    return 0;
+}
+
+unsigned int CMMRTPSessionBase::random32() {
+    static bool isSeeded = false;
+    return drawRandom32(isSeeded);
+}
+
+int CMMRTPSessionBase::compareSeq(unsigned short a, unsigned short b) {
+    constexpr unsigned short kMaxAhead = 32768;
+    if (a == b) {
+        return 0;
+    }
+    return static_cast<unsigned short>(a - b) <= kMaxAhead ? 1 : -1;
+}
+
+int CMMRTPSessionBase::compareTS(unsigned int a, unsigned int b) {
+    constexpr unsigned int kMaxAhead = 0x80000000u;
+    if (a == b) {
+        return 0;
+    }
+    return a - b <= kMaxAhead ? 1 : -1;
+}
+
+// --- Receive entry
+// -------------------------------------------------------------------------------------------
+
+int CMMRTPSessionBase::InputReceivedData(unsigned char* data, int dataLen, unsigned long receivedTime) {
+    if (m_isFirstReceived) {
+        m_firstReceivedTime = receivedTime;
+        m_isFirstReceived = false;
+    }
+    m_lastReceivedTime = receivedTime;
+    ++m_receivedPacketNumber;
+    m_receivedPacketBytes += static_cast<_uint64_t>(static_cast<_int64_t>(dataLen));
+    if (data == nullptr) {
+        TAL_TRACE(ERROR, "CMMRTPSessionBase::InputReceivedData load data failed"
+                             << ", data = " << data << ", dataLen = " << dataLen);
+        return -1;
+    }
+
+    std::unique_ptr<CTalRtpPacket> packet;
+    if (dataLen >= kFixedHeaderSize) {
+        packet.reset(makeReceivedPacket(data, dataLen));
+    }
+    if (packet == nullptr || !packet->validate()) {
+        TAL_TRACE(ERROR, "CMMRTPSessionBase::InputReceivedData check data validate failed"
+                             << ", data = " << data << ", dataLen = " << dataLen);
+        // Compatibility: a refused packet stays allocated. Hosts that count allocations expect the block.
+        static_cast<void>(packet.release());
+        return -1;
+    }
+
+    const unsigned int payloadType = packet->get_payload_type();
+    const unsigned int fecPayloadType = m_fecPayloadType;
+    if (payloadType == fecPayloadType) {
+        ++m_receivedFECPacketNumber;
+        const int result = inputReceivedFECPacket(packet.release());
+        // Compatibility: given for every FEC packet; hosts filter on this line.
+        TAL_TRACE(ERROR,
+                  "CMMRTPSessionBase::InputReceivedData payload type is FEC, but memomy alligned according "
+                  "to DATA. "
+                  "pHeader->ph_pt = "
+                      << payloadType << ",  m_fecPayloadType  = " << fecPayloadType);
+        return result;
+    }
+    if (payloadType == m_payloadType) {
+        ++m_receivedMediaPacketNumber;
+        return inputReceivedMediaPacket(packet.release());
+    }
+    TAL_TRACE(INFO, "CMMRTPSessionBase::InputReceivedData payload type is unknown"
+                        << ", type  = " << payloadType);
+    return 1;
+}
+
+// **Returns** a packet over a copy of `data`, of the class that its payload type and the FEC type ask for.
+CTalRtpPacket* CMMRTPSessionBase::makeReceivedPacket(unsigned char* data, int dataLen) const {
+    if (readPayloadType(data) != m_fecPayloadType) {
+        return new CTalRtpPacket(data, dataLen);
+    }
+    if (m_fecType == RTP_FEC_XOR) {
+        return new CRTPFECPacket(data, dataLen);
+    }
+    return new CRTPRSPacket(data, dataLen);
+}
+
+bool CMMRTPSessionBase::isFECPacket(unsigned int payloadType) const {
+    return payloadType == m_fecPayloadType;
+}
+
+// --- Media packets: store, record
+// ----------------------------------------------------------------------------
+
+int CMMRTPSessionBase::inputReceivedMediaPacket(CTalRtpPacket* packet) {
+    if (packet == nullptr) {
+        TAL_TRACE(ERROR,
+                  "CMMRTPSessionBase::inputReceivedMediaPacket invalid parameter: packet = " << packet);
+        return -1;
+    }
+    if (m_index->mediaNumbers.size() == CSequenceSet::kNumbers) {
+        checkAllLists();  // every packet is a duplicate now, and nothing else would ever age out again
+    }
+    const _uint16_t seq = packet->get_sequence_number();
+    if (getMediaPacketBySeq(seq) != nullptr) {
+        delete packet;
+        return 0;
+    }
+    ++m_receivedValidMediaPacketNumber;
+    m_receivedValidMediaPacketBytes += static_cast<_uint64_t>(packet->get_buffer_size());
+    storeMediaPacket(packet);
+    updateMediaDataInfo(packet->get_timestamp(), seq);
+    dealPacket(packet);
+    recoverPacketWithFEC();
+    checkAllLists();
+    return 0;
+}
+
+// **Takes** `packet` into the media list and the index.
+void CMMRTPSessionBase::storeMediaPacket(CTalRtpPacket* packet) {
+    const _uint16_t seq = packet->get_sequence_number();
+    const auto place = CReceiveIndex::placeFor(seq, m_mediaPacketList, m_index->mediaNumbers, m_index->media);
+    const auto entry = m_mediaPacketList.emplace_hint(place, seq, packet);
+    entry->second = packet;  // an entry that held null is filled
+    m_index->addMedia(seq, packet, entry);
+    m_index->setUnitBounds(seq, isStartSeq(seq), isEndSeq(seq));
+    m_index->knownNumbers.insert(seq);
+    m_index->waiting.mediaArrived(seq);
+}
+
+CTalRtpPacket* CMMRTPSessionBase::getMediaPacketBySeq(unsigned short seq) const {
+    return m_index->media[seq].packet;
+}
+
+void CMMRTPSessionBase::updateMediaDataInfo(unsigned int timestamp, unsigned short seq) {
+    stTalRtpTSRecord* const record = findOrMakeTSRecord(timestamp);
+    if (record == nullptr) {
+        return;
+    }
+    touchTSRecord(record);
+    record->mediaSeqList.push_back(seq);
+
+    unsigned short startSeq = 0;
+    if (!findStartSeq(seq, startSeq)) {
+        return;
+    }
+    stTalRtpDataInfo* const unit = findOrMakeDataInfo(record, startSeq);
+    if (unit == nullptr || unit->complete) {
+        return;
+    }
+    unsigned short endSeq = 0;
+    const bool isComplete = findEndSeq(startSeq, endSeq);
+    const int span = static_cast<unsigned short>(endSeq - startSeq) + 1;
+    if (span < unit->packetCount) {
+        return;
+    }
+    unit->packetCount = span;
+    unit->complete = isComplete;
+}
+
+stTalRtpDataInfo* CMMRTPSessionBase::getMediaDataInfo(unsigned int timestamp, unsigned short seq) {
+    unsigned short startSeq = 0;
+    if (!findStartSeq(seq, startSeq)) {
+        return nullptr;
+    }
+    stTalRtpTSRecord* const record = findTSRecord(timestamp);
+    return record != nullptr ? findDataInfo(record, startSeq) : nullptr;
+}
+
+// --- Records of timestamps and units
+// -------------------------------------------------------------------------
+
+// **Lends** the record of `timestamp`, or null.
+stTalRtpTSRecord* CMMRTPSessionBase::findTSRecord(unsigned int timestamp) const {
+    if (m_index->lastRecord != nullptr && m_index->lastRecord->timestamp == timestamp) {
+        return m_index->lastRecord;
+    }
+    const auto entry = m_tsInfoList.find(timestamp);
+    return entry != m_tsInfoList.end() ? static_cast<stTalRtpTSRecord*>(entry->second) : nullptr;
+}
+
+// **Lends** the record of `timestamp`, made now if there is none; null when the list holds a null record.
+stTalRtpTSRecord* CMMRTPSessionBase::findOrMakeTSRecord(unsigned int timestamp) {
+    if (m_index->lastRecord != nullptr && m_index->lastRecord->timestamp == timestamp) {
+        return m_index->lastRecord;
+    }
+    const bool isNewest = m_tsInfoList.empty() || m_tsInfoList.rbegin()->first < timestamp;
+    const auto place = isNewest ? m_tsInfoList.end() : m_tsInfoList.lower_bound(timestamp);
+    if (!isNewest && place->first == timestamp) {
+        m_index->lastRecord = static_cast<stTalRtpTSRecord*>(place->second);
+        return m_index->lastRecord;
+    }
+    stTalRtpTSRecord* const record =
+        new (m_pool->take(sizeof(stTalRtpTSRecord))) stTalRtpTSRecord(timestamp, m_lastReceivedTime, m_pool);
+    record->entry = m_tsInfoList.emplace_hint(place, timestamp, record);
+    m_index->ageOrder.insert(record);
+    m_index->lastRecord = record;
+    return record;
+}
+
+// Notes that a packet of this timestamp came now.
+void CMMRTPSessionBase::touchTSRecord(stTalRtpTSRecord* record) {
+    if (record->updateTime != m_lastReceivedTime) {
+        m_index->ageOrder.remove(record);
+        record->updateTime = m_lastReceivedTime;
+        m_index->ageOrder.insert(record);
+    }
+}
+
+// **Lends** the record of the unit that starts at `startSeq`, or null.
+stTalRtpDataInfo* CMMRTPSessionBase::findDataInfo(stTalRtpTSRecord* record, unsigned short startSeq) const {
+    const stMediaSlot& slot = m_index->media[startSeq];
+    if (slot.unitOwner == record) {
+        return slot.unit;
+    }
+    const auto entry = record->dataInfoMap.find(startSeq);
+    return entry != record->dataInfoMap.end() ? entry->second : nullptr;
+}
+
+// The same, made now if there is none; null when the map holds a null record.
+stTalRtpDataInfo* CMMRTPSessionBase::findOrMakeDataInfo(stTalRtpTSRecord* record, unsigned short startSeq) {
+    stMediaSlot& slot = m_index->media[startSeq];
+    if (slot.unitOwner == record) {
+        return slot.unit;
+    }
+    auto& units = record->dataInfoMap;
+    const bool isLast = units.empty() || units.rbegin()->first < startSeq;
+    const auto place = isLast ? units.end() : units.lower_bound(startSeq);
+    stTalRtpDataInfo* unit;
+    if (!isLast && place->first == startSeq) {
+        unit = place->second;
+    } else {
+        unit = new (m_pool->take(sizeof(stTalRtpDataInfo))) stTalRtpDataInfo{startSeq, 1, false, false};
+        units.emplace_hint(place, startSeq, unit);
+    }
+    if (slot.packet != nullptr) {
+        slot.unit = unit;
+        slot.unitOwner = record;
+    }
+    return unit;
+}
+
+// Frees a record that is no more in the list of timestamps, with the records of its units.
+void CMMRTPSessionBase::freeTSRecord(stTalRtpTSRecord* record) {
+    for (const auto& entry : record->dataInfoMap) {
+        stMediaSlot& slot = m_index->media[entry.first];
+        if (slot.unitOwner == record) {
+            slot.unit = nullptr;
+            slot.unitOwner = nullptr;
+        }
+        if (entry.second != nullptr) {
+            m_pool->give(entry.second, sizeof(stTalRtpDataInfo));
+        }
+    }
+    m_index->ageOrder.remove(record);
+    if (m_index->lastRecord == record) {
+        m_index->lastRecord = nullptr;
+    }
+    record->~stTalRtpTSRecord();
+    m_pool->give(record, sizeof(stTalRtpTSRecord));
+}
+
+// --- Delivery
+// ------------------------------------------------------------------------------------------------
+
+void CMMRTPSessionBase::dealPacket(CTalRtpPacket* packet) {
+    if (packet == nullptr) {
+        TAL_TRACE(ERROR, "CMMRTPSessionBase::dealPacket invalid parameter: packet = " << packet);
+        return;
+    }
+    packet->set_packet_type(PACKET_TYPE_UNITS);
+    deliverPacket(packet);
+}
+
+void CMMRTPSessionBase::forceHandoverPacket(CTalRtpPacket* packet) {
+    if (packet == nullptr) {
+        TAL_TRACE(ERROR, "CMMRTPSessionBase::forceHandoverPacket invalid parameter: packet = " << packet);
+        return;
+    }
+    packet->set_packet_type(PACKET_TYPE_UNITS);
+    deliverPacket(packet);
+}
+
+void CMMRTPSessionBase::deliverPacket(CTalRtpPacket* packet) {
+    if (packet == nullptr || m_pSink == nullptr) {
+        return;
+    }
+    m_deliveredDataBytes += static_cast<_uint64_t>(static_cast<_int64_t>(packet->get_payload_size()));
+    if (stTalRtpDataInfo* const unit =
+            getMediaDataInfo(packet->get_timestamp(), packet->get_sequence_number())) {
+        unit->delivered = true;
+    }
+    m_pSink->OnReceivedRTPPacket(packet);
+}
+
+int CMMRTPSessionBase::ForceHandover(unsigned long timestamp) {
+    const stTalRtpTSRecord* const record = findTSRecord(static_cast<_uint32_t>(timestamp));
+    if (record == nullptr) {
+        return 1;
+    }
+    bool isHandedOver = false;
+    for (const auto& entry : record->dataInfoMap) {
+        if (entry.second != nullptr && !entry.second->delivered) {
+            forceHandoverPacket(getMediaPacketBySeq(entry.first));
+            isHandedOver = true;
+        }
+    }
+    return isHandedOver ? 0 : 1;
+}
+
+bool CMMRTPSessionBase::findStartSeq(unsigned short seq, unsigned short& startSeq) {
+    startSeq = seq;
+    return true;
+}
+
+bool CMMRTPSessionBase::findEndSeq(unsigned short startSeq, unsigned short& endSeq) {
+    endSeq = startSeq;
+    return true;
+}
+
+bool CMMRTPSessionBase::isStartSeq(unsigned short /*seq*/) {
+    return true;
+}
+
+bool CMMRTPSessionBase::isEndSeq(unsigned short /*seq*/) {
+    return true;
+}
+
+// --- Ageing and clean-up
+// -------------------------------------------------------------------------------------
+
+void CMMRTPSessionBase::checkAllLists() {
+    const CAgeOrder& order = m_index->ageOrder;
+    while (order.oldest() != nullptr && isStale(*order.oldest(), m_lastReceivedTime)) {
+        ageOut(order.oldest());
+    }
+    // Behind a clock that stepped back lie the timestamps that seem to come from its future.
+    stTalRtpTSRecord* record = order.newest();
+    while (record != nullptr && record->updateTime > m_lastReceivedTime) {
+        stTalRtpTSRecord* const older = record->older;
+        if (isStale(*record, m_lastReceivedTime)) {
+            ageOut(record);
+        }
+        record = older;
+    }
+}
+
+// Frees a timestamp with its packets.
+void CMMRTPSessionBase::ageOut(stTalRtpTSRecord* record) {
+    for (const _uint16_t seq : record->mediaSeqList) {
+        stMediaSlot& slot = m_index->media[seq];
+        if (slot.packet != nullptr) {
+            delete slot.packet;
+            m_mediaPacketList.erase(slot.entry);
+            m_index->removeMedia(seq);
+        }
+    }
+    for (const _uint16_t seq : record->fecSeqList) {
+        eraseFecPacket(seq);
+    }
+    m_tsInfoList.erase(record->entry);
+    freeTSRecord(record);
+}
+
+void CMMRTPSessionBase::clearAllList() {
+    while (stTalRtpTSRecord* const record = m_index->ageOrder.oldest()) {
+        freeTSRecord(record);
+    }
+    m_tsInfoList.clear();
+    for (const auto& entry : m_mediaPacketList) {
+        delete entry.second;
+        m_index->removeMedia(entry.first);
+    }
+    m_mediaPacketList.clear();
+    while (!m_fecPacketList.empty()) {
+        eraseFecPacket(m_fecPacketList.begin()->first);
+    }
+    for (const auto& entry : m_recoverPacketList) {
+        delete entry.second;
+    }
+    m_recoverPacketList.clear();
+}
+
+// --- Statistics
+// ----------------------------------------------------------------------------------------------
+
+bool CMMRTPSessionBase::updateReceivedTS(unsigned int timestamp) {
+    constexpr unsigned int kMaxAhead = 0x80000000u;
+    if (timestamp == m_receivedTS || timestamp - m_receivedTS > kMaxAhead) {
+        return false;
+    }
+    m_receivedTS = timestamp;
+    return true;
+}
+
+void CMMRTPSessionBase::displayStatisticInfo() const {
+    if (m_createdMediaPacketNumber != 0) {
+        TAL_TRACE_WITHOUT_POSITION(INFO, "CMMRTPSessionBase::displayStatisticInfo SourceID = "
+                                             << m_sourceId
+                                             << ", CreatedMediaPacketNumber = " << m_createdMediaPacketNumber
+                                             << ", CreatedFECPacketNumber = " << m_createdFECPacketNumber);
+    }
+    if (m_receivedPacketNumber != 0) {
+        TAL_TRACE_WITHOUT_POSITION(
+            INFO,
+            "CMMRTPSessionBase::displayStatisticInfo SourceID = "
+                << m_sourceId << ", ReceivedTime = " << m_lastReceivedTime - m_firstReceivedTime << " ms"
+                << ", ReceivedPacketNumber = " << m_receivedPacketNumber << ", ReceivedPacketBytes = "
+                << m_receivedPacketBytes << ", ReceivedMediaPacketNumber = " << m_receivedMediaPacketNumber
+                << ", ReceivedValidMediaPacketNumber = " << m_receivedValidMediaPacketNumber
+                << ", ReceivedFECPacketNumber = " << m_receivedFECPacketNumber
+                << ", ReceivedValidFECPacketNumber = " << m_receivedValidFECPacketNumber
+                << ", RecoveredMediaPacketNumber = " << m_recoveredMediaPacketNumber
+                << ", DeliveredDataBytes = " << m_deliveredDataBytes);
+    }
+}
+
+}  // namespace talrtp
