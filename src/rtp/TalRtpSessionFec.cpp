@@ -1,0 +1,660 @@
+// Forward error correction on receive.
+//
+//   FEC packet from the network ---> try to rebuild --keep--> m_fecPacketList
+//                                        |
+//                                        v
+//                               m_recoverPacketList <------------------+
+//                                        |                             |
+//                                        v                             |
+//                      media list, records, delivery hooks   try the stored FEC packets again
+//                                        |                             ^
+//                                        +---- something was new ------+
+//
+// Every round that goes on has added a media packet that was missing, so the cycle ends. It runs as a loop: a
+// chain in which each rebuilt packet completes the next group takes no stack.
+
+#include <talrtp/RsFec.h>
+#include <talrtp/TalRtpSession.h>
+
+#include <algorithm>
+#include <iterator>
+#include <memory>
+
+#include "RsModelCache.h"
+#include "TalRtpLengthWord.h"
+#include "TalRtpPacketLayout.h"
+#include "TalRtpReceiveIndex.h"
+#include "TalRtpTraceLine.h"
+#include "kernels/XorKernel.h"
+
+namespace talrtp {
+
+void deployXorProcess(unsigned char* dst, unsigned char* src1, unsigned char* src2, int length) {
+    if (length > 0) {
+        xorBlocks(dst, src1, src2, static_cast<std::size_t>(length));
+    }
+}
+
+void CMMRTPSessionBase::deployXorProcess(unsigned char* dst, unsigned char* src1, unsigned char* src2,
+                                         int length) {
+    talrtp::deployXorProcess(dst, src1, src2, length);
+}
+
+// --- FEC packets: intake and storage
+// -------------------------------------------------------------------------
+
+int CMMRTPSessionBase::inputReceivedFECPacket(CTalRtpPacket* fecPacket) {
+    if (fecPacket == nullptr) {
+        TAL_TRACE(ERROR,
+                  "CMMRTPSessionBase::inputReceivedFECPacket invalid parameter: fecPacket = " << fecPacket);
+        return -1;
+    }
+    const _uint16_t seq = fecPacket->get_sequence_number();
+    if (getFECPacketBySeq(seq) != nullptr) {
+        delete fecPacket;
+        return 0;
+    }
+    ++m_receivedValidFECPacketNumber;
+    m_receivedValidFECPacketBytes += static_cast<_uint64_t>(fecPacket->get_buffer_size());
+    bool keep = false;
+    recoverPacketWithFEC(fecPacket, keep);
+    if (keep) {
+        storeFecPacket(fecPacket);
+        updateFECListInfo(fecPacket->get_timestamp(), seq);
+    } else {
+        delete fecPacket;
+    }
+    dealRecoverPacketList();
+    return 0;
+}
+
+// **Takes** `fecPacket` into the FEC list, the index and the groups that wait.
+void CMMRTPSessionBase::storeFecPacket(CTalRtpPacket* fecPacket) {
+    const _uint16_t seq = fecPacket->get_sequence_number();
+    const auto place = CReceiveIndex::placeFor(seq, m_fecPacketList, m_index->fecNumbers, m_index->fec);
+    const auto entry = m_fecPacketList.emplace_hint(place, seq, fecPacket);
+    entry->second = fecPacket;  // an entry that held null is filled
+    if (m_index->fecTypeAtStore != m_fecType) {
+        m_index->retryEveryFec |= !m_index->fecNumbers.isEmpty();
+        m_index->fecTypeAtStore = m_fecType;
+    }
+    m_index->fec[seq] = stFecSlot{fecPacket, entry, nullptr, stTalRtpTSInfo::SeqList::iterator()};
+    m_index->fecNumbers.insert(seq);
+    if (const auto* const xorPacket = dynamic_cast<const CRTPFECPacket*>(fecPacket)) {
+        m_index->waiting.addXor(seq, xorPacket->get_fec_sequence_number_base(), xorPacket->get_fec_mask());
+    } else if (const auto* const rsPacket = dynamic_cast<const CRTPRSPacket*>(fecPacket)) {
+        const _uint16_t fecBase = static_cast<_uint16_t>(seq - rsPacket->get_rs_index());
+        m_index->waiting.addRs(seq, rsPacket->get_rs_sequence_number_base(), rsPacket->get_rs_mask(), fecBase,
+                               rsPacket->get_rs_count());
+    }
+    m_index->waiting.fecArrived(seq);
+}
+
+// Destroys the FEC packet stored under `seq`, if there is one, and takes it out of the FEC list and the
+// index.
+void CMMRTPSessionBase::eraseFecPacket(unsigned short seq) {
+    stFecSlot& slot = m_index->fec[seq];
+    if (slot.packet == nullptr) {
+        return;
+    }
+    delete slot.packet;
+    m_fecPacketList.erase(slot.entry);
+    slot = stFecSlot();
+    m_index->fecNumbers.erase(seq);
+    m_index->waiting.remove(seq);
+}
+
+CTalRtpPacket* CMMRTPSessionBase::getFECPacketBySeq(unsigned short seq) const {
+    return m_index->fec[seq].packet;
+}
+
+void CMMRTPSessionBase::updateFECListInfo(unsigned int timestamp, unsigned short seq) {
+    stTalRtpTSRecord* const record = findOrMakeTSRecord(timestamp);
+    if (record == nullptr) {
+        return;
+    }
+    touchTSRecord(record);
+    record->fecSeqList.push_back(seq);
+    stFecSlot& slot = m_index->fec[seq];
+    slot.owner = record;
+    slot.note = std::prev(record->fecSeqList.end());
+}
+
+void CMMRTPSessionBase::removeFECInfoFromList(unsigned int timestamp, unsigned short seq) {
+    stTalRtpTSRecord* const record = findTSRecord(timestamp);
+    stFecSlot& slot = m_index->fec[seq];
+    if (record == nullptr || slot.owner != record) {
+        return;
+    }
+    record->fecSeqList.erase(slot.note);
+    slot.owner = nullptr;
+}
+
+// --- The cycle
+// -----------------------------------------------------------------------------------------------
+
+void CMMRTPSessionBase::recoverPacketWithFEC() {
+    retryFecPackets();
+    dealRecoverPacketList();
+}
+
+// Tries the stored FEC packets in ascending order. Those that wait for more than has come would change
+// nothing and are passed over, unless the FEC type changed: packets of the other kind have nothing more to
+// give.
+void CMMRTPSessionBase::retryFecPackets() {
+    const bool isEvery = m_index->retryEveryFec || m_index->fecTypeAtStore != m_fecType;
+    m_index->retryEveryFec = false;
+    m_index->fecTypeAtStore = m_fecType;
+    _uint16_t seq = 0;
+    while (isEvery ? m_index->fecNumbers.findUpward(seq, seq) : m_index->waiting.findReady(seq, seq)) {
+        ++m_index->steps;
+        retryFecPacket(seq);
+        if (++seq == 0) {
+            return;
+        }
+    }
+}
+
+void CMMRTPSessionBase::retryFecPacket(unsigned short seq) {
+    CTalRtpPacket* const fecPacket = getFECPacketBySeq(seq);
+    bool keep = false;
+    recoverPacketWithFEC(fecPacket, keep);
+    if (keep) {
+        m_index->waiting.waitAgain(seq);
+        return;
+    }
+    removeFECInfoFromList(fecPacket->get_timestamp(), seq);
+    eraseFecPacket(seq);
+}
+
+void CMMRTPSessionBase::recoverPacketWithFEC(CTalRtpPacket* fecPacket, bool& keep) {
+    keep = false;
+    if (fecPacket == nullptr) {
+        TAL_TRACE(ERROR,
+                  "CMMRTPSessionBase::recoverPacketWithFEC invalid parameter: fecPacket = " << fecPacket);
+        return;
+    }
+    // A packet of the other kind, stored before the FEC type was changed, has nothing more to give.
+    if (m_fecType == RTP_FEC_RS) {
+        if (auto* const rsPacket = dynamic_cast<CRTPRSPacket*>(fecPacket)) {
+            recoverPacketWithRSFEC(rsPacket, keep);
+        }
+    } else if (m_fecType == RTP_FEC_XOR) {
+        if (auto* const xorPacket = dynamic_cast<CRTPFECPacket*>(fecPacket)) {
+            recoverPacketWithXORFEC(xorPacket, keep);
+        }
+    }
+}
+
+void CMMRTPSessionBase::dealRecoverPacketList() {
+    bool isAnyDealt = false;
+    while (dealRecoveredPackets()) {
+        isAnyDealt = true;
+        retryFecPackets();
+    }
+    if (isAnyDealt) {
+        checkAllLists();
+    }
+}
+
+// Feeds the rebuilt packets into the media path; true when one of them was new.
+bool CMMRTPSessionBase::dealRecoveredPackets() {
+    bool isAnyDealt = false;
+    for (const auto& entry : m_recoverPacketList) {
+        CTalRtpPacket* const packet = entry.second;
+        if (packet == nullptr) {
+            continue;
+        }
+        const _uint16_t seq = packet->get_sequence_number();
+        const _uint32_t timestamp = packet->get_timestamp();
+        if (getMediaPacketBySeq(seq) != nullptr) {
+            TAL_TRACE(WARNING, "CMMRTPSessionBase::dealRecoverPacketList recover repeat packet: seq = "
+                                   << seq << ", ts = " << timestamp);
+            delete packet;
+            continue;
+        }
+        ++m_recoveredMediaPacketNumber;
+        m_recoveredMediaPacketBytes += static_cast<_uint64_t>(packet->get_buffer_size());
+        storeMediaPacket(packet);
+        updateMediaDataInfo(timestamp, seq);
+        dealPacket(packet);
+        isAnyDealt = true;
+    }
+    m_recoverPacketList.clear();
+    return isAnyDealt;
+}
+
+CTalRtpPacket* CMMRTPSessionBase::getRecoverPacketBySeq(unsigned short seq) const {
+    const auto entry = m_recoverPacketList.find(seq);
+    return entry != m_recoverPacketList.end() ? entry->second : nullptr;
+}
+
+// **Lends** the media packet with that number that is at hand, stored or just rebuilt; null when it is
+// missing.
+CTalRtpPacket* CMMRTPSessionBase::getKnownMediaPacket(unsigned short seq) const {
+    CTalRtpPacket* const stored = getMediaPacketBySeq(seq);
+    return stored != nullptr ? stored : getRecoverPacketBySeq(seq);
+}
+
+// **Takes** a rebuilt packet into the list of those to be dealt.
+void CMMRTPSessionBase::storeRecoveredPacket(unsigned short seq, CTalRtpPacket* packet) {
+    m_recoverPacketList[seq] = packet;
+    m_index->knownNumbers.insert(seq);
+    m_index->waiting.mediaArrived(seq);
+}
+
+// --- XOR recovery (RFC 2733, 7)
+// ------------------------------------------------------------------------------
+
+void CMMRTPSessionBase::recoverPacketWithXORFEC(CRTPFECPacket* fecPacket, bool& keep) {
+    keep = false;
+    if (fecPacket == nullptr) {
+        TAL_TRACE(ERROR,
+                  "CMMRTPSessionBase::recoverPacketWithXORFEC invalid parameter: fecPacket = " << fecPacket);
+        return;
+    }
+    const _uint16_t base = fecPacket->get_fec_sequence_number_base();
+    const _uint64_t missing =
+        xorMaskWindow(fecPacket->get_fec_mask()) & ~m_index->knownNumbers.window(base, kXorMaskBits);
+    if (missing == 0) {
+        return;
+    }
+    if ((missing & (missing - 1)) != 0) {
+        keep = true;  // two or more
+        return;
+    }
+    const _uint16_t missingSeq = static_cast<_uint16_t>(base + __builtin_ctzll(missing));
+    CTalRtpPacket* const packet = recoverPacket(missingSeq, fecPacket);
+    if (packet == nullptr) {
+        return;
+    }
+    const _uint16_t seq = packet->get_sequence_number();
+    if (seq != missingSeq) {
+        // Compatibility: such a packet, which only an override can make, is left alone: not stored and not
+        // destroyed.
+        TAL_TRACE(WARNING,
+                  "CMMRTPSessionBase::recoverPacketWithXORFEC recover seq number is differ with request"
+                      << ", recoveredSeq = " << seq << ", requestSeq = " << missingSeq);
+        return;
+    }
+    TAL_TRACE(INFO, "CMMRTPSessionBase::recoverPacketWithXORFEC recoveredSeq = "
+                        << seq << ", recoveredTS = " << packet->get_timestamp()
+                        << ", sourceID = " << m_sourceId);
+    storeRecoveredPacket(seq, packet);
+}
+
+namespace {
+
+// A packet under reconstruction: what is XORed together of the headers, and the body behind the fixed header,
+// which grows in the new packet's own buffer.
+class CXorRecovery {
+public:
+    // `bodyCapacity`: room behind the fixed header, at least 0.
+    CXorRecovery(_uint16_t seq, int bodyCapacity)
+        : m_packet(new CTalRtpPacket(kFixedHeaderSize + bodyCapacity)),
+          m_seq(seq),
+          m_bodyCapacity(bodyCapacity) {}
+
+    void addFecPacket(CRTPFECPacket& fec) {
+        m_padding = fec.get_fec_recover_pad_flag();
+        m_extension = fec.get_fec_recover_extension_flag();
+        m_csrcCount = fec.get_fec_recover_contrib_src_count();
+        m_marker = fec.get_fec_recover_marker_flag();
+        m_payloadType = fec.get_fec_recover_payload_type();
+        m_timestamp = fec.get_fec_recover_timestamp();
+        m_length = fec.get_fec_recover_length();
+        addBody(fec.get_payload_ptr() + kFecHeaderSize, fec.get_payload_size() - kFecHeaderSize);
+    }
+
+    void addMediaPacket(CTalRtpPacket& packet) {
+        const int bodySize = packet.get_packet_size() - kFixedHeaderSize;
+        m_padding ^= packet.get_pad_flag();
+        m_extension ^= packet.get_extension_flag();
+        m_csrcCount ^= packet.get_contrib_src_count();
+        m_marker ^= packet.get_marker_flag();
+        // Compatibility: the packet kind, not the payload type that the sender XORed; receivers in the field
+        // rebuild the payload type so.
+        m_payloadType = static_cast<_uint8_t>(m_payloadType ^ packet.get_packet_type());
+        m_timestamp ^= packet.get_timestamp();
+        m_length = static_cast<_uint16_t>(m_length ^ bodySize);
+        addBody(packet.get_buffer() + kFixedHeaderSize, bodySize);
+    }
+
+    // **Returns** the packet with its header written, or null when its length fits neither its buffer nor its
+    // header.
+    CTalRtpPacket* finish(_uint32_t ssrc) {
+        m_packet->set_version(kVersion);
+        m_packet->set_pad_flag(m_padding);
+        m_packet->set_extension_flag(m_extension);
+        m_packet->set_contrib_src_count(m_csrcCount);
+        m_packet->set_marker_flag(m_marker);
+        m_packet->set_payload_type(m_payloadType);
+        m_packet->set_sequence_number(m_seq);
+        m_packet->set_timestamp(m_timestamp);
+        m_packet->set_sync_source(ssrc);
+        const int headerSize = m_packet->get_header_size();
+        const int packetSize = m_length + kFixedHeaderSize;
+        if (packetSize > m_packet->get_buffer_size() || packetSize < headerSize) {
+            return nullptr;
+        }
+        m_packet->set_payload_size(packetSize - headerSize);
+        return m_packet.release();
+    }
+
+private:
+    void addBody(unsigned char* body, int size) {
+        if (m_bodyCapacity < size) {
+            TAL_TRACE(WARNING,
+                      "CMMRTPSessionBase::recoverPacket recovered packet size is too small, recoveredSeq = "
+                          << m_seq << ", recoveredLen = " << m_bodyCapacity << ", recoverLen = " << size);
+        }
+        unsigned char* const target = m_packet->get_buffer() + kFixedHeaderSize;
+        deployXorProcess(target, target, body, std::min(size, m_bodyCapacity));
+    }
+
+    std::unique_ptr<CTalRtpPacket> m_packet;
+    _uint16_t m_seq;
+    int m_bodyCapacity;
+    bool m_padding = false;
+    bool m_extension = false;
+    int m_csrcCount = 0;
+    bool m_marker = false;
+    _uint8_t m_payloadType = 0;
+    _uint32_t m_timestamp = 0;
+    _uint16_t m_length = 0;
+};
+
+}  // namespace
+
+CTalRtpPacket* CMMRTPSessionBase::recoverPacket(unsigned short seq, CRTPFECPacket* fecPacket) {
+    if (fecPacket == nullptr) {
+        TAL_TRACE(ERROR, "CMMRTPSessionBase::recoverPacket invalid parameter: fecPacket = " << fecPacket);
+        return nullptr;
+    }
+    const int bodyCapacity = fecPacket->get_packet_size() - kFixedHeaderSize - kFecHeaderSize;
+    if (bodyCapacity < 0) {
+        return nullptr;
+    }
+    CXorRecovery recovery(seq, bodyCapacity);
+    recovery.addFecPacket(*fecPacket);
+    const _uint16_t base = fecPacket->get_fec_sequence_number_base();
+    const _uint32_t window = xorMaskWindow(fecPacket->get_fec_mask());
+    for (unsigned int i = 0; i < kXorMaskBits; ++i) {
+        CTalRtpPacket* const packet =
+            (window >> i & 1) != 0 ? getKnownMediaPacket(static_cast<_uint16_t>(base + i)) : nullptr;
+        if (packet != nullptr) {
+            recovery.addMediaPacket(*packet);
+        }
+    }
+    return recovery.finish(fecPacket->get_sync_source());
+}
+
+// --- Reed-Solomon recovery
+// -----------------------------------------------------------------------------------
+
+namespace {
+
+constexpr int kMaxShards = 256;
+constexpr std::size_t kMaxCachedModels = 256;
+
+// The code model of one decode: the shared one, or one built for this decode alone when bytes from the
+// network have already filled the cache.
+class CDecodeModel {
+public:
+    CDecodeModel(int k, int n) {
+        if (isRsModelCached(k, n) || getCachedRsModelCount() < kMaxCachedModels) {
+            m_model = GetRsModel(k, n);
+        } else {
+            m_private.reset(CRsFec::CreateRsModel(k, n));
+            m_model = m_private.get();
+        }
+    }
+    rs_param_* get() const { return m_model; }
+
+private:
+    std::unique_ptr<rs_param_, void (*)(rs_param_*)> m_private{nullptr, &CRsFec::DeleteRsModel};
+    rs_param_* m_model;
+};
+
+// The parity block of a Reed-Solomon FEC packet, behind its FEC header; 0 bytes when the header is cut short.
+int parityBlockSize(const CTalRtpPacket& fecPacket) {
+    return std::max(fecPacket.get_payload_size() - kRsHeaderSize, 0);
+}
+
+}  // namespace
+
+// One attempt at a Reed-Solomon group. Shards 0 .. k-1 are the media packets, k .. k+m-1 the parity packets.
+// All bookkeeping is in arrays on the stack; the heap gives only output buffers and rebuilt packets.
+class CRsRecovery {
+public:
+    CRsRecovery(CMMRTPSessionBase& session, CRTPRSPacket& fecPacket)
+        : m_session(session),
+          m_fecPacket(fecPacket),
+          m_mediaCount(fecPacket.get_rs_mask()),
+          m_fecCount(fecPacket.get_rs_count()),
+          m_mediaBase(fecPacket.get_rs_sequence_number_base()),
+          m_fecSeq(fecPacket.get_sequence_number()),
+          m_fecBase(static_cast<_uint16_t>(m_fecSeq - fecPacket.get_rs_index())) {}
+
+    bool isTooLarge() const { return m_mediaCount + m_fecCount > kMaxShards; }
+
+    // All media packets are at hand.
+    bool isComplete() const {
+        return m_session.m_index->knownNumbers.count(m_mediaBase, static_cast<unsigned int>(m_mediaCount)) ==
+               static_cast<unsigned int>(m_mediaCount);
+    }
+
+    // Lists the shards that are at hand, as many as a decode takes, and the media packets that are missing.
+    // False when there are too few.
+    bool takeStock() {
+        if (mostAtHand() < m_mediaCount) {
+            return false;
+        }
+        for (int i = 0; i < m_mediaCount; ++i) {
+            if (m_session.m_index->knownNumbers.contains(mediaSeq(i))) {
+                m_present[m_presentCount++] = i;
+            } else {
+                m_missing[m_missingCount++] = i;
+            }
+        }
+        m_presentMediaCount = m_presentCount;
+        for (int j = 0; j < m_fecCount && m_presentCount < m_mediaCount; ++j) {
+            if (parityPacket(j) != nullptr) {
+                m_present[m_presentCount++] = m_mediaCount + j;
+            }
+        }
+        return m_presentCount == m_mediaCount;
+    }
+
+    // Gathers the blocks of the shards at hand. False, with a WARNING line, when the parity blocks differ in
+    // size or are shorter than a media packet.
+    bool gather() {
+        int maxPacketLen = 0;
+        for (int shard = 0; shard < m_presentMediaCount; ++shard) {
+            CTalRtpPacket* const packet = m_session.getKnownMediaPacket(mediaSeq(m_present[shard]));
+            setShard(shard, packet->get_buffer(), packet->get_packet_size(), packet->get_packet_size());
+            maxPacketLen = std::max(maxPacketLen, packet->get_packet_size());
+        }
+        for (int shard = m_presentMediaCount; shard < m_presentCount; ++shard) {
+            CRTPRSPacket* const packet = parityPacket(m_present[shard] - m_mediaCount);
+            const int size = parityBlockSize(*packet);
+            setShard(shard, packet->get_payload_ptr() + kRsHeaderSize, size, packet->get_rs_recover_length());
+            m_blockSize = std::max(m_blockSize, size);
+            m_lastParitySeq = packet->get_sequence_number();
+        }
+        const int fecPayloadSize = parityBlockSize(m_fecPacket);
+        if (fecPayloadSize < maxPacketLen || m_blockSize != fecPayloadSize) {
+            TAL_TRACE(
+                WARNING,
+                "CMMRTPSessionBase::recoverPacketWithRSFEC fec payoad size is dubitable, fecPayloadSize = "
+                    << fecPayloadSize << ", maxPacketLen = " << maxPacketLen
+                    << ", maxFecPayloadLen = " << m_blockSize);
+            return false;
+        }
+        return true;
+    }
+
+    // Decodes and takes the rebuilt packets into the session. False, with an ERROR line, when there is no
+    // code of that shape.
+    bool rebuild() {
+        const CDecodeModel model(m_mediaCount, m_mediaCount + m_fecCount);
+        if (model.get() == nullptr) {
+            // Compatibility: the text names the sending operation.
+            TAL_TRACE(ERROR, "CMMRTPSessionBase::CreateRsFecPackets get rs model failed"
+                                 << ", k = " << m_mediaCount << ", n = " << m_mediaCount + m_fecCount);
+            return false;
+        }
+        if (m_blockSize > MAX_PACKET_SIZE) {
+            // The codec refuses the size with a line of its own, before it looks at any output.
+            CRsFec::Decode(model.get(), m_blocks, m_sizes, m_present, nullptr, nullptr, 0);
+            return true;
+        }
+        decode(model.get());
+        storePackets();
+        return true;
+    }
+
+private:
+    // A bound of the shards at hand that costs no look at any of them.
+    int mostAtHand() const {
+        const CReceiveIndex& index = *m_session.m_index;
+        const unsigned int media =
+            index.knownNumbers.count(m_mediaBase, static_cast<unsigned int>(m_mediaCount));
+        const unsigned int fec = index.fecNumbers.count(m_fecBase, static_cast<unsigned int>(m_fecCount));
+        return static_cast<int>(media + fec) + 1;  // this packet may not be stored yet
+    }
+
+    _uint16_t mediaSeq(int i) const { return static_cast<_uint16_t>(m_mediaBase + i); }
+
+    // **Lends** parity packet `j` of the group, or null.
+    CRTPRSPacket* parityPacket(int j) const {
+        const _uint16_t seq = static_cast<_uint16_t>(m_fecBase + j);
+        if (seq == m_fecSeq) {
+            return &m_fecPacket;
+        }
+        // An XOR packet, stored before the FEC type was changed, is none.
+        return dynamic_cast<CRTPRSPacket*>(m_session.getFECPacketBySeq(seq));
+    }
+
+    void setShard(int shard, unsigned char* block, int size, int length) {
+        m_blocks[shard] = block;
+        m_sizes[shard] = size;
+        m_lengths[shard].set(static_cast<_uint32_t>(length));
+        m_lengthBlocks[shard] = m_lengths[shard].bytes;
+    }
+
+    void decode(rs_param_* model) {
+        const std::size_t blockSize = static_cast<std::size_t>(m_blockSize);
+        m_output.reset(new unsigned char[static_cast<std::size_t>(m_missingCount) * blockSize]());
+        unsigned char* blocks[kMaxShards];
+        unsigned char* lengthBlocks[kMaxShards];
+        for (int i = 0; i < m_missingCount; ++i) {
+            blocks[i] = outputBlock(i);
+            m_rebuiltLengths[i].set(static_cast<_uint32_t>(m_blockSize));
+            lengthBlocks[i] = m_rebuiltLengths[i].bytes;
+        }
+        CRsFec::Decode(model, m_blocks, m_sizes, m_present, blocks, m_missing, m_missingCount);
+        CRsFec::Decode(model, m_lengthBlocks, static_cast<int>(sizeof(stLengthWord)), m_present, lengthBlocks,
+                       m_missing, m_missingCount);
+    }
+
+    unsigned char* outputBlock(int i) const {
+        return m_output.get() + static_cast<std::size_t>(i) * static_cast<std::size_t>(m_blockSize);
+    }
+
+    void storePackets() {
+        bool isAnyWrong = false;
+        for (int i = 0; i < m_missingCount; ++i) {
+            isAnyWrong |= !storePacket(mediaSeq(m_missing[i]), outputBlock(i), m_rebuiltLengths[i].get());
+        }
+        if (isAnyWrong) {
+            TAL_TRACE(WARNING,
+                      "CMMRTPSessionBase::recoverPacketWithRSFEC recover seq number is differ with request"
+                          << ", fecSeq = " << m_fecSeq
+                          << ", fecIndex = " << static_cast<unsigned int>(m_fecPacket.get_rs_index())
+                          << ", fecBaseSeq = " << m_fecBase << ", fecNum = " << m_fecCount
+                          << ", packetBaseSeq = " << m_mediaBase << ", packetNum = " << m_mediaCount);
+        }
+    }
+
+    // Takes one rebuilt packet into the session; false when it is not the packet that was asked for.
+    bool storePacket(_uint16_t expectedSeq, unsigned char* data, int length) {
+        if (length < kFixedHeaderSize || length > m_blockSize) {
+            return false;
+        }
+        std::unique_ptr<CTalRtpPacket> packet(new CTalRtpPacket(data, length));
+        if (packet->get_payload_size() < 0) {
+            return false;
+        }
+        const _uint16_t seq = packet->get_sequence_number();
+        if (seq != expectedSeq) {
+            TAL_TRACE(WARNING,
+                      "CMMRTPSessionBase::recoverPacketWithRSFEC recover seq number is differ with request"
+                          << ", recoveredSeq = " << seq << ", requestSeq = " << expectedSeq);
+            return false;
+        }
+        TAL_TRACE(INFO, "CMMRTPSessionBase::recoverPacketWithRSFEC recoveredSeq = "
+                            << seq << ", recoveredTS = " << packet->get_timestamp()
+                            << ", sourceID = " << m_session.m_sourceId);
+        if (m_session.getRecoverPacketBySeq(seq) != nullptr) {
+            // Compatibility: the line carries the number of the last parity packet, not that of the repeated
+            // packet.
+            TAL_TRACE(WARNING, "CMMRTPSessionBase::recoverPacketWithRSFEC recover repeat packet: seq = "
+                                   << m_lastParitySeq << ", ts = " << packet->get_timestamp());
+            return true;
+        }
+        m_session.storeRecoveredPacket(seq, packet.release());
+        return true;
+    }
+
+    CMMRTPSessionBase& m_session;
+    CRTPRSPacket& m_fecPacket;
+    const int m_mediaCount;  // k
+    const int m_fecCount;    // m
+    const _uint16_t m_mediaBase;
+    const _uint16_t m_fecSeq;
+    const _uint16_t m_fecBase;
+
+    int m_present[kMaxShards];  // shard numbers at hand: media first, then parity
+    int m_presentCount = 0;
+    int m_presentMediaCount = 0;
+    int m_missing[kMaxShards];  // media shards to rebuild
+    int m_missingCount = 0;
+
+    unsigned char* m_blocks[kMaxShards];
+    int m_sizes[kMaxShards];
+    stLengthWord m_lengths[kMaxShards];
+    unsigned char* m_lengthBlocks[kMaxShards];
+
+    int m_blockSize = 0;  // of the largest parity block
+    _uint16_t m_lastParitySeq = 0;
+    std::unique_ptr<unsigned char[]> m_output;
+    stLengthWord m_rebuiltLengths[kMaxShards];
+};
+
+void CMMRTPSessionBase::recoverPacketWithRSFEC(CRTPRSPacket* fecPacket, bool& keep) {
+    keep = false;
+    if (fecPacket == nullptr) {
+        TAL_TRACE(ERROR,
+                  "CMMRTPSessionBase::recoverPacketWithRSFEC invalid parameter: fecPacket = " << fecPacket);
+        return;
+    }
+    CRsRecovery recovery(*this, *fecPacket);
+    if (recovery.isTooLarge()) {
+        TAL_TRACE(WARNING,
+                  "CMMRTPSessionBase::recoverPacketWithRSFEC total number of packet and fec is over 256.");
+        return;
+    }
+    if (recovery.isComplete()) {
+        return;
+    }
+    if (!recovery.takeStock()) {
+        keep = true;  // waits for more shards
+        return;
+    }
+    if (recovery.gather() && !recovery.rebuild()) {
+        keep = true;
+    }
+}
+
+}  // namespace talrtp
