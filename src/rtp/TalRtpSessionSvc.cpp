@@ -1,0 +1,493 @@
+// The H.264 session: payload writers and depacketization (RFC 6184, 5.6 to 5.8).
+//
+//   single NAL unit packet    STAP-A                             FU-A
+//   +--------------------+    +--------------+                   +--------------+ 0
+//   | NAL unit           |    | F NRI    24  | 0                 | F NRI    28  |
+//   +--------------------+    +--------------+                   +--------------+ 1
+//                             | unit size    | 1, 2  } for each  | S E R  type  |
+//                             | unit         | 3 ... } unit      +--------------+ 2
+//                             +--------------+                   | piece        |
+
+#include <talrtp/TalRtpSession.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstring>
+
+#include "TalRtpPacketLayout.h"
+#include "TalRtpReceiveIndex.h"
+#include "TalRtpTraceLine.h"
+
+namespace talrtp {
+
+namespace {
+
+constexpr unsigned char kForbiddenAndNriMask = 0xe0;
+constexpr unsigned char kNriMask = 0x60;
+constexpr unsigned char kUnitTypeMask = 0x1f;
+
+constexpr unsigned int kLastSingleType = 23;
+constexpr unsigned int kStapAType = 24;
+constexpr unsigned int kFuAType = 28;
+
+constexpr int kStapAHeaderSize = 1;
+constexpr int kUnitSizeSize = 2;
+constexpr int kMinAggregatedUnit = kUnitSizeSize + 1;
+
+constexpr int kFuHeaderOffset = 1;
+constexpr int kFuHeadersSize = 2;  // FU indicator and FU header
+constexpr unsigned char kFuStartMask = 0x80;
+constexpr unsigned char kFuEndMask = 0x40;
+
+constexpr unsigned char kStartCode[] = {0, 0, 0, 1};
+constexpr int kStartCodeSize = static_cast<int>(sizeof(kStartCode));
+
+bool isSingleUnit(unsigned int type) {
+    return type >= 1 && type <= kLastSingleType;
+}
+
+// A payload byte; 0 behind the end of the payload.
+unsigned char payloadByte(const CTalRtpPacket& packet, int offset) {
+    return offset < packet.get_payload_size() ? packet.get_payload_ptr()[offset] : 0;
+}
+
+unsigned int unitType(const CTalRtpPacket& packet) {
+    return payloadByte(packet, 0) & kUnitTypeMask;
+}
+
+// Bytes of a fragment behind its two headers.
+int fragmentDataSize(const CTalRtpPacket& packet) {
+    return std::max(packet.get_payload_size() - kFuHeadersSize, 0);
+}
+
+// Copies `size` bytes, none for 0 or less; returns the end of the copy.
+unsigned char* append(unsigned char* target, const unsigned char* source, int size) {
+    if (size <= 0) {
+        return target;
+    }
+    std::memcpy(target, source, static_cast<std::size_t>(size));
+    return target + size;
+}
+
+}  // namespace
+
+CMMRTPSession4SVC::CMMRTPSession4SVC(ITalRTPSessionSink* pSink, unsigned int sourceId)
+    : CMMRTPSessionBase(pSink, sourceId) {}
+
+CMMRTPSession4SVC::~CMMRTPSession4SVC() = default;
+
+// --- Payload writers
+// -----------------------------------------------------------------------------------------
+
+int CMMRTPSession4SVC::setPacketPayload(int index, int count, int size, unsigned char* data,
+                                        CTalRtpPacket* packet) {
+    if (count == 1) {
+        return setSinglePayload(size, data, packet);
+    }
+    if (count == 0) {
+        return setAUPayload(index, size, data, packet);
+    }
+    if (count < 0) {
+        TAL_TRACE(WARNING,
+                  "CMMRTPSession4SVC::setPacketPayload payload count is samller zero, count = " << count);
+        return -1;
+    }
+    return setFUPayload(index, count, size, data, packet);
+}
+
+int CMMRTPSession4SVC::setSinglePayload(int size, unsigned char* data, CTalRtpPacket* packet) {
+    if (data == nullptr || packet == nullptr) {
+        TAL_TRACE(ERROR, "CMMRTPSession4SVC::setSinglePayload invalid parameter: packet = "
+                             << packet << ", data = " << data);
+        return -1;
+    }
+    m_nalHeader = data[0];
+    packet->set_payload_size(size);
+    append(packet->get_payload_ptr(), data, size);
+    return 0;
+}
+
+int CMMRTPSession4SVC::setAUPayload(int index, int size, unsigned char* data, CTalRtpPacket* packet) {
+    if (data == nullptr || packet == nullptr) {
+        TAL_TRACE(ERROR, "CMMRTPSession4SVC::setAUPayload invalid parameter: packet = "
+                             << packet << ", data = " << data);
+        return -1;
+    }
+    const bool isFirst = index == 1;
+    const unsigned char header = data[0];
+    if (isFirst || (header & kNriMask) > (m_nalHeader & kNriMask)) {
+        m_nalHeader = static_cast<_uint8_t>((header & kForbiddenAndNriMask) + kStapAType);
+    }
+    const int offset = packet->get_payload_size() + (isFirst ? kStapAHeaderSize : 0);
+    unsigned char* const payload = packet->get_payload_ptr();
+    payload[0] = m_nalHeader;
+    storeBig16(payload + offset, static_cast<_uint16_t>(size));
+    append(payload + offset + kUnitSizeSize, data, size);
+    packet->set_payload_size(size + offset + kUnitSizeSize);
+    return 0;
+}
+
+int CMMRTPSession4SVC::setFUPayload(int index, int count, int size, unsigned char* data,
+                                    CTalRtpPacket* packet) {
+    if (data == nullptr || packet == nullptr) {
+        TAL_TRACE(ERROR, "CMMRTPSession4SVC::setFUPayload invalid parameter: packet = "
+                             << packet << ", data = " << data);
+        return -1;
+    }
+    const bool isFirst = index == 1;
+    if (isFirst) {
+        m_nalHeader = data[0];
+        ++data;
+        --size;
+    }
+    unsigned char fuHeader = m_nalHeader & kUnitTypeMask;
+    fuHeader = static_cast<unsigned char>(fuHeader | (isFirst ? kFuStartMask : 0));
+    fuHeader = static_cast<unsigned char>(fuHeader | (index == count ? kFuEndMask : 0));
+    packet->set_payload_size(size + kFuHeadersSize);
+    unsigned char* const payload = packet->get_payload_ptr();
+    payload[0] = static_cast<unsigned char>((m_nalHeader & kForbiddenAndNriMask) + kFuAType);
+    payload[kFuHeaderOffset] = fuHeader;
+    append(payload + kFuHeadersSize, data, size);
+    return 0;
+}
+
+// --- Dispatch
+// ------------------------------------------------------------------------------------------------
+
+void CMMRTPSession4SVC::dealPacket(CTalRtpPacket* packet) {
+    if (packet == nullptr) {
+        TAL_TRACE(ERROR, "CMMRTPSession4SVC::dealPacket invalid parameter: packet = " << packet);
+        return;
+    }
+    const unsigned int type = unitType(*packet);
+    if (isSingleUnit(type)) {
+        deliverSinglePacket(packet);
+    } else if (type == kFuAType) {
+        combineFUPacket(packet);
+    } else if (type == kStapAType) {
+        splitAUPacketEx(packet);
+    } else {
+        TAL_TRACE(WARNING, "CMMRTPSession4SVC::dealPacket payload type is unknown, type = " << type);
+    }
+}
+
+void CMMRTPSession4SVC::forceHandoverPacket(CTalRtpPacket* packet) {
+    if (packet == nullptr) {
+        TAL_TRACE(ERROR, "CMMRTPSession4SVC::forceHandoverPacket invalid parameter: packet = " << packet);
+        return;
+    }
+    const unsigned int type = unitType(*packet);
+    if (isSingleUnit(type)) {
+        deliverSinglePacket(packet);
+    } else if (type == kFuAType) {
+        forceHandoverFUPacket(packet);
+    } else if (type == kStapAType) {
+        splitAUPacket(packet);
+    } else {
+        TAL_TRACE(WARNING, "CMMRTPSession4SVC::forceHandoverPacket payload type is unknown, type = " << type);
+    }
+}
+
+// --- Single NAL unit packets
+// ---------------------------------------------------------------------------------
+
+void CMMRTPSession4SVC::deliverSinglePacket(CTalRtpPacket* packet) {
+    if (packet == nullptr) {
+        TAL_TRACE(ERROR, "CMMRTPSession4SVC::deliverSinglePacket invalid parameter: packet = " << packet);
+        return;
+    }
+    const int size = packet->get_payload_size() + kStartCodeSize;
+    CHandover handover(m_index->handover, *packet, packet->get_packet_size() + kStartCodeSize, size);
+    CTalRtpPacket& unit = handover.packet();
+    unit.set_payload_size(size);
+    unsigned char* const end = append(unit.get_payload_ptr(), kStartCode, kStartCodeSize);
+    append(end, packet->get_payload_ptr(), packet->get_payload_size());
+    handover.zeroBehind(size);
+    unit.set_packet_type(PACKET_TYPE_UNITS);
+    deliverPacket(&unit);
+}
+
+// --- Aggregation packets
+// -------------------------------------------------------------------------------------
+
+namespace {
+
+// The warnings of a walk over an aggregation packet, which differ in the name of the operation.
+struct stWalkTexts {
+    const char* noRoom;
+    const char* cutUnit;
+};
+
+constexpr stWalkTexts kSplitExTexts = {
+    "CMMRTPSession4SVC::splitAUPacketEx payload size is smaller than unit min bytes",
+    "CMMRTPSession4SVC::splitAUPacketEx payload size is smaller than unit size",
+};
+constexpr stWalkTexts kSplitTexts = {
+    "CMMRTPSession4SVC::splitAUPacket payload size is smaller than unit min bytes",
+    "CMMRTPSession4SVC::splitAUPacket payload size is smaller than unit size",
+};
+
+// Walks over the units of an aggregation packet. With texts, it warns of what does not fit.
+class CAggregateWalk {
+public:
+    CAggregateWalk(const CTalRtpPacket& packet, const stWalkTexts* texts)
+        : m_texts(texts),
+          m_seq(packet.get_sequence_number()),
+          m_next(packet.get_payload_ptr() + kStapAHeaderSize),
+          m_rest(packet.get_payload_size() - kStapAHeaderSize) {}
+
+    // Moves to the next unit; false at the end.
+    bool advance() {
+        if (m_rest < 1 && m_unitCount > 0) {
+            return false;
+        }
+        ++m_unitCount;
+        if (m_rest < kMinAggregatedUnit) {
+            if (m_texts != nullptr) {
+                TAL_TRACE(WARNING, m_texts->noRoom << ", Seq = " << m_seq << ", unitCount = " << m_unitCount
+                                                   << ", payloadSize = " << m_rest);
+            }
+            return false;
+        }
+        m_size = loadBig16(m_next);
+        m_rest -= kUnitSizeSize;
+        m_isCut = m_rest < m_size;
+        if (m_isCut) {
+            if (m_texts != nullptr) {
+                TAL_TRACE(WARNING, m_texts->cutUnit << ", Seq = " << m_seq << ", unitCount = " << m_unitCount
+                                                    << ", unitSize = " << m_size
+                                                    << ", payloadSize = " << m_rest);
+            }
+            m_size = m_rest;
+        }
+        m_unit = m_next + kUnitSizeSize;
+        m_next = m_unit + m_size;
+        m_rest -= m_size;
+        return true;
+    }
+
+    const unsigned char* unit() const { return m_unit; }
+    int size() const { return m_size; }
+    bool isCut() const { return m_isCut; }
+
+private:
+    const stWalkTexts* m_texts;
+    _uint16_t m_seq;
+    const unsigned char* m_next;
+    int m_rest;
+    int m_unitCount = 0;
+    const unsigned char* m_unit = nullptr;
+    int m_size = 0;
+    bool m_isCut = false;
+};
+
+// The bytes of all units in byte-stream form.
+int byteStreamSize(const CTalRtpPacket& packet) {
+    int size = 0;
+    CAggregateWalk walk(packet, nullptr);
+    while (walk.advance()) {
+        size += walk.size() + kStartCodeSize;
+    }
+    return size;
+}
+
+// What a temporary packet reports as its capacity: room for the worst case in which every unit has one byte.
+int aggregateCapacity(const CTalRtpPacket& packet) {
+    const int rest = packet.get_payload_size() - kStapAHeaderSize;
+    return rest + packet.get_header_size() + 2 * (rest / kMinAggregatedUnit);
+}
+
+unsigned char* appendUnit(unsigned char* target, const CAggregateWalk& walk) {
+    return append(append(target, kStartCode, kStartCodeSize), walk.unit(), walk.size());
+}
+
+}  // namespace
+
+void CMMRTPSession4SVC::splitAUPacketEx(CTalRtpPacket* packet) {
+    if (packet == nullptr) {
+        TAL_TRACE(ERROR, "CMMRTPSession4SVC::splitAUPacketEx invalid parameter: packet = " << packet);
+        return;
+    }
+    if (packet->get_payload_size() <= kStapAHeaderSize) {
+        return;
+    }
+    CHandover handover(m_index->handover, *packet, aggregateCapacity(*packet), byteStreamSize(*packet));
+    CTalRtpPacket& unit = handover.packet();
+    handover.zeroBehind(0);
+    int declaredSize = 0;
+    CAggregateWalk walk(*packet, &kSplitExTexts);
+    while (walk.advance()) {
+        // Compatibility: every unit is written at the start while the declared size grows, so what follows a
+        // later unit is stale. Hosts cut the hand-over by the growth.
+        appendUnit(unit.get_payload_ptr(), walk);
+        declaredSize += walk.size() + kStartCodeSize;
+        unit.set_payload_size(declaredSize);
+        if (!walk.isCut()) {
+            unit.set_packet_type(PACKET_TYPE_UNITS);
+        }
+        deliverPacket(&unit);
+    }
+}
+
+void CMMRTPSession4SVC::splitAUPacket(CTalRtpPacket* packet) {
+    if (packet == nullptr) {
+        TAL_TRACE(ERROR, "CMMRTPSession4SVC::splitAUPacket invalid parameter: packet = " << packet);
+        return;
+    }
+    const bool isEmpty = packet->get_payload_size() <= kStapAHeaderSize;
+    const int size = isEmpty ? 0 : byteStreamSize(*packet);
+    CHandover handover(m_index->handover, *packet, aggregateCapacity(*packet), size);
+    CTalRtpPacket& units = handover.packet();
+    bool isAnyCut = false;
+    if (!isEmpty) {
+        CAggregateWalk walk(*packet, &kSplitTexts);
+        unsigned char* end = units.get_payload_ptr();
+        while (walk.advance()) {
+            end = appendUnit(end, walk);
+            isAnyCut |= walk.isCut();
+        }
+    }
+    units.set_payload_size(size);
+    handover.zeroBehind(size);
+    if (!isAnyCut) {
+        units.set_packet_type(PACKET_TYPE_UNITS);
+    }
+    deliverPacket(&units);
+}
+
+// --- Fragmentation units
+// -------------------------------------------------------------------------------------
+
+bool CMMRTPSession4SVC::isStartSeq(unsigned short seq) {
+    const CTalRtpPacket* const packet = getMediaPacketBySeq(seq);
+    if (packet == nullptr) {
+        return false;
+    }
+    const unsigned int type = unitType(*packet);
+    return isSingleUnit(type) || type == kStapAType ||
+           (type == kFuAType && (payloadByte(*packet, kFuHeaderOffset) & kFuStartMask) != 0);
+}
+
+bool CMMRTPSession4SVC::isEndSeq(unsigned short seq) {
+    const CTalRtpPacket* const packet = getMediaPacketBySeq(seq);
+    if (packet == nullptr) {
+        return false;
+    }
+    const unsigned int type = unitType(*packet);
+    return isSingleUnit(type) || type == kStapAType ||
+           (type == kFuAType && (payloadByte(*packet, kFuHeaderOffset) & kFuEndMask) != 0);
+}
+
+bool CMMRTPSession4SVC::findStartSeq(unsigned short seq, unsigned short& startSeq) {
+    return m_index->findStart(seq, startSeq);
+}
+
+bool CMMRTPSession4SVC::findEndSeq(unsigned short startSeq, unsigned short& endSeq) {
+    return m_index->findEnd(startSeq, endSeq);
+}
+
+void CMMRTPSession4SVC::combineFUPacket(CTalRtpPacket* packet) {
+    if (packet == nullptr) {
+        TAL_TRACE(ERROR, "CMMRTPSession4SVC::combineFUPacket invalid parameter: packet = " << packet);
+        return;
+    }
+    bool complete;
+    unsigned short start;
+    unsigned short end;
+    if (getFUPacketsInfoBySeq(packet->get_sequence_number(), complete, start, end) == 0 && complete) {
+        deliverFUPacket(start, end, true);
+    }
+}
+
+void CMMRTPSession4SVC::forceHandoverFUPacket(CTalRtpPacket* packet) {
+    if (packet == nullptr) {
+        TAL_TRACE(ERROR, "CMMRTPSession4SVC::forceHandoverFUPacket invalid parameter: packet = " << packet);
+        return;
+    }
+    bool complete;
+    unsigned short start;
+    unsigned short end;
+    if (getFUPacketsInfoBySeq(packet->get_sequence_number(), complete, start, end) == 0) {
+        deliverFUPacket(start, end, complete);
+    }
+}
+
+int CMMRTPSession4SVC::getFUPacketsInfoBySeq(unsigned short seq, bool& complete, unsigned short& start,
+                                             unsigned short& end) {
+    complete = false;
+    start = 0;
+    end = 0;
+    const CTalRtpPacket* const packet = getMediaPacketBySeq(seq);
+    if (packet == nullptr) {
+        TAL_TRACE(WARNING, "CMMRTPSession4SVC::getFUPacketsInfoBySeq can't find packet, seq = " << seq);
+        return 1;
+    }
+    const stTalRtpDataInfo* const unit = getMediaDataInfo(packet->get_timestamp(), seq);
+    if (unit == nullptr) {
+        return 1;
+    }
+    start = unit->startSeq;
+    end = static_cast<unsigned short>(unit->startSeq + unit->packetCount - 1);
+    complete = unit->complete;
+    return 0;
+}
+
+unsigned int CMMRTPSession4SVC::getFUPacketsPayloadSize(unsigned short start, unsigned short end) const {
+    return static_cast<unsigned int>(fragmentRunSize(start, end));
+}
+
+// The same, wide enough for every run.
+_uint64_t CMMRTPSession4SVC::fragmentRunSize(unsigned short start, unsigned short end) const {
+    _uint64_t size = 0;
+    const int last = static_cast<unsigned short>(end - start);
+    for (int i = 0; i <= last; ++i) {
+        const unsigned short seq = static_cast<unsigned short>(start + i);
+        const CTalRtpPacket* const packet = getMediaPacketBySeq(seq);
+        if (packet == nullptr) {
+            TAL_TRACE(WARNING, "CMMRTPSession4SVC::getFUPacketsPayloadSize can't find packet, seq = " << seq);
+            break;
+        }
+        size += static_cast<unsigned int>(fragmentDataSize(*packet));
+    }
+    return size;
+}
+
+void CMMRTPSession4SVC::deliverFUPacket(unsigned short start, unsigned short end, bool complete) {
+    const CTalRtpPacket* const first = getMediaPacketBySeq(start);
+    if (first == nullptr) {
+        TAL_TRACE(WARNING,
+                  "CMMRTPSession4SVC::deliverFUPacket can't find start packet, start seq = " << start);
+        return;
+    }
+    constexpr int kUnitHeaderSize = 1;
+    const _uint64_t unitSize = fragmentRunSize(start, end) + kStartCodeSize + kUnitHeaderSize;
+    const int headerSize = first->get_header_size();
+    if (unitSize > static_cast<_uint64_t>(INT_MAX - headerSize - kSpareSize - kExtensionHeaderSize)) {
+        return;
+    }
+    const int size = static_cast<int>(unitSize);
+    CHandover handover(m_index->handover, *first, size + headerSize, size);
+    CTalRtpPacket& unit = handover.packet();
+    unit.set_payload_size(size);
+    unsigned char* target = append(unit.get_payload_ptr(), kStartCode, kStartCodeSize);
+    *target++ = static_cast<unsigned char>((payloadByte(*first, 0) & kForbiddenAndNriMask) |
+                                           (payloadByte(*first, kFuHeaderOffset) & kUnitTypeMask));
+    target = append(target, first->get_payload_ptr() + kFuHeadersSize, fragmentDataSize(*first));
+    const int last = static_cast<unsigned short>(end - start);
+    for (int i = 1; i <= last; ++i) {
+        const unsigned short seq = static_cast<unsigned short>(start + i);
+        const CTalRtpPacket* const packet = getMediaPacketBySeq(seq);
+        if (packet == nullptr) {
+            TAL_TRACE(WARNING, "CMMRTPSession4SVC::deliverFUPacket can't find packet, seq = " << seq);
+            break;
+        }
+        target = append(target, packet->get_payload_ptr() + kFuHeadersSize, fragmentDataSize(*packet));
+    }
+    handover.zeroBehind(size);
+    if (complete) {
+        unit.set_packet_type(PACKET_TYPE_UNITS);
+    }
+    deliverPacket(&unit);
+}
+
+}  // namespace talrtp
