@@ -348,7 +348,7 @@ protected:
     bool isEndSeq(unsigned short seq) override;
 
     // Hands a single NAL unit over.
-    void deliverSinglePacket(CTalRtpPacket* packet);
+    void deliveSinglePacket(CTalRtpPacket* packet);
     // Hands each unit of an aggregation packet over by itself, with a declared size that grows.
     void splitAUPacketEx(CTalRtpPacket* packet);
     // Hands all units of an aggregation packet over at once.
@@ -361,7 +361,7 @@ protected:
     // when `seq` is not stored, without one when its start is not known.
     int getFUPacketsInfoBySeq(unsigned short seq, bool& complete, unsigned short& start, unsigned short& end);
     // Rebuilds the NAL unit of a run and hands it over, up to the first gap.
-    void deliverFUPacket(unsigned short start, unsigned short end, bool complete);
+    void deliveFUPacket(unsigned short start, unsigned short end, bool complete);
     // Returns the bytes of fragment data in a run, up to the first gap.
     unsigned int getFUPacketsPayloadSize(unsigned short start, unsigned short end) const;
 

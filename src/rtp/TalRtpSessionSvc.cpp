@@ -161,7 +161,7 @@ void CMMRTPSession4SVC::dealPacket(CTalRtpPacket* packet) {
     }
     const unsigned int type = unitType(*packet);
     if (isSingleUnit(type)) {
-        deliverSinglePacket(packet);
+        deliveSinglePacket(packet);
     } else if (type == kFuAType) {
         combineFUPacket(packet);
     } else if (type == kStapAType) {
@@ -178,7 +178,7 @@ void CMMRTPSession4SVC::forceHandoverPacket(CTalRtpPacket* packet) {
     }
     const unsigned int type = unitType(*packet);
     if (isSingleUnit(type)) {
-        deliverSinglePacket(packet);
+        deliveSinglePacket(packet);
     } else if (type == kFuAType) {
         forceHandoverFUPacket(packet);
     } else if (type == kStapAType) {
@@ -191,9 +191,9 @@ void CMMRTPSession4SVC::forceHandoverPacket(CTalRtpPacket* packet) {
 // --- Single NAL unit packets
 // ---------------------------------------------------------------------------------
 
-void CMMRTPSession4SVC::deliverSinglePacket(CTalRtpPacket* packet) {
+void CMMRTPSession4SVC::deliveSinglePacket(CTalRtpPacket* packet) {
     if (packet == nullptr) {
-        TAL_TRACE(ERROR, "CMMRTPSession4SVC::deliverSinglePacket invalid parameter: packet = " << packet);
+        TAL_TRACE(ERROR, "CMMRTPSession4SVC::deliveSinglePacket invalid parameter: packet = " << packet);
         return;
     }
     const int size = packet->get_payload_size() + kStartCodeSize;
@@ -395,7 +395,7 @@ void CMMRTPSession4SVC::combineFUPacket(CTalRtpPacket* packet) {
     unsigned short start;
     unsigned short end;
     if (getFUPacketsInfoBySeq(packet->get_sequence_number(), complete, start, end) == 0 && complete) {
-        deliverFUPacket(start, end, true);
+        deliveFUPacket(start, end, true);
     }
 }
 
@@ -408,7 +408,7 @@ void CMMRTPSession4SVC::forceHandoverFUPacket(CTalRtpPacket* packet) {
     unsigned short start;
     unsigned short end;
     if (getFUPacketsInfoBySeq(packet->get_sequence_number(), complete, start, end) == 0) {
-        deliverFUPacket(start, end, complete);
+        deliveFUPacket(start, end, complete);
     }
 }
 
@@ -452,11 +452,11 @@ _uint64_t CMMRTPSession4SVC::fragmentRunSize(unsigned short start, unsigned shor
     return size;
 }
 
-void CMMRTPSession4SVC::deliverFUPacket(unsigned short start, unsigned short end, bool complete) {
+void CMMRTPSession4SVC::deliveFUPacket(unsigned short start, unsigned short end, bool complete) {
     const CTalRtpPacket* const first = getMediaPacketBySeq(start);
     if (first == nullptr) {
         TAL_TRACE(WARNING,
-                  "CMMRTPSession4SVC::deliverFUPacket can't find start packet, start seq = " << start);
+                  "CMMRTPSession4SVC::deliveFUPacket can't find start packet, start seq = " << start);
         return;
     }
     constexpr int kUnitHeaderSize = 1;
@@ -478,7 +478,7 @@ void CMMRTPSession4SVC::deliverFUPacket(unsigned short start, unsigned short end
         const unsigned short seq = static_cast<unsigned short>(start + i);
         const CTalRtpPacket* const packet = getMediaPacketBySeq(seq);
         if (packet == nullptr) {
-            TAL_TRACE(WARNING, "CMMRTPSession4SVC::deliverFUPacket can't find packet, seq = " << seq);
+            TAL_TRACE(WARNING, "CMMRTPSession4SVC::deliveFUPacket can't find packet, seq = " << seq);
             break;
         }
         target = append(target, packet->get_payload_ptr() + kFuHeadersSize, fragmentDataSize(*packet));
