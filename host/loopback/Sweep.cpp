@@ -1,0 +1,139 @@
+#include "loopback/Sweep.h"
+
+#include "loopback/OutputFile.h"
+#include "loopback/Report.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstdio>
+
+namespace talrtp {
+namespace host {
+
+namespace {
+
+constexpr double kPercent = 100;
+
+void add(SweepPoint& point, const LoopbackReport& report) {
+    ++point.runs;
+    point.units += report.audit.units;
+    point.whole += report.audit.whole;
+    point.cut += report.audit.cut;
+    point.missing += report.audit.missing;
+    point.mediaPackets += report.mediaFlow.sent;
+    point.fecPackets += report.fecFlow.sent;
+    point.lostMedia += report.audit.lostPackets;
+    point.rebuilt += report.audit.rebuildable;
+    point.isGood = point.isGood && report.audit.isGood();
+}
+
+std::string labelOf(const kit::FecShape& fec) {
+    switch (fec.scheme) {
+        case kit::FecScheme::kXor:
+            return fmt::format("XOR, 1 over at most {}", kit::CFecPlanner(fec).limit());
+        case kit::FecScheme::kReedSolomon:
+            return fmt::format("Reed-Solomon, {} over at most {}", fec.parity, fec.group);
+        case kit::FecScheme::kNone:
+            break;
+    }
+    return "no FEC";
+}
+
+// gnuplot doubles a quote within single quotes.
+std::string quote(const std::string& text) {
+    std::string quoted = "'";
+    for (const char each : text) {
+        quoted += each == '\'' ? "''" : std::string(1, each);
+    }
+    return quoted + "'";
+}
+
+bool isPng(const std::string& path) {
+    const std::string ending = ".png";
+    return path.size() >= ending.size() &&
+           path.compare(path.size() - ending.size(), ending.size(), ending) == 0;
+}
+
+// The commands that gnuplot gets: settings, one curve for each scheme, then the curves' data.
+std::string makeCommands(const std::vector<SweepPoint>& points, const std::string& title,
+                         const std::string& path, bool asPng) {
+    std::string curves;
+    std::string data;
+    const kit::FecShape* last = nullptr;
+    for (const SweepPoint& point : points) {
+        if (last == nullptr || last->scheme != point.fec.scheme) {
+            data += last == nullptr ? "" : "e\n";
+            curves += fmt::format("{}'-' with linespoints lw 2 pt 7 ps 0.6 title {}",
+                                  last == nullptr ? "" : ", ", quote(labelOf(point.fec)));
+        }
+        last = &point.fec;
+        data += fmt::format("{:g} {:.4f}\n", point.loss * kPercent, point.wholePercent());
+    }
+    return fmt::format(
+        "set terminal {}\nset output {}\nset title {} noenhanced\n"
+        "set xlabel 'packets lost, %'\nset ylabel 'units delivered whole, %'\n"
+        "set grid\nset key bottom left\nset yrange [*:100]\nplot {}\n{}e\n",
+        asPng ? "png size 900,560" : "svg size 900,560 background 'white'", quote(path), quote(title), curves,
+        data);
+}
+
+}  // namespace
+
+double SweepPoint::wholePercent() const {
+    return units == 0 ? 0 : kPercent * static_cast<double>(whole) / static_cast<double>(units);
+}
+
+std::vector<kit::FecShape> schemesLike(const kit::FecShape& reedSolomon) {
+    const int xorGroup = std::min(std::max(reedSolomon.group / reedSolomon.parity, 1), kit::kMaxXorGroup);
+    return {{}, {kit::FecScheme::kXor, xorGroup, 1}, reedSolomon};
+}
+
+std::vector<SweepPoint> runSweep(const SweepOptions& options,
+                                 const std::function<LoopbackReport(const LoopbackOptions&)>& run) {
+    std::vector<SweepPoint> points;
+    for (const kit::FecShape& fec : schemesLike(options.base.sender.fec)) {
+        for (const double loss : options.losses) {
+            SweepPoint point;
+            point.loss = loss;
+            point.fec = fec;
+            LoopbackOptions each = options.base;
+            each.sender.fec = fec;
+            each.network.loss = loss;
+            for (int i = 0; i < options.runs; ++i, ++each.network.seed) {
+                add(point, run(each));
+            }
+            points.push_back(point);
+        }
+    }
+    return points;
+}
+
+void writeCsv(const std::vector<SweepPoint>& points, std::ostream& output) {
+    output << "scheme,group,parity,loss,runs,units,whole,cut,missing,whole_percent,media_packets,fec_packets,"
+              "media_lost,media_rebuilt\n";
+    for (const SweepPoint& point : points) {
+        const int group = point.fec.scheme == kit::FecScheme::kNone ? 0 : kit::CFecPlanner(point.fec).limit();
+        output << fmt::format("{},{},{},{:g},{},{},{},{},{},{:.4f},{},{},{},{}\n", nameOf(point.fec.scheme),
+                              group, point.fec.parity, point.loss, point.runs, point.units, point.whole,
+                              point.cut, point.missing, point.wholePercent(), point.mediaPackets,
+                              point.fecPackets, point.lostMedia, point.rebuilt);
+    }
+}
+
+void writePlot(const std::vector<SweepPoint>& points, const std::string& title, const std::string& path) {
+    COutputFile file(path);
+    std::FILE* gnuplot = popen("gnuplot", "w");
+    if (gnuplot == nullptr) {
+        throw CHostError("gnuplot cannot be started");
+    }
+    const std::string commands = makeCommands(points, title, file.temporaryPath(), isPng(path));
+    const bool isWritten = std::fwrite(commands.data(), 1, commands.size(), gnuplot) == commands.size();
+    if (pclose(gnuplot) != 0 || !isWritten) {
+        throw CHostError("gnuplot failed; is it installed?");
+    }
+    file.commit();
+}
+
+}  // namespace host
+}  // namespace talrtp
