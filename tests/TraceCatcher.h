@@ -12,6 +12,7 @@
 
 #include <talrtp/TalRtpTrace.h>
 
+#include <functional>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -84,6 +85,9 @@ public:
     // How often the library asked for the mask while this catcher was the innermost one.
     int maskCalls() const { return m_maskCalls; }
 
+    // Called with each line while the library gives it, in the middle of its work.
+    std::function<void(const TraceLine&)> onLine;
+
     // What the C functions below do on behalf of the innermost catcher.
     static int answerMask() {
         if (current() == nullptr) {
@@ -95,6 +99,9 @@ public:
     static void record(int level, const char* tag, const char* text, unsigned int length) {
         if (current() != nullptr) {
             current()->m_lines.push_back({level, tag, text, length});
+            if (current()->onLine) {
+                current()->onLine(current()->m_lines.back());
+            }
         }
     }
 
