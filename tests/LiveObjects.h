@@ -1,0 +1,43 @@
+// Counts the objects that are alive on the heap, so that a test can tell a packet that was destroyed from one
+// that was forgotten. Replaces the global allocation operators, which the library uses too; one source file
+// per program includes it. Buffers of packets are taken with malloc and are not counted.
+
+#ifndef TALRTP_TESTS_LIVEOBJECTS_H
+#define TALRTP_TESTS_LIVEOBJECTS_H
+
+#include <cstddef>
+#include <cstdlib>
+#include <new>
+
+namespace talrtp {
+namespace test {
+
+inline long& liveObjects() {
+    static long count = 0;
+    return count;
+}
+
+}  // namespace test
+}  // namespace talrtp
+
+void* operator new(std::size_t size) {
+    void* const memory = std::malloc(size == 0 ? 1 : size);
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    ++talrtp::test::liveObjects();
+    return memory;
+}
+
+void operator delete(void* memory) noexcept {
+    if (memory != nullptr) {
+        --talrtp::test::liveObjects();
+        std::free(memory);
+    }
+}
+
+void operator delete(void* memory, std::size_t) noexcept {
+    operator delete(memory);
+}
+
+#endif  // TALRTP_TESTS_LIVEOBJECTS_H
