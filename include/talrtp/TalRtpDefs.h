@@ -11,6 +11,8 @@
 
 // Marks what the shared library exports; everything else is hidden.
 #define TALRTP_API __attribute__((visibility("default")))
+// Marks the private helpers of an exported class: no part of the binary interface, so not exported.
+#define TALRTP_LOCAL __attribute__((visibility("hidden")))
 
 namespace talrtp {
 

@@ -240,7 +240,7 @@ private:
     friend class CPacketAccess;
 
     // **Takes** a buffer, from malloc, of `capacity` and the spare bytes; neither is touched.
-    CTalRtpPacket(unsigned char* buffer, int capacity, const CPacketAccess& access);
+    TALRTP_LOCAL CTalRtpPacket(unsigned char* buffer, int capacity, const CPacketAccess& access);
 };
 
 }  // namespace talrtp

@@ -287,28 +287,28 @@ private:
     friend class CRsRecovery;
     friend class CSessionInspector;
 
-    CMMRTPSessionBase(ITalRTPSessionSink* pSink, unsigned int sourceId, CNodePool* pool);
+    TALRTP_LOCAL CMMRTPSessionBase(ITalRTPSessionSink* pSink, unsigned int sourceId, CNodePool* pool);
 
-    void writePacketHeader(_uint32_t timestamp, CTalRtpPacket& packet);
-    void writeCommonFecHeader(_uint32_t timestamp, CTalRtpPacket& packet) const;
+    TALRTP_LOCAL void writePacketHeader(_uint32_t timestamp, CTalRtpPacket& packet);
+    TALRTP_LOCAL void writeCommonFecHeader(_uint32_t timestamp, CTalRtpPacket& packet) const;
 
-    CTalRtpPacket* makeReceivedPacket(unsigned char* data, int dataLen) const;
-    void storeMediaPacket(CTalRtpPacket* packet);
-    stTalRtpTSRecord* findTSRecord(unsigned int timestamp) const;
-    stTalRtpTSRecord* findOrMakeTSRecord(unsigned int timestamp);
-    void touchTSRecord(stTalRtpTSRecord* record);
-    stTalRtpDataInfo* findDataInfo(stTalRtpTSRecord* record, unsigned short startSeq) const;
-    stTalRtpDataInfo* findOrMakeDataInfo(stTalRtpTSRecord* record, unsigned short startSeq);
-    void ageOut(stTalRtpTSRecord* record);
-    void freeTSRecord(stTalRtpTSRecord* record);
+    TALRTP_LOCAL CTalRtpPacket* makeReceivedPacket(unsigned char* data, int dataLen) const;
+    TALRTP_LOCAL void storeMediaPacket(CTalRtpPacket* packet);
+    TALRTP_LOCAL stTalRtpTSRecord* findTSRecord(unsigned int timestamp) const;
+    TALRTP_LOCAL stTalRtpTSRecord* findOrMakeTSRecord(unsigned int timestamp);
+    TALRTP_LOCAL void touchTSRecord(stTalRtpTSRecord* record);
+    TALRTP_LOCAL stTalRtpDataInfo* findDataInfo(stTalRtpTSRecord* record, unsigned short startSeq) const;
+    TALRTP_LOCAL stTalRtpDataInfo* findOrMakeDataInfo(stTalRtpTSRecord* record, unsigned short startSeq);
+    TALRTP_LOCAL void ageOut(stTalRtpTSRecord* record);
+    TALRTP_LOCAL void freeTSRecord(stTalRtpTSRecord* record);
 
-    void storeFecPacket(CTalRtpPacket* fecPacket);
-    void eraseFecPacket(unsigned short seq);
-    void retryFecPackets();
-    void retryFecPacket(unsigned short seq);
-    void storeRecoveredPacket(unsigned short seq, CTalRtpPacket* packet);
-    bool dealRecoveredPackets();
-    CTalRtpPacket* getKnownMediaPacket(unsigned short seq) const;
+    TALRTP_LOCAL void storeFecPacket(CTalRtpPacket* fecPacket);
+    TALRTP_LOCAL void eraseFecPacket(unsigned short seq);
+    TALRTP_LOCAL void retryFecPackets();
+    TALRTP_LOCAL void retryFecPacket(unsigned short seq);
+    TALRTP_LOCAL void storeRecoveredPacket(unsigned short seq, CTalRtpPacket* packet);
+    TALRTP_LOCAL bool dealRecoveredPackets();
+    TALRTP_LOCAL CTalRtpPacket* getKnownMediaPacket(unsigned short seq) const;
 
     CNodePool* m_pool;       // owned; the nodes of every list above
     CReceiveIndex* m_index;  // owned; finds in constant time what the lists hold
@@ -368,7 +368,7 @@ protected:
     _uint8_t m_nalHeader;  // NAL unit header, or STAP-A header, of the unit being written
 
 private:
-    _uint64_t fragmentRunSize(unsigned short start, unsigned short end) const;
+    TALRTP_LOCAL _uint64_t fragmentRunSize(unsigned short start, unsigned short end) const;
 };
 
 }  // namespace talrtp
