@@ -735,6 +735,22 @@ TEST_F(RtcpDatagramTest, LongestDeclaredLengthIsHandedOn) {
     EXPECT_THAT(Bytes(sink.packets[0].begin() + 5, sink.packets[0].end()), Each(0));
 }
 
+// Kept: the reader counts all words of a packet, so what counts all but one comes out cut in the wrong places.
+TEST_F(RtcpDatagramTest, DatagramOfAnRfc3550SenderIsNotUnderstood) {
+    const Bytes foreign = {
+        0x80, 0xc9, 0x00, 0x01,  // RR without blocks, one word behind this one
+        0x11, 0x22, 0x33, 0x44,  // SSRC; to this reader a packet of 0x3344 words
+        0x82, 0xcb, 0x00, 0x02,  // BYE of two sources, two words behind this one
+        0x11, 0x22, 0x33, 0x44,  // SSRC 1
+        0x55, 0x66, 0x77, 0x88,  // SSRC 2
+    };
+    EXPECT_EQ(0, input(foreign));
+    ASSERT_EQ(2U, sink.packets.size());
+    EXPECT_EQ(firstOf(foreign, 4), sink.packets[0]);
+    EXPECT_EQ(52496U, sink.packets[1].size());
+    EXPECT_FALSE(stack.IsValidRtcpPacket(sink.packets[1].data(), 52496));
+}
+
 // GetReportBlock reads a block past the end, so there is room for one behind a copied packet too.
 TEST_F(RtcpDatagramTest, BlockBehindACutReportReadsAsZeros) {
     class BlockReader : public ITalRTCPStackSink {
