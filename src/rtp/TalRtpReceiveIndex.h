@@ -93,8 +93,11 @@ public:
     template <typename Table>
     static CMMRTPSessionBase::PacketMap::iterator placeFor(_uint16_t seq, CMMRTPSessionBase::PacketMap& list,
                                                            const CSequenceSet& stored, const Table& slots) {
-        _uint16_t before;
-        return stored.findDownward(seq, before) ? std::next(slots[before].entry) : list.begin();
+        if (list.empty() || list.rbegin()->first < seq) {
+            return list.end();
+        }
+        _uint16_t behind;
+        return stored.findUpward(seq, behind) ? slots[behind].entry : list.end();
     }
 
     CSlotTable<stMediaSlot> media;

@@ -457,14 +457,14 @@ void CMMRTPSessionBase::ageOut(stTalRtpTSRecord* record) {
         stMediaSlot& slot = m_index->media[seq];
         if (slot.packet != nullptr) {
             delete slot.packet;
-            m_mediaPacketList.erase(slot.entry);
+            m_mediaPacketList.extract(slot.entry);  // as erase, without the search for the next one
             m_index->removeMedia(seq);
         }
     }
     for (const _uint16_t seq : record->fecSeqList) {
         eraseFecPacket(seq);
     }
-    m_tsInfoList.erase(record->entry);
+    m_tsInfoList.extract(record->entry);
     freeTSRecord(record);
 }
 

@@ -98,7 +98,7 @@ void CMMRTPSessionBase::eraseFecPacket(unsigned short seq) {
         return;
     }
     delete slot.packet;
-    m_fecPacketList.erase(slot.entry);
+    m_fecPacketList.extract(slot.entry);
     slot = stFecSlot();
     m_index->fecNumbers.erase(seq);
     m_index->waiting.remove(seq);
