@@ -270,9 +270,7 @@ void CTalRtpPacket::from_buffer(unsigned char* data, int len) {
 }
 
 void CTalRtpPacket::reset() {
-    if (m_buffer != nullptr && m_bufferSize != 0) {
-        std::memset(m_buffer, 0, static_cast<std::size_t>(m_bufferSize));
-    }
+    std::memset(m_buffer, 0, static_cast<std::size_t>(m_bufferSize));
     m_payloadSize = 0;
     m_packetSize = 0;
     m_packetType = PACKET_TYPE_PLAIN;
