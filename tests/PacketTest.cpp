@@ -6,6 +6,7 @@
 #include <climits>
 #include <cstddef>
 #include <cstring>
+#include <memory>
 #include <random>
 #include <string>
 #include <type_traits>
@@ -452,8 +453,10 @@ TEST(Packet, FromBufferGrowsToExactlyTheLength) {
     Bytes bytes(100, 0x80);
     CTalRtpPacket packet(50);
     packet.set_packet_type(0);
+    const unsigned char* const buffer = packet.get_buffer();
     packet.from_buffer(bytes.data(), 50);
     EXPECT_EQ(packet.get_buffer_size(), 50);
+    EXPECT_EQ(packet.get_buffer(), buffer) << "not allocated anew";
     packet.from_buffer(bytes.data(), 51);
     EXPECT_EQ(packet.get_buffer_size(), 51);
     packet.from_buffer(bytes.data(), 20);
@@ -778,6 +781,14 @@ TEST(PacketExtension, InRawBytesIsFoundWhateverTheProfileKept) {
     EXPECT_EQ(CTalRtpPacket::get_extension(0xabcd, nullptr, 100), nullptr);
     bytes[0] &= 0xef;
     EXPECT_EQ(CTalRtpPacket::get_extension(0xabcd, bytes.data(), static_cast<int>(bytes.size())), nullptr);
+}
+
+TEST(PacketExtension, InNoBytesAtAllIsNotLookedFor) {
+    const std::unique_ptr<unsigned char[]> nothing(new unsigned char[0]);
+    EXPECT_EQ(CTalRtpPacket::get_extension(0xabcd, nothing.get(), 0), nullptr);
+    unsigned char* element = nullptr;
+    int length = 0;
+    EXPECT_FALSE(CTalRtpPacket::get_onebyte_extension_element(nothing.get(), 0, 1, element, length));
 }
 
 TEST(PacketExtension, RawHelpersTakeNull) {
