@@ -161,8 +161,7 @@ public:
     static int compareTS(unsigned int a, unsigned int b);
 
 protected:
-    // --- Sending
-    // ---------------------------------------------------------------------------------------------
+    // --- Sending ---
 
     // Resets `packet` (borrowed) and writes its RTP header, with the next media sequence number and the
     // marker bit. Returns 0, or -1 with an ERROR line for null.
@@ -173,8 +172,7 @@ protected:
     // take.
     int setPacketPayload(int index, int count, int size, unsigned char* data, CTalRtpPacket* packet) override;
 
-    // --- Receiving: entry and bookkeeping
-    // -----------------------------------------------------------------------
+    // --- Receiving: entry and bookkeeping ---
 
     // Tells whether `payloadType` is that of FEC packets.
     bool isFECPacket(unsigned int payloadType) const;
@@ -196,8 +194,7 @@ protected:
     // Frees everything that the receive lists hold.
     void clearAllList();
 
-    // --- Receiving: delivery
-    // --------------------------------------------------------------------------------------
+    // --- Receiving: delivery ---
 
     // Hands over what `packet` (borrowed), just stored, makes deliverable. An ERROR line for null.
     void dealPacket(CTalRtpPacket* packet) override;
@@ -220,8 +217,7 @@ protected:
     // Tells whether the packet stored under `seq` ends a unit.
     bool isEndSeq(unsigned short seq) override;
 
-    // --- Receiving: forward error correction
-    // ---------------------------------------------------------------------
+    // --- Receiving: forward error correction ---
 
     // **Takes** a FEC packet: tries it, keeps it if it may still help, deals what it rebuilt. A duplicate is
     // destroyed. Returns 0, or -1 with an ERROR line for null.
@@ -247,8 +243,7 @@ protected:
     // Feeds rebuilt packets into the media path and tries FEC again, until nothing new is rebuilt.
     void dealRecoverPacketList();
 
-    // --- State: order and width are binary interface
-    // --------------------------------------------------------------
+    // --- State: order and width are binary interface ---
 
     ITalRTPSessionSink* m_pSink;    // borrowed; null while the session is destroyed
     _uint32_t m_sourceId;           // SSRC of what this session makes
@@ -322,8 +317,7 @@ public:
     ~CMMRTPSession4SVC() override;
 
 protected:
-    // --- Sending
-    // ---------------------------------------------------------------------------------------------
+    // --- Sending ---
 
     // Chooses the writer by `count`: 1 single, 0 aggregation, 2 or more fragmentation. A negative one gives a
     // WARNING line and -1.
@@ -337,8 +331,7 @@ protected:
     // repeated.
     int setFUPayload(int index, int count, int size, unsigned char* data, CTalRtpPacket* packet);
 
-    // --- Receiving
-    // ------------------------------------------------------------------------------------------
+    // --- Receiving ---
 
     void dealPacket(CTalRtpPacket* packet) override;
     void forceHandoverPacket(CTalRtpPacket* packet) override;

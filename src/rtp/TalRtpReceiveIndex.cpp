@@ -4,10 +4,13 @@ namespace talrtp {
 
 void CAgeOrder::insert(stTalRtpTSRecord* record) {
     stTalRtpTSRecord* before = m_lastFiled != nullptr ? m_lastFiled : m_newest;
+    ++m_steps;
     while (before != nullptr && before->updateTime > record->updateTime) {
+        ++m_steps;
         before = before->older;
     }
     while (before != nullptr && before->newer != nullptr && before->newer->updateTime <= record->updateTime) {
+        ++m_steps;
         before = before->newer;
     }
     record->older = before;
@@ -30,6 +33,7 @@ CReceiveIndex::CReceiveIndex(CNodePool* pool)
       knownNumbers(false),
       fecNumbers(false),
       waiting(pool, knownNumbers, fecNumbers, steps),
+      ageOrder(steps),
       m_startStops(true),
       m_endStops(true) {}
 

@@ -39,6 +39,8 @@ struct stTalRtpTSRecord : stTalRtpTSInfo {
 // All timestamps, ordered by the time of their last packet.
 class CAgeOrder {
 public:
+    explicit CAgeOrder(_uint64_t& steps) : m_steps(steps) {}
+
     stTalRtpTSRecord* oldest() const { return m_oldest; }
     stTalRtpTSRecord* newest() const { return m_newest; }
 
@@ -48,6 +50,7 @@ public:
     void remove(stTalRtpTSRecord* record);
 
 private:
+    _uint64_t& m_steps;
     stTalRtpTSRecord* m_oldest = nullptr;
     stTalRtpTSRecord* m_newest = nullptr;
     stTalRtpTSRecord* m_lastFiled = nullptr;
@@ -75,6 +78,8 @@ public:
 
     // Steps taken over lists, the index and FEC groups so far; tests bound their growth for each datagram.
     _uint64_t steps = 0;
+    // Counts a search in an ordered map of `size` entries.
+    void countSearch(std::size_t size) { steps += 64 - static_cast<unsigned int>(__builtin_clzll(size | 1)); }
 
     // --- Media packets and their runs ---
 

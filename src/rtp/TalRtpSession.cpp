@@ -30,8 +30,7 @@ bool isStale(const stTalRtpTSInfo& info, _uint64_t now) {
 
 }  // namespace
 
-// --- Life cycle and configuration
-// --------------------------------------------------------------------------------
+// --- Life cycle and configuration ---
 
 ITalRTPSession::~ITalRTPSession() = default;
 
@@ -129,8 +128,7 @@ int CMMRTPSessionBase::compareTS(unsigned int a, unsigned int b) {
     return a - b <= kMaxAhead ? 1 : -1;
 }
 
-// --- Receive entry
-// -------------------------------------------------------------------------------------------
+// --- Receive entry ---
 
 int CMMRTPSessionBase::InputReceivedData(unsigned char* data, int dataLen, unsigned long receivedTime) {
     if (m_isFirstReceived) {
@@ -195,8 +193,7 @@ bool CMMRTPSessionBase::isFECPacket(unsigned int payloadType) const {
     return payloadType == m_fecPayloadType;
 }
 
-// --- Media packets: store, record
-// ----------------------------------------------------------------------------
+// --- Media packets: store, record ---
 
 int CMMRTPSessionBase::inputReceivedMediaPacket(CTalRtpPacket* packet) {
     if (packet == nullptr) {
@@ -225,6 +222,7 @@ int CMMRTPSessionBase::inputReceivedMediaPacket(CTalRtpPacket* packet) {
 // **Takes** `packet` into the media list and the index.
 void CMMRTPSessionBase::storeMediaPacket(CTalRtpPacket* packet) {
     const _uint16_t seq = packet->get_sequence_number();
+    ++m_index->steps;
     const auto place = CReceiveIndex::placeFor(seq, m_mediaPacketList, m_index->mediaNumbers, m_index->media);
     const auto entry = m_mediaPacketList.emplace_hint(place, seq, packet);
     entry->second = packet;  // an entry that held null is filled
@@ -273,14 +271,14 @@ stTalRtpDataInfo* CMMRTPSessionBase::getMediaDataInfo(unsigned int timestamp, un
     return record != nullptr ? findDataInfo(record, startSeq) : nullptr;
 }
 
-// --- Records of timestamps and units
-// -------------------------------------------------------------------------
+// --- Records of timestamps and units ---
 
 // **Lends** the record of `timestamp`, or null.
 stTalRtpTSRecord* CMMRTPSessionBase::findTSRecord(unsigned int timestamp) const {
     if (m_index->lastRecord != nullptr && m_index->lastRecord->timestamp == timestamp) {
         return m_index->lastRecord;
     }
+    m_index->countSearch(m_tsInfoList.size());
     const auto entry = m_tsInfoList.find(timestamp);
     return entry != m_tsInfoList.end() ? static_cast<stTalRtpTSRecord*>(entry->second) : nullptr;
 }
@@ -290,6 +288,7 @@ stTalRtpTSRecord* CMMRTPSessionBase::findOrMakeTSRecord(unsigned int timestamp) 
     if (m_index->lastRecord != nullptr && m_index->lastRecord->timestamp == timestamp) {
         return m_index->lastRecord;
     }
+    m_index->countSearch(m_tsInfoList.size());
     const bool isNewest = m_tsInfoList.empty() || m_tsInfoList.rbegin()->first < timestamp;
     const auto place = isNewest ? m_tsInfoList.end() : m_tsInfoList.lower_bound(timestamp);
     if (!isNewest && place->first == timestamp) {
@@ -319,6 +318,7 @@ stTalRtpDataInfo* CMMRTPSessionBase::findDataInfo(stTalRtpTSRecord* record, unsi
     if (slot.unitOwner == record) {
         return slot.unit;
     }
+    m_index->countSearch(record->dataInfoMap.size());
     const auto entry = record->dataInfoMap.find(startSeq);
     return entry != record->dataInfoMap.end() ? entry->second : nullptr;
 }
@@ -330,6 +330,7 @@ stTalRtpDataInfo* CMMRTPSessionBase::findOrMakeDataInfo(stTalRtpTSRecord* record
         return slot.unit;
     }
     auto& units = record->dataInfoMap;
+    m_index->countSearch(units.size());
     const bool isLast = units.empty() || units.rbegin()->first < startSeq;
     const auto place = isLast ? units.end() : units.lower_bound(startSeq);
     stTalRtpDataInfo* unit;
@@ -349,6 +350,7 @@ stTalRtpDataInfo* CMMRTPSessionBase::findOrMakeDataInfo(stTalRtpTSRecord* record
 // Frees a record that is no more in the list of timestamps, with the records of its units.
 void CMMRTPSessionBase::freeTSRecord(stTalRtpTSRecord* record) {
     for (const auto& entry : record->dataInfoMap) {
+        ++m_index->steps;
         stMediaSlot& slot = m_index->media[entry.first];
         if (slot.unitOwner == record) {
             slot.unit = nullptr;
@@ -366,8 +368,7 @@ void CMMRTPSessionBase::freeTSRecord(stTalRtpTSRecord* record) {
     m_pool->give(record, sizeof(stTalRtpTSRecord));
 }
 
-// --- Delivery
-// ------------------------------------------------------------------------------------------------
+// --- Delivery ---
 
 void CMMRTPSessionBase::dealPacket(CTalRtpPacket* packet) {
     if (packet == nullptr) {
@@ -432,8 +433,7 @@ bool CMMRTPSessionBase::isEndSeq(unsigned short /*seq*/) {
     return true;
 }
 
-// --- Ageing and clean-up
-// -------------------------------------------------------------------------------------
+// --- Ageing and clean-up ---
 
 void CMMRTPSessionBase::checkAllLists() {
     const CAgeOrder& order = m_index->ageOrder;
@@ -443,6 +443,7 @@ void CMMRTPSessionBase::checkAllLists() {
     // Behind a clock that stepped back lie the timestamps that seem to come from its future.
     stTalRtpTSRecord* record = order.newest();
     while (record != nullptr && record->updateTime > m_lastReceivedTime) {
+        ++m_index->steps;
         stTalRtpTSRecord* const older = record->older;
         if (isStale(*record, m_lastReceivedTime)) {
             ageOut(record);
@@ -453,6 +454,7 @@ void CMMRTPSessionBase::checkAllLists() {
 
 // Frees a timestamp with its packets.
 void CMMRTPSessionBase::ageOut(stTalRtpTSRecord* record) {
+    m_index->steps += record->mediaSeqList.size() + record->fecSeqList.size();
     for (const _uint16_t seq : record->mediaSeqList) {
         stMediaSlot& slot = m_index->media[seq];
         if (slot.packet != nullptr) {
@@ -487,8 +489,7 @@ void CMMRTPSessionBase::clearAllList() {
     m_recoverPacketList.clear();
 }
 
-// --- Statistics
-// ----------------------------------------------------------------------------------------------
+// --- Statistics ---
 
 bool CMMRTPSessionBase::updateReceivedTS(unsigned int timestamp) {
     constexpr unsigned int kMaxAhead = 0x80000000u;

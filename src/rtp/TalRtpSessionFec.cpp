@@ -40,8 +40,7 @@ void CMMRTPSessionBase::deployXorProcess(unsigned char* dst, unsigned char* src1
     talrtp::deployXorProcess(dst, src1, src2, length);
 }
 
-// --- FEC packets: intake and storage
-// -------------------------------------------------------------------------
+// --- FEC packets: intake and storage ---
 
 int CMMRTPSessionBase::inputReceivedFECPacket(CTalRtpPacket* fecPacket) {
     if (fecPacket == nullptr) {
@@ -71,6 +70,7 @@ int CMMRTPSessionBase::inputReceivedFECPacket(CTalRtpPacket* fecPacket) {
 // **Takes** `fecPacket` into the FEC list, the index and the groups that wait.
 void CMMRTPSessionBase::storeFecPacket(CTalRtpPacket* fecPacket) {
     const _uint16_t seq = fecPacket->get_sequence_number();
+    ++m_index->steps;
     const auto place = CReceiveIndex::placeFor(seq, m_fecPacketList, m_index->fecNumbers, m_index->fec);
     const auto entry = m_fecPacketList.emplace_hint(place, seq, fecPacket);
     entry->second = fecPacket;  // an entry that held null is filled
@@ -130,8 +130,7 @@ void CMMRTPSessionBase::removeFECInfoFromList(unsigned int timestamp, unsigned s
     slot.owner = nullptr;
 }
 
-// --- The cycle
-// -----------------------------------------------------------------------------------------------
+// --- The cycle ---
 
 void CMMRTPSessionBase::recoverPacketWithFEC() {
     retryFecPackets();
@@ -243,8 +242,7 @@ void CMMRTPSessionBase::storeRecoveredPacket(unsigned short seq, CTalRtpPacket* 
     m_index->waiting.mediaArrived(seq);
 }
 
-// --- XOR recovery (RFC 2733, 7)
-// ------------------------------------------------------------------------------
+// --- XOR recovery (RFC 2733, 7) ---
 
 void CMMRTPSessionBase::recoverPacketWithXORFEC(CRTPFECPacket* fecPacket, bool& keep) {
     keep = false;
@@ -375,6 +373,7 @@ CTalRtpPacket* CMMRTPSessionBase::recoverPacket(unsigned short seq, CRTPFECPacke
     if (bodyCapacity < 0) {
         return nullptr;
     }
+    m_index->steps += kXorMaskBits;
     CXorRecovery recovery(seq, bodyCapacity);
     recovery.addFecPacket(*fecPacket);
     const _uint16_t base = fecPacket->get_fec_sequence_number_base();
@@ -389,8 +388,7 @@ CTalRtpPacket* CMMRTPSessionBase::recoverPacket(unsigned short seq, CRTPFECPacke
     return recovery.finish(fecPacket->get_sync_source());
 }
 
-// --- Reed-Solomon recovery
-// -----------------------------------------------------------------------------------
+// --- Reed-Solomon recovery ---
 
 namespace {
 
@@ -450,6 +448,7 @@ public:
         if (mostAtHand() < m_mediaCount) {
             return false;
         }
+        m_session.m_index->steps += static_cast<unsigned int>(m_mediaCount + m_fecCount);
         for (int i = 0; i < m_mediaCount; ++i) {
             if (m_session.m_index->knownNumbers.contains(mediaSeq(i))) {
                 m_present[m_presentCount++] = i;

@@ -14,8 +14,7 @@
 
 namespace talrtp {
 
-// --- Headers and payloads
-// ------------------------------------------------------------------------------------
+// --- Headers and payloads ---
 
 int CMMRTPSessionBase::setPacketHeader(unsigned long timestamp, CTalRtpPacket* packet) {
     if (packet == nullptr) {
@@ -110,8 +109,7 @@ int CMMRTPSessionBase::CreateFuaPackets(unsigned long timestamp, int nalSize, un
     return 0;
 }
 
-// --- XOR FEC (RFC 2733)
-// --------------------------------------------------------------------------------------
+// --- XOR FEC (RFC 2733) ---
 
 namespace {
 
@@ -293,8 +291,7 @@ void CMMRTPSessionBase::writeCommonFecHeader(_uint32_t timestamp, CTalRtpPacket&
     packet.set_timestamp(timestamp);
 }
 
-// --- Reed-Solomon FEC
-// ----------------------------------------------------------------------------------------
+// --- Reed-Solomon FEC ---
 
 namespace {
 

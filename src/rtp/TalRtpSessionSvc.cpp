@@ -76,8 +76,7 @@ CMMRTPSession4SVC::CMMRTPSession4SVC(ITalRTPSessionSink* pSink, unsigned int sou
 
 CMMRTPSession4SVC::~CMMRTPSession4SVC() = default;
 
-// --- Payload writers
-// -----------------------------------------------------------------------------------------
+// --- Payload writers ---
 
 int CMMRTPSession4SVC::setPacketPayload(int index, int count, int size, unsigned char* data,
                                         CTalRtpPacket* packet) {
@@ -151,8 +150,7 @@ int CMMRTPSession4SVC::setFUPayload(int index, int count, int size, unsigned cha
     return 0;
 }
 
-// --- Dispatch
-// ------------------------------------------------------------------------------------------------
+// --- Dispatch ---
 
 void CMMRTPSession4SVC::dealPacket(CTalRtpPacket* packet) {
     if (packet == nullptr) {
@@ -188,8 +186,7 @@ void CMMRTPSession4SVC::forceHandoverPacket(CTalRtpPacket* packet) {
     }
 }
 
-// --- Single NAL unit packets
-// ---------------------------------------------------------------------------------
+// --- Single NAL unit packets ---
 
 void CMMRTPSession4SVC::deliveSinglePacket(CTalRtpPacket* packet) {
     if (packet == nullptr) {
@@ -207,8 +204,7 @@ void CMMRTPSession4SVC::deliveSinglePacket(CTalRtpPacket* packet) {
     deliverPacket(&unit);
 }
 
-// --- Aggregation packets
-// -------------------------------------------------------------------------------------
+// --- Aggregation packets ---
 
 namespace {
 
@@ -355,8 +351,7 @@ void CMMRTPSession4SVC::splitAUPacket(CTalRtpPacket* packet) {
     deliverPacket(&units);
 }
 
-// --- Fragmentation units
-// -------------------------------------------------------------------------------------
+// --- Fragmentation units ---
 
 bool CMMRTPSession4SVC::isStartSeq(unsigned short seq) {
     const CTalRtpPacket* const packet = getMediaPacketBySeq(seq);
@@ -441,6 +436,7 @@ _uint64_t CMMRTPSession4SVC::fragmentRunSize(unsigned short start, unsigned shor
     _uint64_t size = 0;
     const int last = static_cast<unsigned short>(end - start);
     for (int i = 0; i <= last; ++i) {
+        ++m_index->steps;
         const unsigned short seq = static_cast<unsigned short>(start + i);
         const CTalRtpPacket* const packet = getMediaPacketBySeq(seq);
         if (packet == nullptr) {
@@ -475,6 +471,7 @@ void CMMRTPSession4SVC::deliveFUPacket(unsigned short start, unsigned short end,
     target = append(target, first->get_payload_ptr() + kFuHeadersSize, fragmentDataSize(*first));
     const int last = static_cast<unsigned short>(end - start);
     for (int i = 1; i <= last; ++i) {
+        ++m_index->steps;
         const unsigned short seq = static_cast<unsigned short>(start + i);
         const CTalRtpPacket* const packet = getMediaPacketBySeq(seq);
         if (packet == nullptr) {
