@@ -1,0 +1,237 @@
+// The work of a session for one datagram, counted in its own steps over lists, the index and FEC groups, does
+// not grow with what was received before. Each test feeds one of the worst patterns and bounds the steps.
+
+#include <gtest/gtest.h>
+#include <talrtp/talrtp.h>
+
+#include <algorithm>
+#include <vector>
+
+#include "TalRtpReceiveIndex.h"
+
+namespace talrtp {
+
+// Reads what no host can.
+class CSessionInspector {
+public:
+    static _uint64_t steps(const CMMRTPSessionBase& session) { return session.m_index->steps; }
+};
+
+namespace {
+
+constexpr unsigned char kMediaType = 98;
+constexpr unsigned char kFecType = 111;
+constexpr unsigned int kNumbers = 65536;
+
+// What one datagram may cost, whatever is held: a few look-ups, and searches in ordered maps of up to 65536
+// entries.
+constexpr _uint64_t kPerDatagram = 80;
+
+struct CountingSink : ITalRTPSessionSink {
+    void OnReceivedRTPPacket(CTalRtpPacket* packet) override {
+        ++count;
+        bytes += static_cast<unsigned int>(packet->get_payload_size());
+    }
+    unsigned int count = 0;
+    unsigned long bytes = 0;
+};
+
+class Session : public CMMRTPSession4SVC {
+public:
+    using CMMRTPSession4SVC::CMMRTPSession4SVC;
+    std::size_t mediaCount() const { return m_mediaPacketList.size(); }
+    std::size_t fecCount() const { return m_fecPacketList.size(); }
+    std::size_t timestampCount() const { return m_tsInfoList.size(); }
+};
+
+class StepBudgetTest : public testing::Test {
+protected:
+    StepBudgetTest() { session.SetFecType(RTP_FEC_XOR); }
+
+    // Feeds one datagram and returns its steps.
+    _uint64_t input(std::vector<unsigned char> datagram, unsigned long now = 0) {
+        const _uint64_t before = CSessionInspector::steps(session);
+        EXPECT_EQ(0, session.InputReceivedData(datagram.data(), static_cast<int>(datagram.size()), now));
+        const _uint64_t steps = CSessionInspector::steps(session) - before;
+        total += steps;
+        most = std::max(most, steps);
+        return steps;
+    }
+
+    static std::vector<unsigned char> header(unsigned char type, unsigned int seq, unsigned int timestamp) {
+        return {
+            0x80,
+            type,
+            static_cast<unsigned char>(seq >> 8),
+            static_cast<unsigned char>(seq),
+            static_cast<unsigned char>(timestamp >> 24),
+            static_cast<unsigned char>(timestamp >> 16),
+            static_cast<unsigned char>(timestamp >> 8),
+            static_cast<unsigned char>(timestamp),
+            0,
+            0,
+            0,
+            1,
+        };
+    }
+
+    // A fragment with its FU header: 0x80 start, 0x40 end.
+    static std::vector<unsigned char> fragment(unsigned int seq, unsigned char startAndEnd,
+                                               unsigned int timestamp = 0) {
+        std::vector<unsigned char> datagram = header(kMediaType, seq, timestamp);
+        datagram.insert(datagram.end(), {0x7c, static_cast<unsigned char>(0x05 | startAndEnd), 0xaa});
+        return datagram;
+    }
+
+    static std::vector<unsigned char> single(unsigned int seq, unsigned int timestamp) {
+        std::vector<unsigned char> datagram = header(kMediaType, seq, timestamp);
+        datagram.insert(datagram.end(), {0x65, 0xaa, 0xbb});
+        return datagram;
+    }
+
+    // An XOR FEC packet whose recovery fields and body fit packets made by `single`: two of them, from `base`
+    // on.
+    static std::vector<unsigned char> fecOverTwo(unsigned int seq, unsigned int base,
+                                                 unsigned int timestamp) {
+        std::vector<unsigned char> datagram = header(kFecType, seq, timestamp);
+        datagram.insert(datagram.end(),
+                        {
+                            static_cast<unsigned char>(base >> 8), static_cast<unsigned char>(base), 0,
+                            0,              // SN base | length recovery
+                            0, 0xc0, 0, 0,  // PT recovery | mask
+                            0, 0, 0, 0,     // TS recovery
+                            0, 0, 0,        // parity
+                        });
+        return datagram;
+    }
+
+    CountingSink sink;
+    Session session{&sink, 1};
+    _uint64_t total = 0;
+    _uint64_t most = 0;
+};
+
+constexpr unsigned int kFragments = 4000;
+
+unsigned char boundsOf(unsigned int i) {
+    return i == 0 ? 0x80 : i == kFragments - 1 ? 0x40 : 0;
+}
+
+TEST_F(StepBudgetTest, FragmentsInOrderCostTheirOwnWorkAndOneWalkAtTheEnd) {
+    for (unsigned int i = 0; i < kFragments - 1; ++i) {
+        ASSERT_LE(input(fragment(i, boundsOf(i))), kPerDatagram) << i;
+    }
+    EXPECT_LE(input(fragment(kFragments - 1, boundsOf(kFragments - 1))), 2 * kFragments + kPerDatagram);
+    EXPECT_EQ(1u, sink.count);
+    EXPECT_EQ(5u + kFragments, sink.bytes);
+}
+
+TEST_F(StepBudgetTest, FragmentsInReverseCostTheirOwnWorkAndOneWalkAtTheEnd) {
+    for (unsigned int i = kFragments - 1; i > 0; --i) {
+        ASSERT_LE(input(fragment(i, boundsOf(i))), kPerDatagram) << i;
+    }
+    EXPECT_LE(input(fragment(0, boundsOf(0))), 2 * kFragments + kPerDatagram);
+    EXPECT_EQ(1u, sink.count);
+}
+
+TEST_F(StepBudgetTest, FragmentsWithoutAStartCostTheSameHoweverManyAreHeld) {
+    for (unsigned int i = 0; i < kNumbers; ++i) {
+        ASSERT_LE(input(fragment(i, 0)), kPerDatagram) << i;
+    }
+    EXPECT_EQ(kNumbers, session.mediaCount());
+    EXPECT_EQ(0u, sink.count);
+}
+
+TEST_F(StepBudgetTest, OneTimestampForEachPacketCostsTheSameHoweverManyAreHeld) {
+    for (unsigned int i = 0; i < 3 * kNumbers; ++i) {
+        ASSERT_LE(input(single(i % kNumbers, i * 3000), i / 8), kPerDatagram) << i;  // 40000 in 5000 ms
+    }
+    EXPECT_NEAR(40000, static_cast<double>(session.timestampCount()), 20);
+    EXPECT_EQ(3 * kNumbers, sink.count);
+}
+
+TEST_F(StepBudgetTest, TimestampsInReverseCostTheSameHoweverManyAreHeld) {
+    for (unsigned int i = kNumbers; i-- > 0;) {
+        ASSERT_LE(input(single(i, i * 3000)), kPerDatagram) << i;
+    }
+    EXPECT_EQ(kNumbers, session.timestampCount());
+}
+
+TEST_F(StepBudgetTest, FecPacketsThatEachWaitForTwoCostNothingUntilOneOfThemComes) {
+    constexpr unsigned int kFecTimestamp = 1;
+    for (unsigned int i = 0; i < kNumbers; ++i) {
+        ASSERT_LE(input(fecOverTwo(i, i, kFecTimestamp)), kPerDatagram) << i;
+    }
+    ASSERT_EQ(kNumbers, session.fecCount());
+    // Packet 0 lets FEC 0 rebuild packet 1 and FEC 65535 rebuild packet 65535. Each of these completes the
+    // next group, so one datagram rebuilds everything; its cost is a bound for each rebuilt packet.
+    EXPECT_LE(input(single(0, 0)), kNumbers * kPerDatagram);
+    EXPECT_EQ(kNumbers, session.mediaCount());
+    EXPECT_EQ(0u, session.fecCount());
+}
+
+TEST_F(StepBudgetTest, MediaThatNoFecPacketWaitsForCostsTheSameHoweverManyWait) {
+    for (unsigned int i = 0; i < 32768; i += 2) {
+        input(fecOverTwo(i, i, 1));
+    }
+    ASSERT_EQ(16384u, session.fecCount());
+    for (unsigned int i = 32768; i < 40000; ++i) {
+        ASSERT_LE(input(single(i, i)), kPerDatagram) << i;
+    }
+    EXPECT_EQ(16384u, session.fecCount());
+}
+
+TEST_F(StepBudgetTest, FecPacketsAreDroppedOneByOneFromAFullTimestampAtAFixedCost) {
+    for (unsigned int i = 0; i < 32768; ++i) {
+        input(fecOverTwo(i, 2 * i, 1));
+    }
+    ASSERT_EQ(32768u, session.fecCount());
+    // From the last noted to the first, which a walk over the timestamp's list would find late.
+    for (unsigned int i = 32768; i-- > 0;) {
+        ASSERT_LE(input(single(2 * i, 0)), 2 * kPerDatagram) << i;
+        ASSERT_EQ(i, session.fecCount());
+    }
+}
+
+TEST_F(StepBudgetTest, AChainInWhichEachRebuiltPacketCompletesTheNextCostsAFixedShareForEach) {
+    constexpr unsigned int kChain = 10000;
+    for (unsigned int i = 0; i < kChain; ++i) {
+        input(fecOverTwo(i, i, 1));
+    }
+    EXPECT_LE(input(single(0, 0)), kChain * kPerDatagram);
+    EXPECT_EQ(kChain + 1, session.mediaCount());
+}
+
+TEST_F(StepBudgetTest, FecPacketsOfOneWindowThatWaitForMuchMoveTheirWatchesForwardOnly) {
+    constexpr unsigned int kPackets = 20000;
+    constexpr unsigned int kMaskBits = 24;
+    for (unsigned int i = 0; i < kPackets; ++i) {
+        std::vector<unsigned char> fec = fecOverTwo(i, 100, 1);
+        fec[12 + 5] = 0xff;
+        fec[12 + 6] = static_cast<unsigned char>(i >> 8);
+        fec[12 + 7] = static_cast<unsigned char>(i | 1);
+        input(fec);
+    }
+    total = 0;
+    for (unsigned int i = 0; i < kMaskBits; ++i) {
+        input(single(100 + i, 0));
+    }
+    // A watch looks once at each packet of its group; so all arrivals together cost a bound for each FEC
+    // packet.
+    EXPECT_LE(total, kPackets * 4 * kMaskBits);
+    EXPECT_EQ(0u, session.fecCount());
+}
+
+TEST_F(StepBudgetTest, AClockThatStepsBackCostsOneSearchAndNotOneForEachPacket) {
+    for (unsigned int i = 0; i < 10000; ++i) {
+        input(fecOverTwo(i, 20000 + 2 * i, i), 1000000);
+    }
+    // FEC packets alone age nothing out, so all timestamps stay while these come from before them.
+    input(fecOverTwo(10000, 50000, 10000), 999000);
+    for (unsigned int i = 10001; i < 20000; ++i) {
+        ASSERT_LE(input(fecOverTwo(i, 40001 + i, i), 999000), kPerDatagram) << i;
+    }
+}
+
+}  // namespace
+}  // namespace talrtp
