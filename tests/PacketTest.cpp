@@ -784,11 +784,12 @@ TEST(PacketExtension, InRawBytesIsFoundWhateverTheProfileKept) {
 }
 
 TEST(PacketExtension, InNoBytesAtAllIsNotLookedFor) {
-    const std::unique_ptr<unsigned char[]> nothing(new unsigned char[0]);
-    EXPECT_EQ(CTalRtpPacket::get_extension(0xabcd, nothing.get(), 0), nullptr);
+    const std::unique_ptr<unsigned char[]> bytes(new unsigned char[8]());
+    unsigned char* const end = bytes.get() + 8;  // a read here is one behind the allocation
+    EXPECT_EQ(CTalRtpPacket::get_extension(0xabcd, end, 0), nullptr);
     unsigned char* element = nullptr;
     int length = 0;
-    EXPECT_FALSE(CTalRtpPacket::get_onebyte_extension_element(nothing.get(), 0, 1, element, length));
+    EXPECT_FALSE(CTalRtpPacket::get_onebyte_extension_element(end, 0, 1, element, length));
 }
 
 TEST(PacketExtension, RawHelpersTakeNull) {
