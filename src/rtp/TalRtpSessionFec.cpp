@@ -475,9 +475,10 @@ public:
             maxPacketLen = std::max(maxPacketLen, packet->get_packet_size());
         }
         for (int shard = m_presentMediaCount; shard < m_presentCount; ++shard) {
-            CRTPRSPacket* const packet = parityPacket(m_present[shard] - m_mediaCount);
+            CTalRtpPacket* const packet = parityPacket(m_present[shard] - m_mediaCount);
+            unsigned char* const payload = packet->get_payload_ptr();
             const int size = parityBlockSize(*packet);
-            setShard(shard, packet->get_payload_ptr() + kRsHeaderSize, size, packet->get_rs_recover_length());
+            setShard(shard, payload + kRsHeaderSize, size, loadBig16(payload + kRsLengthOffset));
             m_blockSize = std::max(m_blockSize, size);
             m_lastParitySeq = packet->get_sequence_number();
         }
@@ -525,14 +526,11 @@ private:
 
     _uint16_t mediaSeq(int i) const { return static_cast<_uint16_t>(m_mediaBase + i); }
 
-    // **Lends** parity packet `j` of the group, or null.
-    CRTPRSPacket* parityPacket(int j) const {
+    // **Lends** parity packet `j` of the group, or null. The number alone decides: an XOR packet, stored
+    // before the FEC type was changed, counts too, so what is returned is read as bytes.
+    CTalRtpPacket* parityPacket(int j) const {
         const _uint16_t seq = static_cast<_uint16_t>(m_fecBase + j);
-        if (seq == m_fecSeq) {
-            return &m_fecPacket;
-        }
-        // An XOR packet, stored before the FEC type was changed, is none.
-        return dynamic_cast<CRTPRSPacket*>(m_session.getFECPacketBySeq(seq));
+        return seq == m_fecSeq ? &m_fecPacket : m_session.getFECPacketBySeq(seq);
     }
 
     void setShard(int shard, unsigned char* block, int size, int length) {
