@@ -432,6 +432,16 @@ TEST_F(RtcpCompoundTest, FirstPacketMayAlreadyStandInTheBuffer) {
     EXPECT_EQ(second, Bytes(buf.begin() + 8, buf.end()));
 }
 
+TEST_F(RtcpCompoundTest, PacketMayOverlapThePlaceItIsCopiedTo) {
+    Bytes buf(24, kUntouched);
+    std::copy(second.begin(), second.end(), buf.begin() + 4);
+    unsigned char* packets[] = {buf.data() + 4};
+    int lengths[] = {12};
+    int len = 24;
+    EXPECT_EQ(0, stack.CreateCompoundPacket(packets, lengths, 1, buf.data(), len));
+    EXPECT_EQ(second, Bytes(buf.begin(), buf.begin() + 12));
+}
+
 // ---- forged counts and lengths
 
 TEST_F(RtcpBuildTest, NegativeCountsAndLengthsAreRefusedWithLenUntouched) {
