@@ -16,7 +16,7 @@ constexpr int kMostFec = 4;
 constexpr int kMediaRoom = 1600;
 constexpr int kFecRoom = 1700;
 constexpr int kWorldWidth = 40;
-constexpr int kWorldFecWidth = 12;
+constexpr int kWorldFecWidth = 24;
 constexpr int kWorldTimestamps = 3;
 constexpr std::size_t kInChannel = 40;
 
@@ -46,6 +46,13 @@ void appendLong(Bytes& out, std::uint32_t value) {
 
 Bytes bytesOf(CTalRtpPacket& packet) {
     return Bytes(packet.get_buffer(), packet.get_buffer() + packet.get_packet_size());
+}
+
+FecUse drawFec(Random& random, FecUse use) {
+    if (use != FecUse::kEither) {
+        return use;
+    }
+    return random.percent(50) ? FecUse::kXor : FecUse::kRs;
 }
 
 // Packet objects one after another, which is how the sending operations take them.
@@ -126,10 +133,10 @@ struct Stream::Packets {
     PacketArray<CTalRtpPacket> rsFec{kMostFec, kFecRoom};
 };
 
-Stream::Stream(Random& random, const Profile& profile)
+Stream::Stream(Random& random, const Profile& profile, FecUse fec)
     : m_random(random),
       m_profile(profile),
-      m_fec(profile.fec),
+      m_fec(fec),
       m_timestamp(profile.nearWrap ? 0xffff0000U : static_cast<std::uint32_t>(random.next())),
       m_session(new SendingSession),
       m_packets(new Packets) {
@@ -257,7 +264,8 @@ Traffic::Traffic(Random& random, const Profile& profile, const ReceiveModel& mod
     : m_random(random),
       m_profile(profile),
       m_model(model),
-      m_stream(random, profile),
+      m_firstFec(drawFec(random, profile.fec)),
+      m_stream(random, profile, m_firstFec),
       m_isFirst(true),
       m_sent(0),
       m_burstLeft(0),
@@ -268,7 +276,7 @@ Traffic::Traffic(Random& random, const Profile& profile, const ReceiveModel& mod
 Action Traffic::next() {
     if (m_isFirst) {
         m_isFirst = false;
-        return act(Action::kSetFecType, m_profile.fec == FecUse::kXor ? RTP_FEC_XOR : RTP_FEC_RS);
+        return act(Action::kSetFecType, m_firstFec == FecUse::kXor ? RTP_FEC_XOR : RTP_FEC_RS);
     }
     if (m_random.perMille(m_profile.changesPerMille)) {
         return change();

@@ -39,7 +39,7 @@ private:
     std::mt19937_64 m_engine;
 };
 
-enum class FecUse { kNone, kXor, kRs };
+enum class FecUse { kNone, kXor, kRs, kEither };  // kEither: one of the two, drawn per session
 
 // How one kind of traffic is made. Chances are in percent unless the name says otherwise.
 struct Profile {
@@ -81,7 +81,7 @@ class SendingSession;
 // A stream with its FEC, group by group.
 class Stream {
 public:
-    Stream(Random& random, const Profile& profile);
+    Stream(Random& random, const Profile& profile, FecUse fec);
     ~Stream();
 
     // The datagrams of the next group: its media packets in order, then its FEC packets.
@@ -137,6 +137,7 @@ private:
     Random& m_random;
     const Profile& m_profile;
     const ReceiveModel& m_model;
+    FecUse m_firstFec;
     Stream m_stream;
     std::multimap<std::uint64_t, Bytes> m_channel;  // by place in the order of arrival
     bool m_isFirst;
