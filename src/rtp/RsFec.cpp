@@ -2,10 +2,14 @@
 
 #include "RsModelCache.h"
 #include "TalRtpTraceLine.h"
+#include "kernels/GfKernel.h"
+#include "kernels/Kernels.h"
 #include "kernels/XorKernel.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <new>
@@ -119,11 +123,8 @@ void gf_add(unsigned char* dst, unsigned char* src, int size) {
 }
 
 void gf_addmul(unsigned char* dst, unsigned char* src, unsigned char c, int size) {
-    if (c == 0) {
-        return;
-    }
-    for (int i = 0; i < size; ++i) {
-        dst[i] = static_cast<unsigned char>(dst[i] ^ gf_mul_table[c][src[i]]);
+    if (c != 0 && size > 0) {
+        addProduct(dst, src, c, static_cast<std::size_t>(size));
     }
 }
 
@@ -203,29 +204,15 @@ void CRsFec::DeleteRsModel(rs_param_* model) {
 
 namespace {
 
-// Blocks that are added up with a coefficient each. A block counts as zero behind its own size.
-struct stBlocks {
-    unsigned char* const* data;
-    const int* sizes;
-    int count;
-};
-
 int getLargestSize(const int* sizes, int count) {
     return *std::max_element(sizes, sizes + count);
 }
 
-void combineBlocks(unsigned char* dst, const stBlocks& blocks, const unsigned char* coefficients,
-                   int length) {
-    std::memset(dst, 0, static_cast<std::size_t>(std::max(length, 0)));
-    for (int j = 0; j < blocks.count; ++j) {
-        gf_addmul(dst, blocks.data[j], coefficients[j], blocks.sizes[j]);
-    }
-}
-
-void encodeBlocks(const rs_param_& model, const stBlocks& sources, int length, unsigned char** dst) {
-    for (int row = model.k; row < model.n; ++row) {
-        combineBlocks(dst[row - model.k], sources, model.enc_matrix + row * model.k, length);
-    }
+// Null sizes stand for blocks that all have `length` bytes.
+void encodeBlocks(const rs_param_& model, unsigned char** src, const int* sizes, int length,
+                  unsigned char** dst) {
+    const unsigned char* const parityRows = model.enc_matrix + model.k * model.k;
+    multiplyBlocks({dst, model.n - model.k, parityRows, model.k, src, model.k}, sizes, length);
 }
 
 }  // namespace
@@ -236,9 +223,7 @@ int CRsFec::Encode(rs_param_* model, unsigned char** src, int size, unsigned cha
                   "CRsFec::Encode, packet size is " << size << ", bigger than MAX_PACKET_SIZE, skip it!");
         return 1;
     }
-    int sizes[kFieldSize];
-    std::fill_n(sizes, model->k, size);
-    encodeBlocks(*model, {src, sizes, model->k}, size, dst);
+    encodeBlocks(*model, src, nullptr, size, dst);
     return 0;
 }
 
@@ -249,7 +234,7 @@ int CRsFec::Encode(rs_param_* model, unsigned char** src, int* sizes, unsigned c
                                << maxSize << ", bigger than MAX_PACKET_SIZE, skip it!");
         return 1;
     }
-    encodeBlocks(*model, {src, sizes, model->k}, maxSize, dst);
+    encodeBlocks(*model, src, sizes, maxSize, dst);
     return 0;
 }
 
@@ -406,19 +391,197 @@ int bld_dec_mat(rs_param_* model, unsigned char* matrix, int* index) {
 
 // ---------------------------------------------------------------------------------------------------------
 // Decoding
+//
+// Of the k equations that the received blocks stand for, those of the present source blocks solve themselves.
+// What is left is one equation per parity block and one unknown per missing source block. Its solution is
+// unique, so the bytes are those that the whole decoding matrix would give.
 
 namespace {
 
-int decodeBlocks(rs_param_& model, const stBlocks& blocks, int length, int* index, unsigned char** out,
-                 const int* lost, int lostCount) {
+// The received blocks in source order: slot s holds source block s or, where that is missing, a parity block.
+class CErasures {
+public:
+    // Borrows everything. Null sizes stand for blocks that are all alike.
+    CErasures(const rs_param_& model, unsigned char** blocks, const int* sizes)
+        : m_model(model), m_blocks(blocks), m_sizes(sizes), m_missingCount(0) {
+        std::fill(std::begin(m_empty), std::end(m_empty), ~std::uint64_t{0});
+    }
+
+    // Deals the blocks to their slots. False unless all positions are valid, no source position occurs twice
+    // and `lost` names missing source blocks alone, each once.
+    bool deal(const int* index, const int* lost, int lostCount);
+    // Computes the decoding rows of the missing blocks, in the order of `lost`. False when a pivot is zero,
+    // as it is when a parity block was given twice.
+    bool solve();
+    // Writes the blocks that `lost` names.
+    void rebuild(unsigned char** out, int lostCount, int length) const {
+        multiplyBlocks({out, lostCount, m_rows, kRowBytes, m_slots, m_model.k},
+                       m_sizes != nullptr ? m_slotSizes : nullptr, length);
+    }
+
+private:
+    static constexpr int kRowBytes = kFieldSize;
+    static constexpr int kMaxMissing = kFieldSize / 2;  // there are no more missing blocks than parity blocks
+
+    unsigned char* row(int r) { return m_rows + r * kRowBytes; }
+    bool isEmpty(int source) const { return (m_empty[source / 64] >> (source % 64) & 1) != 0; }
+    void setSlot(int source, int block) {
+        m_empty[source / 64] &= ~(std::uint64_t{1} << (source % 64));
+        m_slots[source] = m_blocks[block];
+        if (m_sizes != nullptr) {
+            m_slotSizes[source] = m_sizes[block];
+        }
+    }
+    int findEmpty() const;
+    bool dealParity(const int* index, const int* parityBlocks, int parityCount, const int* lost,
+                    int lostCount);
+    bool solveSingle();
+    void eliminate(int pivotRow, std::size_t size);
+
+    const rs_param_& m_model;
+    unsigned char** m_blocks;
+    const int* m_sizes;
+    std::uint64_t m_empty[kFieldSize / 64];  // a bit per slot
+    int m_missingCount;
+    int m_missing[kMaxMissing];          // source positions
+    int m_parityPositions[kMaxMissing];  // of the blocks that stand in their slots
+    unsigned char* m_slots[kFieldSize];
+    int m_slotSizes[kFieldSize];
+    unsigned char m_rows[kMaxMissing * kRowBytes];
+};
+
+bool CErasures::deal(const int* index, const int* lost, int lostCount) {
+    const int k = m_model.k;
+    int parityBlocks[kMaxMissing];
+    int parityCount = 0;
+    for (int j = 0; j < k; ++j) {
+        const int position = index[j];
+        if (position < 0 || position >= m_model.n) {
+            return false;
+        }
+        if (position >= k) {
+            if (parityCount == kMaxMissing) {
+                return false;
+            }
+            parityBlocks[parityCount++] = j;
+            continue;
+        }
+        if (!isEmpty(position)) {
+            return false;
+        }
+        setSlot(position, j);
+    }
+    return dealParity(index, parityBlocks, parityCount, lost, lostCount);
+}
+
+// Returns the first empty slot; there is one.
+int CErasures::findEmpty() const {
+    int source = 0;
+    while (!isEmpty(source)) {
+        ++source;
+    }
+    return source;
+}
+
+// Gives the parity blocks to the empty slots, those of `lost` first.
+bool CErasures::dealParity(const int* index, const int* parityBlocks, int parityCount, const int* lost,
+                           int lostCount) {
+    for (int r = 0; r < parityCount; ++r) {
+        const int s = r < lostCount ? lost[r] : findEmpty();
+        if (s < 0 || s >= m_model.k || !isEmpty(s)) {
+            return false;
+        }
+        const int block = parityBlocks[m_missingCount];
+        setSlot(s, block);
+        m_missing[m_missingCount] = s;
+        m_parityPositions[m_missingCount] = index[block];
+        ++m_missingCount;
+    }
+    return m_missingCount >= lostCount;
+}
+
+bool CErasures::solve() {
+    if (m_missingCount == 1) {
+        return solveSingle();
+    }
+    const std::size_t width = static_cast<std::size_t>(m_model.k);
+    const std::size_t size = (width + kAddProductBytes - 1) / kAddProductBytes * kAddProductBytes;
+    for (int r = 0; r < m_missingCount; ++r) {
+        std::memcpy(row(r), m_model.enc_matrix + m_parityPositions[r] * m_model.k, width);
+        std::memset(row(r) + width, 0, size - width);
+    }
+    for (int r = 0; r < m_missingCount; ++r) {
+        if (row(r)[m_missing[r]] == 0) {
+            return false;
+        }
+        eliminate(r, size);
+    }
+    return true;
+}
+
+// One equation in one unknown: the parity block and what the present blocks added to it, over the coefficient
+// of the missing one.
+bool CErasures::solveSingle() {
+    const unsigned char* const coefficients = m_model.enc_matrix + m_parityPositions[0] * m_model.k;
+    const unsigned char inverse = gf_div_table[1][coefficients[m_missing[0]]];
+    const unsigned char* const products = gf_mul_table[inverse];
+    for (int j = 0; j < m_model.k; ++j) {
+        m_rows[j] = products[coefficients[j]];
+    }
+    m_rows[m_missing[0]] = inverse;
+    return inverse != 0;
+}
+
+// One step of Gauss-Jordan elimination in place: the column of the pivot takes the entries of the inverse,
+// and the columns of the present blocks become its product with their coefficients.
+void CErasures::eliminate(int pivotRow, std::size_t size) {
+    const stGfKernel& kernel = *getKernels().gf;
+    const int col = m_missing[pivotRow];
+    unsigned char* const pivots = row(pivotRow);
+    const unsigned char inverse = gf_div_table[1][pivots[col]];
+    pivots[col] = 1;
+    // x + (c - 1) * x = c * x
+    kernel.addProduct(pivots, pivots, inverse ^ 1, size);
+    for (int r = 0; r < m_missingCount; ++r) {
+        const unsigned char factor = row(r)[col];
+        if (r != pivotRow && factor != 0) {
+            row(r)[col] = 0;
+            kernel.addProduct(row(r), pivots, factor, size);
+        }
+    }
+}
+
+bool rebuildMissing(const rs_param_& model, unsigned char** blocks, const int* sizes, int length,
+                    const int* index, unsigned char** out, const int* lost, int lostCount) {
+    CErasures erasures(model, blocks, sizes);
+    if (!erasures.deal(index, lost, lostCount) || !erasures.solve()) {
+        return false;
+    }
+    erasures.rebuild(out, lostCount, length);
+    return true;
+}
+
+// Rebuilds any source blocks, present ones too, from the whole decoding matrix. Kept out of its caller, for
+// the matrix on the stack.
+__attribute__((noinline)) int rebuildAny(rs_param_& model, unsigned char** blocks, const int* sizes,
+                                         int length, int* index, unsigned char** out, const int* lost,
+                                         int lostCount) {
     unsigned char matrix[kFieldSize * kFieldSize];
     if (bld_dec_mat(&model, matrix, index) != 0) {
         return 1;
     }
     for (int r = 0; r < lostCount; ++r) {
-        combineBlocks(out[r], blocks, matrix + lost[r] * model.k, length);
+        multiplyBlocks({out + r, 1, matrix + lost[r] * model.k, model.k, blocks, model.k}, sizes, length);
     }
     return 0;
+}
+
+int decodeBlocks(rs_param_& model, unsigned char** blocks, const int* sizes, int length, int* index,
+                 unsigned char** out, const int* lost, int lostCount) {
+    if (rebuildMissing(model, blocks, sizes, length, index, out, lost, lostCount)) {
+        return 0;
+    }
+    return rebuildAny(model, blocks, sizes, length, index, out, lost, lostCount);
 }
 
 }  // namespace
@@ -430,9 +593,7 @@ int CRsFec::Decode(rs_param_* model, unsigned char** blocks, int size, int* inde
                   "CRsFec::Decode, packet size is " << size << ", bigger than MAX_PACKET_SIZE, skip it!");
         return 1;
     }
-    int sizes[kFieldSize];
-    std::fill_n(sizes, model->k, size);
-    return decodeBlocks(*model, {blocks, sizes, model->k}, size, index, out, lost, lostCount);
+    return decodeBlocks(*model, blocks, nullptr, size, index, out, lost, lostCount);
 }
 
 int CRsFec::Decode(rs_param_* model, unsigned char** blocks, int* sizes, int* index, unsigned char** out,
@@ -443,7 +604,7 @@ int CRsFec::Decode(rs_param_* model, unsigned char** blocks, int* sizes, int* in
                                << maxSize << ", bigger than MAX_PACKET_SIZE, skip it!");
         return 1;
     }
-    return decodeBlocks(*model, {blocks, sizes, model->k}, maxSize, index, out, lost, lostCount);
+    return decodeBlocks(*model, blocks, sizes, maxSize, index, out, lost, lostCount);
 }
 
 // ---------------------------------------------------------------------------------------------------------

@@ -1,0 +1,163 @@
+// The loops that the vector kernels share, over a description `V` of one instruction set:
+//
+//   V::Vector, V::kBytes       a vector register and its size
+//   V::Source, V::loadSource   a vector of a source block, prepared for V::multiply
+//   V::Factor, V::makeFactor   a coefficient, prepared likewise
+//   V::multiply                source times factor
+//   V::add                     the sum of two or three vectors
+//   V::zero, V::load, V::store
+//   V::kStep                   sources that are added to the sums at once, 1 or 2
+//   V::kShapes                 the shapes of tiles, as an array of stTileShape, the ones of few rows first
+//
+// Everything has internal linkage: each kernel gets its own copy, compiled for its instruction set.
+
+#ifndef TALRTP_SRC_KERNELS_GFTILE_H
+#define TALRTP_SRC_KERNELS_GFTILE_H
+
+#include "kernels/GfKernel.h"
+
+// Unrolls the loop behind it, so that arrays of vectors stay in registers.
+#ifdef __clang__
+#define TALRTP_UNROLL _Pragma("unroll")
+#else
+#define TALRTP_UNROLL _Pragma("GCC unroll 16")
+#endif
+
+namespace talrtp {
+namespace {
+
+// A tile is the part of the result whose sums are held in registers at a time.
+struct stTileShape {
+    int maxRows;
+    int maxVectors;
+};
+
+// Adds the products of kStep sources to the sums of a tile. `coefficients` is the first row's for the first
+// of the sources.
+template <class V, int kRows, int kVectors, int kStep>
+inline void addSources(typename V::Vector (&sums)[kRows][kVectors], const unsigned char* const* sources,
+                       std::size_t offset, const unsigned char* coefficients, std::size_t stride) {
+    typename V::Source source[kStep][kVectors];
+    TALRTP_UNROLL
+    for (int s = 0; s < kStep; ++s) {
+        const unsigned char* bytes = sources[s] + offset;
+        // The sum is final: otherwise the compiler keeps a register for each vector's offset, and runs out.
+        asm("" : "+r"(bytes));
+        TALRTP_UNROLL
+        for (int v = 0; v < kVectors; ++v) {
+            source[s][v] = V::loadSource(bytes + v * V::kBytes);
+        }
+    }
+    TALRTP_UNROLL
+    for (int r = 0; r < kRows; ++r) {
+        const unsigned char* const row = coefficients + static_cast<std::size_t>(r) * stride;
+        const typename V::Factor first = V::makeFactor(row[0]);
+        const typename V::Factor last = V::makeFactor(row[kStep - 1]);
+        TALRTP_UNROLL
+        for (int v = 0; v < kVectors; ++v) {
+            const typename V::Vector product = V::multiply(source[0][v], first);
+            sums[r][v] = kStep == 1 ? V::add(sums[r][v], product)
+                                    : V::add(sums[r][v], product, V::multiply(source[kStep - 1][v], last));
+        }
+    }
+}
+
+// Computes kRows rows of the result over kVectors vectors. The sums stay in registers while all sources pass
+// by, so that each byte of the result is written once.
+template <class V, int kRows, int kVectors>
+void multiplyTile(const stGfProduct& product, int firstRow, std::size_t offset) {
+    const std::size_t stride = static_cast<std::size_t>(product.stride);
+    const unsigned char* const coefficients =
+        product.coefficients + static_cast<std::size_t>(firstRow) * stride;
+    const unsigned char* const* const sources = product.sources;
+    const std::size_t count = static_cast<std::size_t>(product.count);
+
+    typename V::Vector sums[kRows][kVectors];
+    TALRTP_UNROLL
+    for (int r = 0; r < kRows; ++r) {
+        TALRTP_UNROLL
+        for (int v = 0; v < kVectors; ++v) {
+            sums[r][v] = V::zero();
+        }
+    }
+    std::size_t j = 0;
+    for (; j + V::kStep <= count; j += V::kStep) {
+        addSources<V, kRows, kVectors, V::kStep>(sums, sources + j, offset, coefficients + j, stride);
+    }
+    for (; j < count; ++j) {
+        addSources<V, kRows, kVectors, 1>(sums, sources + j, offset, coefficients + j, stride);
+    }
+    TALRTP_UNROLL
+    for (int r = 0; r < kRows; ++r) {
+        TALRTP_UNROLL
+        for (int v = 0; v < kVectors; ++v) {
+            V::store(product.dst[firstRow + r] + offset + v * V::kBytes, sums[r][v]);
+        }
+    }
+}
+
+// Computes `rows` rows, 1..kRows.
+template <class V, int kRows, int kVectors>
+inline void multiplyRows(const stGfProduct& product, int firstRow, int rows, std::size_t offset) {
+    if (rows == kRows) {
+        multiplyTile<V, kRows, kVectors>(product, firstRow, offset);
+    } else if constexpr (kRows > 1) {
+        multiplyRows<V, kRows - 1, kVectors>(product, firstRow, rows, offset);
+    }
+}
+
+// Computes all rows over kVectors vectors, in groups of nearly equal size. The bytes of the sources that one
+// group reads are in the first-level cache for the next.
+template <class V, int kMaxRows, int kVectors>
+void multiplyStrip(const stGfProduct& product, std::size_t offset) {
+    int groups = (product.rows + kMaxRows - 1) / kMaxRows;
+    for (int row = 0; row < product.rows; --groups) {
+        const int left = product.rows - row;
+        const int rows = groups == 1 ? left : (left + groups - 1) / groups;
+        multiplyRows<V, kMaxRows, kVectors>(product, row, rows, offset);
+        row += rows;
+    }
+}
+
+// Computes all rows from `offset` to `end`, in strips of kVectors vectors and then of fewer.
+template <class V, int kMaxRows, int kVectors>
+inline void multiplyStrips(const stGfProduct& product, std::size_t offset, std::size_t end) {
+    constexpr std::size_t kStripBytes = static_cast<std::size_t>(kVectors) * V::kBytes;
+    for (; offset + kStripBytes <= end; offset += kStripBytes) {
+        multiplyStrip<V, kMaxRows, kVectors>(product, offset);
+    }
+    if constexpr (kVectors > 1) {
+        multiplyStrips<V, kMaxRows, kVectors - 1>(product, offset, end);
+    }
+}
+
+// Computes everything with the first shape of tile that holds all rows at once, or else the last one.
+template <class V, int kShape = 0>
+void multiplyWithTiles(const stGfProduct& product, std::size_t offset, std::size_t size) {
+    constexpr stTileShape shape = V::kShapes[kShape];
+    constexpr int kLastShape = static_cast<int>(sizeof V::kShapes / sizeof shape) - 1;
+    if constexpr (kShape < kLastShape) {
+        if (product.rows > shape.maxRows) {
+            multiplyWithTiles<V, kShape + 1>(product, offset, size);
+            return;
+        }
+    }
+    multiplyStrips<V, shape.maxRows, shape.maxVectors>(product, offset, offset + size);
+}
+
+// Adds c times `src` to `dst` over whole vectors; returns the bytes done.
+template <class V>
+inline std::size_t addProductWithVectors(unsigned char* dst, const unsigned char* src, unsigned char c,
+                                         std::size_t size) {
+    const typename V::Factor factor = V::makeFactor(c);
+    std::size_t i = 0;
+    for (; i + V::kBytes <= size; i += V::kBytes) {
+        V::store(dst + i, V::add(V::load(dst + i), V::multiply(V::loadSource(src + i), factor)));
+    }
+    return i;
+}
+
+}  // namespace
+}  // namespace talrtp
+
+#endif  // TALRTP_SRC_KERNELS_GFTILE_H

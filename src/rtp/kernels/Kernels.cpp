@@ -1,0 +1,38 @@
+#include "kernels/Kernels.h"
+
+namespace talrtp {
+
+namespace {
+
+// One entry per EKernelLevel. Shuffles do nothing for XOR, so some levels share its kernel.
+constexpr stKernels kKernels[] = {
+    {KERNEL_PORTABLE, &kGfKernelPortable, &kXorKernelPortable},
+};
+
+// Goes up through the levels to the last one before something is missing. The compiler's own test takes into
+// account whether the operating system saves the registers.
+EKernelLevel detectLevel() {
+    return KERNEL_PORTABLE;
+}
+
+const stKernels*& current() {
+    static const stKernels* kernels = &kKernels[getHighestKernelLevel()];
+    return kernels;
+}
+
+}  // namespace
+
+EKernelLevel getHighestKernelLevel() {
+    static const EKernelLevel level = detectLevel();
+    return level;
+}
+
+const stKernels& getKernels() {
+    return *current();
+}
+
+void forceKernelLevel(EKernelLevel level) {
+    current() = &kKernels[level];
+}
+
+}  // namespace talrtp
