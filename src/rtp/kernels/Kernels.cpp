@@ -7,12 +7,23 @@ namespace {
 // One entry per EKernelLevel. Shuffles do nothing for XOR, so some levels share its kernel.
 constexpr stKernels kKernels[] = {
     {KERNEL_PORTABLE, &kGfKernelPortable, &kXorKernelPortable},
+#ifdef TALRTP_SIMD_X86
+    {KERNEL_SSSE3, &kGfKernelSsse3, &kXorKernelSsse3},
+#endif
 };
 
 // Goes up through the levels to the last one before something is missing. The compiler's own test takes into
 // account whether the operating system saves the registers.
 EKernelLevel detectLevel() {
+#ifdef TALRTP_SIMD_X86
+    __builtin_cpu_init();
+    if (!__builtin_cpu_supports("ssse3")) {
+        return KERNEL_PORTABLE;
+    }
+    return KERNEL_SSSE3;
+#else
     return KERNEL_PORTABLE;
+#endif
 }
 
 const stKernels*& current() {
