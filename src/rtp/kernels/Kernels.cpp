@@ -9,6 +9,7 @@ constexpr stKernels kKernels[] = {
     {KERNEL_PORTABLE, &kGfKernelPortable, &kXorKernelPortable},
 #ifdef TALRTP_SIMD_X86
     {KERNEL_SSSE3, &kGfKernelSsse3, &kXorKernelSsse3},
+    {KERNEL_AVX2, &kGfKernelAvx2, &kXorKernelAvx2},
 #endif
 };
 
@@ -20,7 +21,10 @@ EKernelLevel detectLevel() {
     if (!__builtin_cpu_supports("ssse3")) {
         return KERNEL_PORTABLE;
     }
-    return KERNEL_SSSE3;
+    if (!__builtin_cpu_supports("avx2")) {
+        return KERNEL_SSSE3;
+    }
+    return KERNEL_AVX2;
 #else
     return KERNEL_PORTABLE;
 #endif
