@@ -10,6 +10,7 @@ constexpr stKernels kKernels[] = {
 #ifdef TALRTP_SIMD_X86
     {KERNEL_SSSE3, &kGfKernelSsse3, &kXorKernelSsse3},
     {KERNEL_AVX2, &kGfKernelAvx2, &kXorKernelAvx2},
+    {KERNEL_AVX2_GFNI, &kGfKernelAvx2Gfni, &kXorKernelAvx2},
 #endif
 };
 
@@ -24,7 +25,10 @@ EKernelLevel detectLevel() {
     if (!__builtin_cpu_supports("avx2")) {
         return KERNEL_SSSE3;
     }
-    return KERNEL_AVX2;
+    if (!__builtin_cpu_supports("gfni")) {
+        return KERNEL_AVX2;
+    }
+    return KERNEL_AVX2_GFNI;
 #else
     return KERNEL_PORTABLE;
 #endif
