@@ -11,6 +11,7 @@ constexpr stKernels kKernels[] = {
     {KERNEL_SSSE3, &kGfKernelSsse3, &kXorKernelSsse3},
     {KERNEL_AVX2, &kGfKernelAvx2, &kXorKernelAvx2},
     {KERNEL_AVX2_GFNI, &kGfKernelAvx2Gfni, &kXorKernelAvx2},
+    {KERNEL_AVX512_GFNI, &kGfKernelAvx512Gfni, &kXorKernelAvx512},
 #endif
 };
 
@@ -28,7 +29,10 @@ EKernelLevel detectLevel() {
     if (!__builtin_cpu_supports("gfni")) {
         return KERNEL_AVX2;
     }
-    return KERNEL_AVX2_GFNI;
+    if (!__builtin_cpu_supports("avx512f") || !__builtin_cpu_supports("avx512bw")) {
+        return KERNEL_AVX2_GFNI;
+    }
+    return KERNEL_AVX512_GFNI;
 #else
     return KERNEL_PORTABLE;
 #endif
