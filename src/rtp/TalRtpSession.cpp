@@ -360,6 +360,12 @@ void CMMRTPSessionBase::freeTSRecord(stTalRtpTSRecord* record) {
             m_pool->give(entry.second, sizeof(stTalRtpDataInfo));
         }
     }
+    for (const _uint16_t seq : record->fecSeqList) {
+        stFecSlot& slot = m_index->fec[seq];
+        if (slot.owner == record) {
+            slot.owner = nullptr;
+        }
+    }
     m_index->ageOrder.remove(record);
     if (m_index->lastRecord == record) {
         m_index->lastRecord = nullptr;

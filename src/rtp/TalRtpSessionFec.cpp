@@ -116,18 +116,29 @@ void CMMRTPSessionBase::updateFECListInfo(unsigned int timestamp, unsigned short
     touchTSRecord(record);
     record->fecSeqList.push_back(seq);
     stFecSlot& slot = m_index->fec[seq];
-    slot.owner = record;
-    slot.note = std::prev(record->fecSeqList.end());
+    if (slot.owner != record) {  // of several equal notes the slot knows the first
+        slot.owner = record;
+        slot.note = std::prev(record->fecSeqList.end());
+    }
 }
 
 void CMMRTPSessionBase::removeFECInfoFromList(unsigned int timestamp, unsigned short seq) {
     stTalRtpTSRecord* const record = findTSRecord(timestamp);
-    stFecSlot& slot = m_index->fec[seq];
-    if (record == nullptr || slot.owner != record) {
+    if (record == nullptr) {
         return;
     }
-    record->fecSeqList.erase(slot.note);
-    slot.owner = nullptr;
+    stTalRtpTSInfo::SeqList& notes = record->fecSeqList;
+    stFecSlot& slot = m_index->fec[seq];
+    if (slot.owner == record) {
+        notes.erase(slot.note);
+        slot.owner = nullptr;
+        return;
+    }
+    // Only a derived class can have noted a number that the slot does not know.
+    const auto note = std::find(notes.begin(), notes.end(), seq);
+    if (note != notes.end()) {
+        notes.erase(note);
+    }
 }
 
 // --- The cycle ---
