@@ -389,6 +389,7 @@ public:
     Group(unsigned int fecType, unsigned short firstSeq, unsigned short firstFecSeq,
           const std::vector<Bytes>& units, int fecCount = 1, unsigned int timestamp = kTimestamp)
         : m_firstSeq(firstSeq) {
+        const TraceCatcher silence(-1);
         SvcProbe sender(nullptr, kPeerId);
         sender.SetFecType(fecType);
         sender.m_sequenceNumber = firstSeq;
