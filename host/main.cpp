@@ -17,7 +17,7 @@ int reportUsage(const CLI::App& app, const CLI::ParseError& problem) {
     if (problem.get_exit_code() == 0) {
         return app.exit(problem);
     }
-    fmt::print(stderr, "talrtp: {}\nTry 'talrtp loopback --help'.\n", problem.what());
+    fmt::print(stderr, "talrtp: {} (see talrtp loopback --help)\n", problem.what());
     return talrtp::host::kExitUsage;
 }
 

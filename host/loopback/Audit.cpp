@@ -47,9 +47,10 @@ void CAudit::addMediaPacket(bool comes) {
     packet.comes = comes;
 }
 
-void CAudit::addGroup(int mediaCount) {
+void CAudit::addGroup(int mediaCount, std::size_t sentSince) {
     m_lastGroup = std::make_shared<Group>();
-    for (std::size_t i = m_sentPackets - static_cast<std::size_t>(mediaCount); i < m_sentPackets; ++i) {
+    const std::size_t end = m_sentPackets - sentSince;
+    for (std::size_t i = end - static_cast<std::size_t>(mediaCount); i < end; ++i) {
         m_packets[i].group = m_lastGroup;
         m_lastGroup->lostMedia += m_packets[i].comes ? 0 : 1;
     }

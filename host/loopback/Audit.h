@@ -46,8 +46,8 @@ public:
                     const std::vector<kit::PackStep>& steps, const CTalRtpPacket* packets);
     // Notes what becomes of the next media packet, in the order of the pictures.
     void addMediaPacket(bool comes);
-    // The last `mediaCount` media packets are a group.
-    void addGroup(int mediaCount);
+    // The last `mediaCount` media packets but `sentSince` are a group.
+    void addGroup(int mediaCount, std::size_t sentSince);
     // Notes what becomes of the next FEC packet of the last group.
     void addFecPacket(bool comes);
 

@@ -9,31 +9,37 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace talrtp {
 namespace host {
 
 namespace {
 
-const std::map<std::string, kit::FecScheme> kSchemes{
-    {"none", kit::FecScheme::kNone}, {"xor", kit::FecScheme::kXor}, {"rs", kit::FecScheme::kReedSolomon}};
-const std::map<std::string, int> kTraceLevels{{"none", -1}, {"error", 0}, {"warning", 1}, {"info", 2}};
+// Words that an option takes; the position says what each stands for.
+const std::vector<std::string> kSchemes{"none", "xor", "rs"};                     // as kit::FecScheme
+const std::vector<std::string> kTraceLevels{"none", "error", "warning", "info"};  // levels -1 to 2
+
+template <typename Number>
+Number positionOf(const std::vector<std::string>& words, const std::string& word) {
+    return static_cast<Number>(std::find(words.begin(), words.end(), word) - words.begin());
+}
 
 const char* const kDescription =
     "Send an H.264 file to itself through RTP and a network model, and compare what comes back.\n\n"
     "The NAL units of the file are packed into RTP packets: small units of one picture share a STAP-A,\n"
     "long ones are cut into FU-A fragments, any other goes alone. A model of a network loses, doubles\n"
     "and delays the packets; FEC rebuilds what it can; a receiving session hands the units over. The\n"
-    "table says what became of each packet and unit. The same seed gives the same losses again.";
+    "table says what became of each packet and unit. The same seed gives the same losses again.\n";
 
 const char* const kFooter =
     "Examples:\n"
@@ -43,6 +49,12 @@ const char* const kFooter =
     "  talrtp loopback film.h264 --sweep --plot sweep.svg --csv sweep.csv\n\n"
     "Exit status: 0 when every unit that could arrive did, bit for bit; 1 when a file cannot be read or\n"
     "written or is no H.264 byte stream; 2 for wrong usage; 3 when a unit is missing or differs.";
+
+const char* const kNetworkGroup = "Network";
+const char* const kFecGroup = "Forward error correction";
+const char* const kSweepGroup = "Sweep";
+
+constexpr int kMaxMtu = 65507;  // what a UDP datagram holds over IPv4
 
 volatile std::sig_atomic_t g_isInterrupted = 0;
 
@@ -69,117 +81,141 @@ public:
     }
 
 private:
+    // A range that the help text gives in words.
+    template <typename Number>
+    static CLI::Validator within(Number least, Number most) {
+        return CLI::Range(least, most).description("");
+    }
+
     void addStreamOptions(CLI::App& command) {
         SenderOptions& sender = m_options.sender;
-        command.add_option("FILE", m_input, "H.264 byte stream (Annex B)")->required();
+        command.add_option("FILE", m_input, "H.264 byte stream (Annex B)")->required()->type_name("");
         m_outOption = command.add_option("--out", m_output, "Write the units that came back to this file");
+        m_outOption->type_name("FILE");
         command.add_option("--mtu", sender.mtu, "Largest RTP packet in bytes, FEC packets included")
-            ->check(CLI::Range(1, 65507))
+            ->check(within(1, kMaxMtu))
+            ->type_name("BYTES")
             ->capture_default_str();
-        command.add_flag("--aggregate,!--no-aggregate", sender.isAggregating,
-                         "Let small units of one picture share a packet (the default), or not");
-        command.add_option("--fps", m_options.fps, "Pictures per second, for the RTP timestamps")
-            ->check(CLI::Range(1.0, 1000.0))
+        CLI::Option* aggregate =
+            command.add_flag("--aggregate", "Let small units of a picture share a packet (default)");
+        command.add_flag("--no-aggregate", m_isNotAggregating, "Give every unit packets of its own")
+            ->excludes(aggregate);
+        command.add_option("--fps", m_options.fps, "Pictures per second, 1 to 1000, for the RTP timestamps")
+            ->check(within(1.0, 1000.0))
+            ->type_name("N")
             ->capture_default_str();
         command
             .add_option("--trace", m_traceLevel,
                         "Print what the library reports: none, error, warning or info")
-            ->transform(CLI::CheckedTransformer(kTraceLevels).description(""))
-            ->default_str("none");
+            ->check(CLI::IsMember(kTraceLevels).description(""))
+            ->type_name("LEVEL")
+            ->capture_default_str();
     }
 
     void addNetworkOptions(CLI::App& command) {
         NetworkOptions& network = m_options.network;
-        const char* const group = "Network";
         m_lossOption =
             command.add_option("--loss", network.loss, "Share of the packets that is lost, 0 to 1");
-        m_lossOption->check(CLI::Range(0.0, 1.0))->capture_default_str()->group(group);
+        m_lossOption->check(within(0.0, 1.0))->type_name("P")->capture_default_str()->group(kNetworkGroup);
         command
             .add_option("--burst", network.burst,
                         "Losses come in bursts of this mean length (Gilbert-Elliott)")
-            ->check(CLI::Range(1.0, 10000.0))
-            ->group(group);
-        command.add_option("--reorder", network.reorder, "A packet may come this many packets late")
-            ->check(CLI::Range(0, 10000))
+            ->check(within(1.0, 10000.0))
+            ->type_name("N")
+            ->group(kNetworkGroup);
+        command
+            .add_option("--reorder", network.reorder, "A packet may come this many packets late, up to 10000")
+            ->check(within(0, 10000))
+            ->type_name("N")
             ->capture_default_str()
-            ->group(group);
+            ->group(kNetworkGroup);
         command.add_option("--duplicate", network.duplicate, "Share of the packets that comes twice, 0 to 1")
-            ->check(CLI::Range(0.0, 1.0))
+            ->check(within(0.0, 1.0))
+            ->type_name("P")
             ->capture_default_str()
-            ->group(group);
+            ->group(kNetworkGroup);
         command.add_option("--seed", network.seed, "Seed of everything random")
+            ->type_name("S")
             ->capture_default_str()
-            ->group(group);
+            ->group(kNetworkGroup);
     }
 
     void addFecOptions(CLI::App& command) {
-        const char* const group = "Forward error correction";
-        m_fecOption = command.add_option("--fec", m_options.sender.fec.scheme,
-                                         "Scheme: none, xor or rs (Reed-Solomon)");
-        m_fecOption->transform(CLI::CheckedTransformer(kSchemes).description(""))
-            ->default_str("none")
-            ->group(group);
+        m_fecOption = command.add_option("--fec", m_scheme, "none, xor or rs (Reed-Solomon)");
+        m_fecOption->check(CLI::IsMember(kSchemes).description(""))
+            ->type_name("SCHEME")
+            ->capture_default_str()
+            ->group(kFecGroup);
         command
             .add_option("--group", m_group,
-                        "Media packets in a group at most; up to 24 for xor, which takes odd numbers and so\n"
-                        "lowers an even one by 1; up to 254 for rs")
+                        "Media packets in a group at most: up to 24 for xor, which takes\n"
+                        "odd numbers and so lowers an even one by 1; up to 254 for rs")
+            ->type_name("K")
             ->capture_default_str()
-            ->group(group);
+            ->group(kFecGroup);
         command
             .add_option("--parity", m_parity,
-                        "FEC packets for each group: 2 unless given for rs, always 1 for xor")
-            ->group(group);
+                        "FEC packets for each group: 2 for rs unless given, always 1 for xor")
+            ->type_name("M")
+            ->group(kFecGroup);
     }
 
     void addSweepOptions(CLI::App& command) {
-        const char* const group = "Sweep";
         CLI::Option* sweep =
             command.add_flag("--sweep", m_isSweep,
-                             "Run a grid of loss rates with no FEC, with XOR and with Reed-Solomon\n"
-                             "of --group and --parity; XOR gets smaller groups, as many FEC packets");
-        sweep->excludes(m_outOption)->excludes(m_lossOption)->excludes(m_fecOption)->group(group);
+                             "Run a grid of loss rates without FEC, with XOR and with Reed-Solomon\n"
+                             "(--group, --parity); XOR gets groups of K / M packets, so that both\n"
+                             "add about as many FEC packets");
+        sweep->excludes(m_outOption)->excludes(m_lossOption)->excludes(m_fecOption)->group(kSweepGroup);
         command.add_option("--csv", m_csvPath, "Where the numbers go")
             ->needs(sweep)
-            ->default_str("sweep.csv")
-            ->group(group);
-        command.add_option("--plot", m_plotPath, "Where the plot goes (.svg or .png), drawn by gnuplot")
+            ->type_name("FILE")
+            ->capture_default_str()
+            ->group(kSweepGroup);
+        command.add_option("--plot", m_plotPath, "Where the plot goes, .svg or .png; gnuplot draws it")
             ->needs(sweep)
-            ->default_str("sweep.svg")
-            ->group(group);
+            ->type_name("FILE")
+            ->capture_default_str()
+            ->group(kSweepGroup);
         command.add_option("--runs", m_runs, "Runs for each point, with seeds that count up")
             ->needs(sweep)
-            ->check(CLI::Range(1, 1000))
+            ->check(within(1, 1000))
+            ->type_name("N")
             ->capture_default_str()
-            ->group(group);
+            ->group(kSweepGroup);
     }
 
-    // What no single option can check.
+    // What no single option can set or check.
     void finishOptions() {
         SenderOptions& sender = m_options.sender;
-        CTraceTap::setPrintLevel(m_traceLevel);
-        if (m_isSweep) {
-            sender.fec.scheme = kit::FecScheme::kReedSolomon;
-        }
+        CTraceTap::setPrintLevel(positionOf<int>(kTraceLevels, m_traceLevel) - 1);
+        sender.isAggregating = !m_isNotAggregating;
+        sender.fec.scheme =
+            m_isSweep ? kit::FecScheme::kReedSolomon : positionOf<kit::FecScheme>(kSchemes, m_scheme);
         if (sender.fec.scheme != kit::FecScheme::kNone) {
             sender.fec.group = m_group;
             sender.fec.parity =
                 m_parity.value_or(sender.fec.scheme == kit::FecScheme::kXor ? 1 : kDefaultParity);
         }
+        checkOptions();
+    }
+
+    void checkOptions() const {
+        const SenderOptions& sender = m_options.sender;
         if (!kit::CFecPlanner::isValid(sender.fec)) {
             throw CLI::ValidationError("--group, --parity",
-                                       "xor takes 1 FEC packet over 1 to 24 media packets, rs at least 1 "
-                                       "over at least 1, together at most 255");
+                                       sender.fec.scheme == kit::FecScheme::kXor
+                                           ? "xor takes 1 FEC packet over 1 to 24 media packets"
+                                           : "rs takes 2 to 255 packets in a group, media and FEC");
         }
-        const int least =
-            sender.mtu - kit::maxMediaPacket(sender.mtu, sender.fec.scheme) + kit::kMinMediaPacket;
-        if (sender.mtu < least) {
+        const int fecExcess = sender.mtu - kit::maxMediaPacket(sender.mtu, sender.fec.scheme);
+        if (sender.mtu < fecExcess + kit::kMinMediaPacket) {
             throw CLI::ValidationError(
-                "--mtu", fmt::format("{} cannot carry a fragment; with these options it takes at least {}",
-                                     sender.mtu, least));
+                "--mtu", fmt::format("{} cannot carry a fragment, {} is the least here", sender.mtu,
+                                     fecExcess + kit::kMinMediaPacket));
         }
         if (!isPossibleBurst(m_options.network.loss, m_options.network.burst)) {
-            throw CLI::ValidationError("--burst",
-                                       "bursts of that length cannot lose so many packets: take longer ones");
+            throw CLI::ValidationError("--burst", "too short to lose so many packets");
         }
     }
 
@@ -204,20 +240,23 @@ private:
         options.losses = {0, 0.01, 0.02, 0.03, 0.04, 0.05, 0.06, 0.08, 0.1, 0.125, 0.15, 0.2};
         options.runs = m_runs;
         COutputFile csv(m_csvPath);
-        bool isGood = true;
+        COutputFile plot(m_plotPath);
         const std::vector<SweepPoint> points =
             runSweep(options, [this](const LoopbackOptions& each) { return runOnce(each, nullptr); });
-        for (const SweepPoint& point : points) {
-            isGood = isGood && point.isGood;
-        }
         writeCsv(points, csv.stream());
         csv.commit();
-        writePlot(points, std::filesystem::path(m_input).filename().string(), m_plotPath);
-        fmt::print("{} points of {} runs each: {}, {}\n", points.size(), m_runs, m_csvPath, m_plotPath);
-        fmt::print("{}\n", isGood ? "Every unit that could arrive did, bit for bit and in order."
-                                  : "WRONG: units that could arrive did not.");
+        writePlot(points, std::filesystem::path(m_input).filename().string(), isPng(m_plotPath),
+                  plot.temporaryPath());
+        plot.commit();
+        const bool isGood =
+            std::all_of(points.begin(), points.end(), [](const SweepPoint& each) { return each.isGood; });
+        fmt::print("{} points, {} runs each: {} and {}\n{}\n", points.size(), m_runs, m_csvPath, m_plotPath,
+                   isGood ? "Every unit that could arrive did, bit for bit and in order."
+                          : "WRONG: not every unit that could arrive did.");
         return isGood ? kExitGood : kExitWrong;
     }
+
+    static bool isPng(const std::string& path) { return std::filesystem::path(path).extension() == ".png"; }
 
     void checkFiles() const {
         std::error_code error;
@@ -253,11 +292,13 @@ private:
     std::string m_output;
     std::string m_csvPath = "sweep.csv";
     std::string m_plotPath = "sweep.svg";
-    int m_traceLevel = -1;
+    std::string m_traceLevel = "none";
+    std::string m_scheme = "none";
     int m_group = 10;
     std::optional<int> m_parity;
     int m_runs = 10;
     bool m_isSweep = false;
+    bool m_isNotAggregating = false;
     CLI::Option* m_outOption = nullptr;
     CLI::Option* m_lossOption = nullptr;
     CLI::Option* m_fecOption = nullptr;

@@ -108,7 +108,9 @@ private:
         receiveWhatCame();
     }
 
-    void onFecGroup(int mediaCount) override { m_audit.addGroup(mediaCount); }
+    void onFecGroup(int mediaCount, std::size_t sentSince) override {
+        m_audit.addGroup(mediaCount, sentSince);
+    }
 
     void onFecPacket(CTalRtpPacket& packet) override {
         m_report.fec.add(static_cast<std::uint64_t>(packet.get_packet_size()));

@@ -56,13 +56,13 @@ bool CNetwork::draw() {
 
 void CNetwork::enqueue(Flow flow, Datagram datagram, std::uint64_t nowUs) {
     const std::uint64_t delay = m_delayRandom.upTo(static_cast<std::uint64_t>(m_options.reorder));
-    const Place place(m_nextNumber + delay, m_nextOrder++);
+    const Place place(m_nextNumber + delay, delay > 0, m_nextOrder++);
     m_underWay.emplace(place, Copy{flow, m_nextNumber, std::move(datagram)});
     m_bySendTime.emplace_back(nowUs, place);
 }
 
 void CNetwork::deliver(std::uint64_t nowUs, const Receive& receive) {
-    while (!m_underWay.empty() && m_underWay.begin()->first.first < m_nextNumber) {
+    while (!m_underWay.empty() && std::get<0>(m_underWay.begin()->first) < m_nextNumber) {
         deliverOne(m_underWay.begin(), receive);
     }
     while (!m_bySendTime.empty() && m_bySendTime.front().first + kMaxDelayUs <= nowUs) {

@@ -11,6 +11,7 @@
 #include <deque>
 #include <functional>
 #include <map>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -62,8 +63,9 @@ public:
     const NetworkCounts& counts(Flow flow) const { return m_counts[flow]; }
 
 private:
-    // When a copy comes: behind the datagram with that number; then in order of sending.
-    using Place = std::pair<std::uint64_t, std::uint64_t>;
+    // When a copy comes: with the datagram of that number, but behind it if delayed; then in order of
+    // sending.
+    using Place = std::tuple<std::uint64_t, bool, std::uint64_t>;
 
     struct Copy {
         Flow flow;

@@ -109,7 +109,7 @@ void CSender::sendRun(std::size_t alreadySent, bool isLast) {
         for (const int size : m_grouping.cut(m_unprotected)) {
             end += static_cast<std::size_t>(size);
             sendUpTo(end);
-            protect(&m_run[end] - size, size);
+            protect(m_run.data() + end - size, size, next - end);
         }
         sendUpTo(m_unprotected);
         m_unprotected = 0;
@@ -117,8 +117,8 @@ void CSender::sendRun(std::size_t alreadySent, bool isLast) {
     sendUpTo(m_unprotected);
 }
 
-void CSender::protect(CTalRtpPacket* packets, int count) {
-    m_output.onFecGroup(count);
+void CSender::protect(CTalRtpPacket* packets, int count, std::size_t sentSince) {
+    m_output.onFecGroup(count, sentSince);
     if (m_options.fec.scheme == kit::FecScheme::kXor) {
         protectWithXor(packets, count);
     } else {

@@ -35,8 +35,8 @@ public:
                            const std::vector<kit::PackStep>& steps, CTalRtpPacket* packets) = 0;
     // The next media packet of the picture.
     virtual void onMediaPacket(CTalRtpPacket& packet) = 0;
-    // The last `mediaCount` media packets are a group; its FEC packets follow.
-    virtual void onFecGroup(int mediaCount) = 0;
+    // The last `mediaCount` media packets but `sentSince` are a group; its FEC packets follow.
+    virtual void onFecGroup(int mediaCount, std::size_t sentSince) = 0;
     virtual void onFecPacket(CTalRtpPacket& packet) = 0;
 };
 
@@ -63,7 +63,7 @@ private:
     void aggregate(std::uint32_t timestamp, const kit::Picture& picture, const kit::PackStep& step,
                    CTalRtpPacket* packet);
     void sendRun(std::size_t alreadySent, bool isLast);
-    void protect(CTalRtpPacket* packets, int count);
+    void protect(CTalRtpPacket* packets, int count, std::size_t sentSince);
     void protectWithXor(CTalRtpPacket* packets, int count);
     void protectWithReedSolomon(CTalRtpPacket* packets, int count);
 

@@ -1,11 +1,12 @@
 #include "loopback/Sweep.h"
 
-#include "loopback/OutputFile.h"
 #include "loopback/Report.h"
+#include "loopback/Session.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 
 namespace talrtp {
@@ -47,12 +48,6 @@ std::string quote(const std::string& text) {
         quoted += each == '\'' ? "''" : std::string(1, each);
     }
     return quoted + "'";
-}
-
-bool isPng(const std::string& path) {
-    const std::string ending = ".png";
-    return path.size() >= ending.size() &&
-           path.compare(path.size() - ending.size(), ending.size(), ending) == 0;
 }
 
 // The commands that gnuplot gets: settings, one curve for each scheme, then the curves' data.
@@ -121,18 +116,20 @@ void writeCsv(const std::vector<SweepPoint>& points, std::ostream& output) {
     }
 }
 
-void writePlot(const std::vector<SweepPoint>& points, const std::string& title, const std::string& path) {
-    COutputFile file(path);
-    std::FILE* gnuplot = popen("gnuplot", "w");
+void writePlot(const std::vector<SweepPoint>& points, const std::string& title, bool asPng,
+               const std::string& path) {
+    const auto outer = std::signal(SIGPIPE, SIG_IGN);
+    std::FILE* gnuplot = popen("command -v gnuplot >/dev/null && exec gnuplot", "w");
     if (gnuplot == nullptr) {
         throw CHostError("gnuplot cannot be started");
     }
-    const std::string commands = makeCommands(points, title, file.temporaryPath(), isPng(path));
-    const bool isWritten = std::fwrite(commands.data(), 1, commands.size(), gnuplot) == commands.size();
-    if (pclose(gnuplot) != 0 || !isWritten) {
-        throw CHostError("gnuplot failed; is it installed?");
+    const std::string commands = makeCommands(points, title, path, asPng);
+    std::fwrite(commands.data(), 1, commands.size(), gnuplot);
+    const int status = pclose(gnuplot);
+    std::signal(SIGPIPE, outer);
+    if (status != 0) {
+        throw CHostError("the plot cannot be drawn; is gnuplot installed?");
     }
-    file.commit();
 }
 
 }  // namespace host

@@ -48,9 +48,10 @@ std::vector<SweepPoint> runSweep(const SweepOptions& options,
 
 void writeCsv(const std::vector<SweepPoint>& points, std::ostream& output);
 
-// Draws units delivered whole against loss with gnuplot, as PNG when `path` ends in ".png" and as SVG
-// otherwise. Throws CHostError when that fails.
-void writePlot(const std::vector<SweepPoint>& points, const std::string& title, const std::string& path);
+// Draws units delivered whole against loss into the file `path` with gnuplot, as PNG or as SVG. Throws
+// CHostError when that fails.
+void writePlot(const std::vector<SweepPoint>& points, const std::string& title, bool asPng,
+               const std::string& path);
 
 }  // namespace host
 }  // namespace talrtp
