@@ -45,8 +45,8 @@ _SenderInfo senderInfoAt(const _time_t& now, unsigned int packetCount, unsigned 
 }
 
 // The length field counts whole words, but the builders write no padding: a packet whose length is not a
-// multiple of 4 is filled up before it goes into a compound, or the reader would look for the next packet too
-// late.
+// multiple of 4 is filled up before it goes into a compound, or the reader would look for
+// the next packet too late.
 void fillUpToWord(Bytes& packet, int length) {
     packet.resize(static_cast<std::size_t>(length));
     packet.resize((packet.size() + 3) / 4 * 4, 0);

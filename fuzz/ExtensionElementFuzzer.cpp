@@ -98,8 +98,7 @@ void checkAppended(const Bytes& before, const CTalRtpPacket& packet, const std::
     bool isWhole = true;
     Bytes area = (before[0] & 0x10) != 0 ? compacted(before, old, isWhole) : Bytes();
     if (!isWhole || old.end > static_cast<int>(before.size())) {
-        return;  // elements beyond their area, or a header beyond its packet: nothing to hold the result
-                 // against
+        return;  // elements beyond their area or a header beyond its packet: no result to hold it against
     }
     for (const Bytes& element : elements) {
         area.insert(area.end(), element.begin(), element.end());

@@ -735,8 +735,8 @@ TEST_F(RtcpDatagramTest, LongestDeclaredLengthIsHandedOn) {
     EXPECT_THAT(Bytes(sink.packets[0].begin() + 5, sink.packets[0].end()), Each(0));
 }
 
-// Kept: the reader counts all words of a packet, so what counts all but one comes out cut in the wrong
-// places.
+// Kept: the reader counts all words of a packet, so what counts all but one comes out
+// cut in the wrong places.
 TEST_F(RtcpDatagramTest, DatagramOfAnRfc3550SenderIsNotUnderstood) {
     const Bytes foreign = {
         0x80, 0xc9, 0x00, 0x01,  // RR without blocks, one word behind this one

@@ -1,5 +1,5 @@
-// What the Get operations say about a packet, all of them at once, and a second opinion on what they should
-// say.
+// What the Get operations say about a packet, all of them at once, and a second opinion
+// on what they should say.
 //
 // A reading is a table from a getter's subject to its answer in print; a getter that fails has no entry. The
 // second opinion looks at the bytes one at a time and shares nothing with the library.

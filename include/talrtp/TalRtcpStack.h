@@ -17,47 +17,78 @@ namespace talrtp {
 
 class TALRTP_API CTalRTCPStack : public ITalRTCPStack {
 public:
+    // The operations of ITalRTCPStack, where arguments and results are told in full. Here stand the layout
+    // that each builder writes and the packet types that each getter takes.
+
+    // SR, type 200: header, SSRC, sender info from byte 8, report blocks from byte 28.
     std::int64_t CreateSenderReportPacket(unsigned int ssrc, _SenderInfo* senderInfo, _ReportBlock* blocks,
                                           int count, unsigned char* buf, int& len) override;
+    // RR, type 201: header, SSRC, report blocks from byte 8.
     std::int64_t CreateReceiverReportPacket(unsigned int ssrc, _ReportBlock* blocks, int count,
                                             unsigned char* buf, int& len) override;
+    // SDES, type 202: header, items from byte 4, back to back.
     std::int64_t CreateSdesPacket(_SdesItem* items, int count, unsigned char* buf, int& len) override;
+    // BYE, type 203: header, sources from byte 4.
     std::int64_t CreateByePacket(unsigned int* ssrcs, int count, unsigned char* buf, int& len) override;
+    // APP, type 204: header, SSRC, name at byte 8, data from byte 12.
     std::int64_t CreateAppPacket(unsigned int ssrc, unsigned char subtype, unsigned char* name,
                                  unsigned char* data, int dataLen, unsigned char* buf, int& len) override;
+    // RTPFB, type 205: header, two SSRCs, control information from byte 12.
     std::int64_t CreateRTPFBPacket(unsigned int senderSsrc, unsigned int mediaSsrc, unsigned char fmt,
                                    unsigned char* fci, int fciLen, unsigned char* buf, int& len) override;
+    // PSFB, type 206, laid out as RTPFB.
     std::int64_t CreatePSFBPacket(unsigned int senderSsrc, unsigned int mediaSsrc, unsigned char fmt,
                                   unsigned char* fci, int fciLen, unsigned char* buf, int& len) override;
+    // Packets back to back, as they are.
     std::int64_t CreateCompoundPacket(unsigned char** packets, int* lengths, int count, unsigned char* buf,
                                       int& len) override;
 
+    // Cuts a datagram by the length fields. A last packet that declares more than came is handed over as a
+    // copy with zeros behind.
     std::int64_t InputReceivedRtcpData(ITalRTCPStackSink* sink, unsigned char* buf, int len) override;
 
+    // The judge of a packet. All getters below ask it through the virtual table, so an override is honoured.
     bool IsValidRtcpPacket(unsigned char* buf, int len) override;
+    // Any type.
     unsigned int GetRtcpPacketType(unsigned char* buf, int len) override;
+    // SR, RR, APP, RTPFB and PSFB.
     unsigned int GetRtcpPacketSsrc(unsigned char* buf, int len) override;
+    // SR and RR.
     unsigned int GetReportBlockCount(unsigned char* buf, int len) override;
+    // SR and RR. **Reads a block that begins within the packet in full: provide 24 readable bytes behind.**
     std::int64_t GetReportBlock(unsigned char* buf, int len, _ReportBlock* blocks, int& count) override;
+    // SR.
     std::int64_t GetReportSenderInfo(unsigned char* buf, int len, _SenderInfo* info) override;
+    // SR and RR.
     std::int64_t GetReportExtension(unsigned char* buf, int len, unsigned char*& extension,
                                     int& extensionLen) override;
+    // SDES.
     unsigned int GetSdesItemCount(unsigned char* buf, int len) override;
+    // SDES. Steps by 6 bytes and the text, rounded up to a multiple of 4.
     std::int64_t GetSdesItem(unsigned char* buf, int len, _SdesItem* items, int& count) override;
+    // BYE.
     unsigned int GetByeSsrcCount(unsigned char* buf, int len) override;
+    // BYE. Reads every word up to the end.
     std::int64_t GetByeSsrc(unsigned char* buf, int len, unsigned int* ssrcs, int& count) override;
+    // APP.
     unsigned int GetAppSubType(unsigned char* buf, int len) override;
+    // APP.
     std::int64_t GetAppName(unsigned char* buf, int len, unsigned char* name) override;
+    // APP. The length is negative below 12 bytes.
     std::int64_t GetAppData(unsigned char* buf, int len, unsigned char*& data, int& dataLen) override;
+    // RTPFB.
     unsigned int GetRTPFBSubType(unsigned char* buf, int len) override;
+    // PSFB.
     unsigned int GetPSFBSubType(unsigned char* buf, int len) override;
+    // RTPFB and PSFB.
     std::int64_t GetFBSsrc(unsigned char* buf, int len, unsigned int& senderSsrc,
                            unsigned int& mediaSsrc) override;
+    // RTPFB and PSFB. The length is negative below 12 bytes.
     std::int64_t GetFBFCIData(unsigned char* buf, int len, unsigned char*& fci, int& fciLen) override;
 
     // Field writers. `buf` is the first byte of the packet, except where a field's own place is asked for.
-    // They
-    // **borrow** their pointers; with a null pointer they write nothing, and those that count bytes return 0.
+    // They **borrow** their pointers; with a null pointer they write nothing, and those
+    // that count bytes give 0.
 
     // Sets the version, bits 7 and 6 of byte 0. Of `version` the low 2 bits are used.
     void SetVersion(unsigned char version, unsigned char* buf);
