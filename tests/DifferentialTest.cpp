@@ -532,32 +532,46 @@ TEST_F(DifferentialTest, SessionWithoutKnowledgeOfH264) {
     EXPECT_GT(met.agedOut, 0U);
 }
 
-// ------------------------------------------------------------------------------------ A change of FEC kind
+// ----------------------------------------------------------------------------------------- Calls by hand
 
-Action setFecType(unsigned long fecType) {
-    return {Action::kSetFecType, Bytes(), false, 0, 0, fecType, 0};
-}
+constexpr unsigned int kTimestamp = 0x1000;
 
-Action fecPacket(int seq, const Bytes& payload) {
-    Action action = {Action::kInput, Bytes(), false, 0, 1000, 0, 0};
-    action.data = {0x80, 111, 0, static_cast<unsigned char>(seq), 0, 0, 0x10, 0, 1, 2, 3, 4};
+Action input(int payloadType, int seq, const Bytes& payload, std::uint64_t time) {
+    Action action = {Action::kInput, Bytes(), false, 0, time, 0, 0};
+    // clang-format off
+    action.data = {0x80, static_cast<unsigned char>(payloadType),
+                   static_cast<unsigned char>(seq >> 8), static_cast<unsigned char>(seq),
+                   0, 0, kTimestamp >> 8, 0,
+                   1, 2, 3, 4};
+    // clang-format on
     action.data.insert(action.data.end(), payload.begin(), payload.end());
     action.length = static_cast<int>(action.data.size());
     return action;
 }
 
+Action setFecType(unsigned long fecType) {
+    return {Action::kSetFecType, Bytes(), false, 0, 0, fecType, 0};
+}
+
+Action forceHandover() {
+    return {Action::kForceHandover, Bytes(), false, 0, 0, kTimestamp, 0};
+}
+
 TEST(DifferentialFecKindTest, StoredXorPacketCountsAsTheParityShardOfItsNumber) {
-    const Bytes protectsTwo = {0, 200,  0, 0,       // base 200 | length
-                               0, 0xc0, 0, 0,       // payload type | mask: 200 and 201
-                               0, 0,    0, 0, 99};  // timestamp | parity
-    Bytes secondOfTwo = {0, 220, 0, 0,              // base 220 | length
-                         1, 2,   2, 0};             // index | parity packets | media packets | reserved
+    // clang-format off
+    const Bytes protectsTwo = {0, 200, 0, 0,     // base 200 | length
+                               0, 0xc0, 0, 0,    // payload type | mask: 200 and 201
+                               0, 0, 0, 0,       // timestamp
+                               99};              // parity
+    Bytes secondOfTwo = {0, 220, 0, 0,           // base 220 | length
+                         1, 2, 2, 0};            // index | parity packets | media packets | reserved
+    // clang-format on
     secondOfTwo.resize(8 + 20, 55);
     const std::unique_ptr<Duel> duel = makeDuel(SessionKind::kSvc, true);
     ASSERT_EQ("", duel->play(setFecType(RTP_FEC_XOR), true));
-    ASSERT_EQ("", duel->play(fecPacket(100, protectsTwo), true));
+    ASSERT_EQ("", duel->play(input(111, 100, protectsTwo, 1000), true));
     ASSERT_EQ("", duel->play(setFecType(RTP_FEC_RS), true));
-    EXPECT_EQ("", duel->play(fecPacket(101, secondOfTwo), true));
+    EXPECT_EQ("", duel->play(input(111, 101, secondOfTwo, 1000), true));
     // Two shards for two packets: it is decoded, to lengths of 0, and not kept.
     EXPECT_EQ(duel->model().lines.at(0).message,
               "CMMRTPSessionBase::recoverPacketWithRSFEC recover seq number is differ with request, "
@@ -566,50 +580,32 @@ TEST(DifferentialFecKindTest, StoredXorPacketCountsAsTheParityShardOfItsNumber) 
     EXPECT_EQ("", duel->close());
 }
 
-// ------------------------------------------------------------------------------- All numbers of a session
-
+constexpr int kNumbers = 65536;
+constexpr int kLastStored = 501;
 constexpr std::uint8_t kMiddle = 0x05;
 constexpr std::uint8_t kStart = 0x85;
-constexpr int kNumbers = 65536;
 
-// A fragment under one timestamp, of a single byte of data.
 Action fragment(int seq, std::uint8_t fuHeader, std::uint64_t time) {
-    Action action = {Action::kInput, Bytes(), false, 0, time, 0, 0};
-    action.data = {0x80,
-                   98,
-                   static_cast<unsigned char>(seq >> 8),
-                   static_cast<unsigned char>(seq),
-                   0,
-                   0,
-                   0x10,
-                   0,
-                   1,
-                   2,
-                   3,
-                   4,
-                   0x7c,
-                   fuHeader,
-                   static_cast<unsigned char>(seq * 7)};
-    action.length = static_cast<int>(action.data.size());
-    return action;
+    return input(98, seq, {0x7c, fuHeader, static_cast<unsigned char>(seq * 7)}, time);
 }
 
-// Stores every number, even ones first and odd ones from above, so that runs stay short until the last.
-std::string fillAllNumbers(Duel& duel, std::uint8_t last) {
+// Stores a fragment under every number: every second one first, the others from above, so that runs stay
+// short until the last.
+std::string storeAllNumbers(Duel& duel, std::uint8_t lastFuHeader) {
     std::string text;
-    for (int seq = 0; seq < kNumbers && text.empty(); seq += 2) {
-        text = duel.play(fragment(seq, kMiddle, 1000), false);
+    for (int i = 1; i < kNumbers && text.empty(); i += 2) {
+        text = duel.play(fragment(kLastStored + i, kMiddle, 1000), false);
     }
-    for (int seq = kNumbers - 1; seq > 1 && text.empty(); seq -= 2) {
-        text = duel.play(fragment(seq, kMiddle, 1000), false);
+    for (int i = kNumbers - 2; i > 0 && text.empty(); i -= 2) {
+        text = duel.play(fragment(kLastStored + i, kMiddle, 1000), false);
     }
-    return text + duel.play(fragment(1, last, 1000), true);
+    return text + duel.play(fragment(kLastStored, lastFuHeader, 1000), true);
 }
 
 TEST(DifferentialFullListTest, NoFragmentStartsAnywhere) {
     const std::unique_ptr<Duel> duel = makeDuel(SessionKind::kSvc, true);
-    ASSERT_EQ("", fillAllNumbers(*duel, kMiddle));
-    EXPECT_EQ("", duel->play({Action::kForceHandover, Bytes(), false, 0, 0, 0x1000, 0}, true));
+    ASSERT_EQ("", storeAllNumbers(*duel, kMiddle));
+    EXPECT_EQ("", duel->play(forceHandover(), true));
     EXPECT_EQ("", duel->play(fragment(77, kStart, 6000), true));
     EXPECT_EQ("", duel->play(fragment(77, kStart, 6001), true));
     EXPECT_EQ(duel->model().mediaPackets.size(), 1U);
@@ -618,9 +614,9 @@ TEST(DifferentialFullListTest, NoFragmentStartsAnywhere) {
 
 TEST(DifferentialFullListTest, OneRunGoesAllTheWayRound) {
     const std::unique_ptr<Duel> duel = makeDuel(SessionKind::kSvc, true);
-    ASSERT_EQ("", fillAllNumbers(*duel, kStart));
-    EXPECT_EQ(duel->model().timestamps.at(0x1000).dataInfoMap.at(1).packetCount, kNumbers);
-    EXPECT_EQ("", duel->play({Action::kForceHandover, Bytes(), false, 0, 0, 0x1000, 0}, true));
+    ASSERT_EQ("", storeAllNumbers(*duel, kStart));
+    EXPECT_EQ(duel->model().timestamps.at(kTimestamp).dataInfoMap.at(kLastStored).packetCount, kNumbers);
+    EXPECT_EQ("", duel->play(forceHandover(), true));
     EXPECT_EQ(duel->model().handOvers.size(), 1U);
     EXPECT_EQ("", duel->close());
 }
