@@ -82,7 +82,7 @@ void CFecWaiting::remove(_uint16_t fecSeq) {
 }
 
 void CFecWaiting::waitAgain(_uint16_t fecSeq) {
-    Group* const group = m_members[fecSeq].group;
+    Group* const group = m_members.peek(fecSeq).group;
     m_ready.erase(fecSeq);
     if (group != nullptr && !group->isWaiting) {
         setWatches(group);
@@ -117,7 +117,7 @@ void CFecWaiting::freeGroup(Group* group) {
 }
 
 void CFecWaiting::arrived(Number number) {
-    _uint32_t watch = m_watchesOf[number];
+    _uint32_t watch = m_watchesOf.peek(number);
     while (watch != 0) {
         ++m_steps;
         const _uint32_t following = m_watches[watch].nextOfNumber;
@@ -171,7 +171,8 @@ void CFecWaiting::clearWatches(Group* group) {
 }
 
 void CFecWaiting::markReady(const Group* group) {
-    for (int fecSeq = group->firstMember; fecSeq != kNone; fecSeq = m_members[fecSeq].next) {
+    for (int fecSeq = group->firstMember; fecSeq != kNone;
+         fecSeq = m_members.peek(static_cast<unsigned int>(fecSeq)).next) {
         ++m_steps;
         m_ready.insert(static_cast<_uint16_t>(fecSeq));
     }

@@ -102,7 +102,7 @@ public:
             return list.end();
         }
         _uint16_t behind;
-        return stored.findUpward(seq, behind) ? slots[behind].entry : list.end();
+        return stored.findUpward(seq, behind) ? slots.peek(behind).entry : list.end();
     }
 
     CSlotTable<stMediaSlot> media;

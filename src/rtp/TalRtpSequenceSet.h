@@ -8,7 +8,6 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 
 namespace talrtp {
 
@@ -152,17 +151,39 @@ private:
     unsigned int m_size;
 };
 
-// One slot for each sequence number, all zero at first. Memory pages of numbers that never came stay
-// untouched.
+// One slot for each number, all zero at first. Slots come in pages, which are made when a number of theirs is first
+// written to.
 template <typename Slot, unsigned int kCount = CSequenceSet::kNumbers>
 class CSlotTable {
 public:
-    CSlotTable() : m_slots(static_cast<Slot*>(std::calloc(kCount, sizeof(Slot))), &std::free) {}
-    Slot& operator[](unsigned int number) { return m_slots.get()[number]; }
-    const Slot& operator[](unsigned int number) const { return m_slots.get()[number]; }
+    CSlotTable() : m_pages() {}
+    ~CSlotTable() {
+        for (Slot* const page : m_pages) {
+            std::free(page);
+        }
+    }
+    CSlotTable(const CSlotTable&) = delete;
+    CSlotTable& operator=(const CSlotTable&) = delete;
+
+    // For writing.
+    Slot& operator[](unsigned int number) {
+        Slot*& page = m_pages[number / kPageSlots];
+        if (page == nullptr) {
+            page = static_cast<Slot*>(std::calloc(kPageSlots, sizeof(Slot)));
+        }
+        return page[number % kPageSlots];
+    }
+    // For reading; makes no page.
+    const Slot& peek(unsigned int number) const {
+        static const Slot kUntouched = Slot();
+        const Slot* const page = m_pages[number / kPageSlots];
+        return page != nullptr ? page[number % kPageSlots] : kUntouched;
+    }
 
 private:
-    std::unique_ptr<Slot, void (*)(void*)> m_slots;
+    static constexpr unsigned int kPageSlots = 256;
+
+    Slot* m_pages[kCount / kPageSlots];
 };
 
 }  // namespace talrtp

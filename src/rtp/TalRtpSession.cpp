@@ -233,7 +233,7 @@ void CMMRTPSessionBase::storeMediaPacket(CTalRtpPacket* packet) {
 }
 
 CTalRtpPacket* CMMRTPSessionBase::getMediaPacketBySeq(unsigned short seq) const {
-    return m_index->media[seq].packet;
+    return m_index->media.peek(seq).packet;
 }
 
 void CMMRTPSessionBase::updateMediaDataInfo(unsigned int timestamp, unsigned short seq) {
@@ -314,7 +314,7 @@ void CMMRTPSessionBase::touchTSRecord(stTalRtpTSRecord* record) {
 
 // **Lends** the record of the unit that starts at `startSeq`, or null.
 stTalRtpDataInfo* CMMRTPSessionBase::findDataInfo(stTalRtpTSRecord* record, unsigned short startSeq) const {
-    const stMediaSlot& slot = m_index->media[startSeq];
+    const stMediaSlot& slot = m_index->media.peek(startSeq);
     if (slot.unitOwner == record) {
         return slot.unit;
     }

@@ -105,7 +105,7 @@ void CMMRTPSessionBase::eraseFecPacket(unsigned short seq) {
 }
 
 CTalRtpPacket* CMMRTPSessionBase::getFECPacketBySeq(unsigned short seq) const {
-    return m_index->fec[seq].packet;
+    return m_index->fec.peek(seq).packet;
 }
 
 void CMMRTPSessionBase::updateFECListInfo(unsigned int timestamp, unsigned short seq) {
