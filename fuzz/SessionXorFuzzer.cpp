@@ -1,0 +1,11 @@
+// A receiving session with XOR FEC, under a script of datagrams and losses.
+
+#include <cstddef>
+#include <cstdint>
+
+#include "SessionScript.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    talrtp::fuzz::SessionScript(data, size, talrtp::RTP_FEC_XOR).run();
+    return 0;
+}
