@@ -1,0 +1,362 @@
+// What a host pays per packet, beside floors written for the purpose that run in the same process:
+//
+//   packetizing: the header's stores, one copy of the payload, and zeroes for the rest of the buffer
+//   XOR FEC:     one pass over the same packets at the widest vectors
+//   receiving:   malloc, copy in, file by sequence number, one gather for each unit, free the oldest
+//
+// A row counts one packet an iteration, or one FEC packet in the XOR rows.
+
+#include <benchmark/benchmark.h>
+#include <talrtp/talrtp.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <vector>
+
+#include "kernels/XorKernel.h"
+
+namespace {
+
+using talrtp::CRTPFECPacket;
+using talrtp::CTalRtpPacket;
+using talrtp::ITalRTPSession;
+using talrtp::ITalRTPSessionSink;
+
+constexpr int kPacketSize = 1200;
+constexpr int kCapacity = 1500;
+constexpr int kHeaderSize = 12;
+constexpr int kFuHeaders = 2;
+constexpr int kFecHeaderSize = 12;
+
+// Packet objects one after another, as the session's operations take them.
+class Packet : public CTalRtpPacket {
+public:
+    Packet() : CTalRtpPacket(kCapacity) {}
+};
+
+class FecPacket : public CRTPFECPacket {
+public:
+    FecPacket() : CRTPFECPacket(kCapacity) {}
+};
+
+struct CountingSink : ITalRTPSessionSink {
+    void OnReceivedRTPPacket(CTalRtpPacket* packet) override {
+        bytes += packet->get_payload_size();
+        benchmark::DoNotOptimize(packet->get_buffer()[packet->get_packet_size() - 1]);
+    }
+    long bytes = 0;
+};
+
+struct DestroySession {
+    void operator()(ITalRTPSession* session) const { TalDestroyRTPSession(session); }
+};
+using Session = std::unique_ptr<ITalRTPSession, DestroySession>;
+
+Session makeSession(ITalRTPSessionSink* sink, unsigned long fecType) {
+    ITalRTPSession* session = nullptr;
+    TalCreateRTPSession(&session, sink, 0x1234, 2);
+    session->SetFecType(fecType);
+    return Session(session);
+}
+
+std::vector<unsigned char> makeUnit(int size) {
+    std::vector<unsigned char> unit(static_cast<std::size_t>(size));
+    for (std::size_t i = 0; i < unit.size(); ++i) {
+        unit[i] = static_cast<unsigned char>(i * 131 + 7);
+    }
+    unit[0] = 0x65;
+    return unit;
+}
+
+void writeHeader(unsigned char* packet, unsigned int seq, unsigned int timestamp) {
+    packet[0] = 0x80;
+    packet[1] = 98;
+    const unsigned short seq16 = __builtin_bswap16(static_cast<unsigned short>(seq));
+    const unsigned int ts32 = __builtin_bswap32(timestamp);
+    const unsigned int ssrc = __builtin_bswap32(0x1234);
+    std::memcpy(packet + 2, &seq16, 2);
+    std::memcpy(packet + 4, &ts32, 4);
+    std::memcpy(packet + 8, &ssrc, 4);
+}
+
+// --- Packetizing ---
+
+constexpr int kFragments = 10;
+
+void packetizeSingle(benchmark::State& state) {
+    const Session session = makeSession(nullptr, talrtp::RTP_FEC_XOR);
+    std::vector<unsigned char> unit = makeUnit(kPacketSize - kHeaderSize);
+    Packet packet;
+    for (auto _ : state) {
+        session->CreateSinglePacket(90000, static_cast<int>(unit.size()), unit.data(), &packet);
+        benchmark::ClobberMemory();
+    }
+}
+BENCHMARK(packetizeSingle);
+
+void packetizeFragments(benchmark::State& state) {
+    const Session session = makeSession(nullptr, talrtp::RTP_FEC_XOR);
+    std::vector<unsigned char> unit = makeUnit(kFragments * (kPacketSize - kHeaderSize - kFuHeaders));
+    std::vector<Packet> packets(kFragments);
+    int left = 0;
+    for (auto _ : state) {
+        if (left == 0) {
+            session->CreateFuaPackets(90000, static_cast<int>(unit.size()), unit.data(), kFragments,
+                                      packets.data());
+            left = kFragments;
+        }
+        --left;
+        benchmark::ClobberMemory();
+    }
+}
+BENCHMARK(packetizeFragments);
+
+// A header's stores, one copy, zeroes behind it; over as many packets in turn as the row beside it has.
+void packetizeFloor(benchmark::State& state) {
+    const int bytes = kPacketSize - kHeaderSize;
+    const int turns = static_cast<int>(state.range(0));
+    std::vector<unsigned char> unit = makeUnit(turns * bytes);
+    std::vector<std::vector<unsigned char>> packets(static_cast<std::size_t>(turns),
+                                                    std::vector<unsigned char>(kCapacity));
+    unsigned int seq = 0;
+    int turn = 0;
+    for (auto _ : state) {
+        unsigned char* const packet = packets[static_cast<std::size_t>(turn)].data();
+        writeHeader(packet, seq++, 90000);
+        std::memcpy(packet + kHeaderSize, unit.data() + turn * bytes, static_cast<std::size_t>(bytes));
+        std::memset(packet + kPacketSize, 0, kCapacity - kPacketSize);
+        turn = turn + 1 == turns ? 0 : turn + 1;
+        benchmark::ClobberMemory();
+    }
+}
+BENCHMARK(packetizeFloor)->Arg(1)->Arg(kFragments);
+
+// --- XOR FEC ---
+
+void xorFec(benchmark::State& state) {
+    const Session session = makeSession(nullptr, talrtp::RTP_FEC_XOR);
+    std::vector<unsigned char> unit = makeUnit(kFragments * (kPacketSize - kHeaderSize - kFuHeaders));
+    std::vector<Packet> packets(kFragments);
+    session->CreateFuaPackets(90000, static_cast<int>(unit.size()), unit.data(), kFragments, packets.data());
+    FecPacket fec;
+    for (auto _ : state) {
+        session->CreateXorFecPackets(packets.data(), kFragments, (1u << kFragments) - 1, &fec);
+        benchmark::ClobberMemory();
+    }
+}
+BENCHMARK(xorFec);
+
+void xorFecFloor(benchmark::State& state) {
+    std::vector<std::vector<unsigned char>> packets(kFragments, makeUnit(kCapacity));
+    std::vector<unsigned char> parity(kCapacity);
+    const unsigned char* sources[kFragments];
+    int sizes[kFragments];
+    for (int i = 0; i < kFragments; ++i) {
+        sources[i] = packets[static_cast<std::size_t>(i)].data() + kHeaderSize;
+        sizes[i] = kPacketSize - kHeaderSize;
+    }
+    for (auto _ : state) {
+        talrtp::xorMany(parity.data() + kHeaderSize + kFecHeaderSize, sources, sizes, kFragments,
+                        kPacketSize - kHeaderSize);
+        benchmark::ClobberMemory();
+    }
+}
+BENCHMARK(xorFecFloor);
+
+// --- Receiving ---
+
+constexpr unsigned long kWindow = 5000;  // milliseconds until a timestamp ages out
+constexpr int kNumbers = 65536;
+
+// The datagrams of an endless stream of units of `unitPackets` packets, at a pace that keeps `kept` packets
+// held.
+class Stream {
+public:
+    Stream(int unitPackets, int kept)
+        : m_unitPackets(unitPackets),
+          m_kept(static_cast<unsigned long>(kept)),
+          m_datagram(makeUnit(kPacketSize)) {}
+
+    // Makes the next datagram and moves the clock to its arrival.
+    unsigned char* next() {
+        const bool isFirst = m_position == 0;
+        const bool isLast = m_position == m_unitPackets - 1;
+        writeHeader(m_datagram.data(), m_seq, m_timestamp);
+        unsigned char* const payload = m_datagram.data() + kHeaderSize;
+        payload[0] = m_unitPackets == 1 ? 0x65 : 0x7c;
+        payload[1] = static_cast<unsigned char>(0x05 | (isFirst ? 0x80 : 0) | (isLast ? 0x40 : 0));
+        m_now = m_count++ * kWindow / m_kept;
+        ++m_seq;
+        m_position = isLast ? 0 : m_position + 1;
+        m_timestamp += isLast ? 3000 : 0;
+        return m_datagram.data();
+    }
+
+    unsigned long now() const { return m_now; }
+    bool isUnitEnd() const { return m_position == 0; }
+
+private:
+    int m_unitPackets;
+    unsigned long m_kept;
+    std::vector<unsigned char> m_datagram;
+    int m_position = 0;
+    unsigned int m_seq = 0;
+    unsigned int m_timestamp = 0;
+    unsigned long m_count = 0;
+    unsigned long m_now = 0;
+};
+
+void receive(benchmark::State& state) {
+    const int kept = static_cast<int>(state.range(1));
+    CountingSink sink;
+    const Session session = makeSession(&sink, talrtp::RTP_FEC_XOR);
+    Stream stream(static_cast<int>(state.range(0)), kept);
+    const auto feed = [&] {
+        unsigned char* const datagram = stream.next();
+        session->InputReceivedData(datagram, kPacketSize, stream.now());
+    };
+    for (int i = 0; i < kept + kNumbers; ++i) {
+        feed();
+    }
+    for (auto _ : state) {
+        feed();
+    }
+    benchmark::DoNotOptimize(sink.bytes);
+}
+
+// One block for each packet, an array by sequence number, and a buffer in which each unit is gathered.
+class FloorReceiver {
+public:
+    FloorReceiver(int unitPackets, int kept)
+        : m_unitPackets(unitPackets),
+          m_kept(kept),
+          m_packets(kNumbers),
+          m_gathered(static_cast<std::size_t>(unitPackets) * kPacketSize) {}
+    ~FloorReceiver() {
+        for (unsigned char* const packet : m_packets) {
+            std::free(packet);
+        }
+    }
+
+    void input(const unsigned char* datagram, bool isUnitEnd) {
+        unsigned short seq;
+        std::memcpy(&seq, datagram + 2, 2);
+        seq = __builtin_bswap16(seq);
+        unsigned char* const packet = static_cast<unsigned char*>(std::malloc(kPacketSize));
+        std::memcpy(packet, datagram, kPacketSize);
+        m_packets[seq] = packet;
+        if (isUnitEnd) {
+            gather(seq);
+        }
+        unsigned char*& oldest = m_packets[static_cast<unsigned short>(seq - m_kept)];
+        std::free(oldest);
+        oldest = nullptr;
+    }
+
+private:
+    void gather(unsigned short last) {
+        unsigned char* target = m_gathered.data();
+        for (int i = m_unitPackets - 1; i >= 0; --i) {
+            const unsigned char* const packet = m_packets[static_cast<unsigned short>(last - i)];
+            std::memcpy(target, packet + kHeaderSize, kPacketSize - kHeaderSize);
+            target += kPacketSize - kHeaderSize;
+        }
+        benchmark::DoNotOptimize(m_gathered.data());
+        benchmark::ClobberMemory();
+    }
+
+    int m_unitPackets;
+    int m_kept;
+    std::vector<unsigned char*> m_packets;
+    std::vector<unsigned char> m_gathered;
+};
+
+void receiveFloor(benchmark::State& state) {
+    const int unitPackets = static_cast<int>(state.range(0));
+    const int kept = static_cast<int>(state.range(1));
+    // A session keeps whole timestamps, so at least the unit that is being received.
+    FloorReceiver receiver(unitPackets, kept > unitPackets ? kept : unitPackets);
+    Stream stream(unitPackets, kept);
+    const auto feed = [&] {
+        unsigned char* const datagram = stream.next();
+        receiver.input(datagram, stream.isUnitEnd());
+    };
+    for (int i = 0; i < kept + kNumbers; ++i) {
+        feed();
+    }
+    for (auto _ : state) {
+        feed();
+    }
+}
+
+void receiveShapes(benchmark::internal::Benchmark* row) {
+    for (const int unitPackets : {1, 10, 84, 1000, 4000}) {
+        for (const int kept : {1000, 10000, 60000}) {
+            row->Args({unitPackets, kept});
+        }
+    }
+    row->ArgNames({"unit", "kept"});
+}
+BENCHMARK(receive)->Apply(receiveShapes);
+BENCHMARK(receiveFloor)->Apply(receiveShapes);
+
+// XOR FEC packets, `state.range(0)` of them, each of which waits for two media packets that never come.
+class WaitingFec {
+public:
+    WaitingFec(ITalRTPSession& session, int count, unsigned long now) : m_session(session) {
+        for (int i = 0; i < count; ++i) {
+            feed(now);
+        }
+    }
+    // Brings one more packet of the same timestamp, which keeps all of them from ageing out.
+    void refresh(unsigned long now) {
+        if (m_seq > 0) {
+            feed(now);
+        }
+    }
+
+private:
+    void feed(unsigned long now) {
+        FecPacket fec;
+        fec.set_payload_type(111);
+        fec.set_sequence_number(m_seq);
+        fec.set_timestamp(1);
+        fec.set_payload_size(1000);
+        fec.set_fec_sequence_number_base(static_cast<unsigned short>(60000 + m_seq));
+        fec.set_fec_mask(0xc00000);
+        m_session.InputReceivedData(fec.get_buffer(), fec.get_packet_size(), now);
+        ++m_seq;
+    }
+
+    ITalRTPSession& m_session;
+    unsigned short m_seq = 0;
+};
+
+// The stream's numbers stay below those that the FEC packets wait for.
+void receiveWithWaitingFec(benchmark::State& state) {
+    constexpr int kKept = 10000;
+    constexpr int kRefreshEvery = 5000;
+    CountingSink sink;
+    const Session session = makeSession(&sink, talrtp::RTP_FEC_XOR);
+    Stream stream(10, kKept);
+    const auto feed = [&] {
+        unsigned char* const datagram = stream.next();
+        session->InputReceivedData(datagram, kPacketSize, stream.now());
+    };
+    for (int i = 0; i < kKept; ++i) {
+        feed();
+    }
+    WaitingFec waiting(*session, static_cast<int>(state.range(0)), stream.now());
+    int untilRefresh = kRefreshEvery;
+    for (auto _ : state) {
+        if (--untilRefresh == 0) {
+            waiting.refresh(stream.now());
+            untilRefresh = kRefreshEvery;
+        }
+        feed();
+    }
+}
+BENCHMARK(receiveWithWaitingFec)->ArgName("fec")->Arg(0)->Arg(255)->Iterations(45000);
+
+}  // namespace
