@@ -67,6 +67,8 @@ public:
     explicit CCommand(CLI::App& app) {
         CLI::App* command = app.add_subcommand("loopback", kDescription);
         command->footer(kFooter);
+        // An option given again overrides itself, which lets scripts append the user's to their own.
+        command->option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
         addStreamOptions(*command);
         addNetworkOptions(*command);
         addFecOptions(*command);
