@@ -1,0 +1,207 @@
+// The codec with any model, sizes and positions. Every buffer ends where its block ends. What is decoded is
+// compared with plain table arithmetic over the whole decoding matrix and, when the positions are distinct,
+// with the sources that the parity was made of.
+
+#include "FuzzSupport.h"
+
+#include <fuzzer/FuzzedDataProvider.h>
+#include <talrtp/RsFec.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <set>
+
+namespace talrtp {
+namespace fuzz {
+namespace {
+
+constexpr int kMaxWork = 1 << 14;  // bytes of a group, so that a run stays short
+
+class Group {
+public:
+    explicit Group(FuzzedDataProvider& input)
+        : m_input(input),
+          m_k(input.ConsumeIntegralInRange(1, 255)),
+          m_n(input.ConsumeIntegralInRange(m_k, 256)),
+          m_isUniform(input.ConsumeBool()),
+          m_model(CRsFec::CreateRsModel(m_k, m_n)) {
+        require(m_model != nullptr, "a model for k from 1 and n from k to 256");
+        makeSources();
+        encode();
+    }
+    ~Group() { CRsFec::DeleteRsModel(m_model); }
+    Group(const Group&) = delete;
+    Group& operator=(const Group&) = delete;
+
+    void decodeAtAnyPositions() {
+        std::vector<int> index;
+        for (int j = 0; j < m_k; ++j) {
+            const bool isWild = m_input.ConsumeIntegralInRange(0, 63) == 63;
+            index.push_back(isWild ? m_input.ConsumeIntegral<int>()
+                                   : m_input.ConsumeIntegralInRange(0, m_n - 1));
+        }
+        if (m_input.ConsumeBool()) {
+            makeDistinct(index);
+        }
+        std::vector<int> lost(m_input.ConsumeIntegralInRange<std::size_t>(0, 8));
+        for (int& position : lost) {
+            position = m_input.ConsumeIntegralInRange(0, m_k - 1);
+        }
+        decode(index, lost);
+    }
+
+private:
+    void makeSources() {
+        const int maxSize = std::min(kMaxWork / m_n, MAX_PACKET_SIZE);
+        m_longest = m_input.ConsumeIntegralInRange(0, maxSize);
+        for (int j = 0; j < m_k; ++j) {
+            const int size = m_isUniform ? m_longest : m_input.ConsumeIntegralInRange(0, m_longest);
+            Bytes bytes = m_input.ConsumeBytes<unsigned char>(static_cast<std::size_t>(size));
+            const unsigned char rest = static_cast<unsigned char>(j * 37 + 11);
+            bytes.resize(static_cast<std::size_t>(size), rest);
+            m_blocks.emplace_back(bytes);
+        }
+        int longest = 0;
+        for (const ExactBuffer& block : m_blocks) {
+            longest = std::max(longest, block.size());
+        }
+        m_longest = longest;
+    }
+
+    void encode() {
+        std::vector<unsigned char*> sources = pointersTo(m_blocks);
+        std::vector<int> sizes = sizesOf(m_blocks);
+        std::vector<ExactBuffer> parity;
+        const Bytes empty(static_cast<std::size_t>(m_longest), 0xEE);
+        for (int i = m_k; i < m_n; ++i) {
+            parity.emplace_back(empty);
+        }
+        std::vector<unsigned char*> dst = pointersTo(parity);
+        const int result = m_isUniform ? CRsFec::Encode(m_model, sources.data(), m_longest, dst.data())
+                                       : CRsFec::Encode(m_model, sources.data(), sizes.data(), dst.data());
+        require(result == 0, "blocks within the limit are encoded");
+        for (int i = 0; i < m_n - m_k; ++i) {
+            const unsigned char* const row = m_model->enc_matrix + (m_k + i) * m_k;
+            require(parity[static_cast<std::size_t>(i)].bytes() == combine(m_blocks, row),
+                    "a parity block is the sum of its row");
+        }
+        for (ExactBuffer& block : parity) {
+            m_blocks.push_back(std::move(block));
+        }
+    }
+
+    // Replaces positions that are out of range or were there before by the lowest free ones.
+    void makeDistinct(std::vector<int>& index) const {
+        std::set<int> used;
+        int next = 0;
+        for (int& position : index) {
+            if (position < 0 || position >= m_n || used.count(position) != 0) {
+                while (used.count(next) != 0) {
+                    ++next;
+                }
+                position = next;
+            }
+            used.insert(position);
+        }
+    }
+
+    void decode(std::vector<int> index, std::vector<int> lost) {
+        std::vector<ExactBuffer> received;
+        for (const int position : index) {
+            const bool isBlock = position >= 0 && position < m_n;
+            received.emplace_back(m_blocks[static_cast<std::size_t>(isBlock ? position : 0)].bytes());
+        }
+        std::vector<int> sizes = sizesOf(received);
+        const int longest = *std::max_element(sizes.begin(), sizes.end());
+        std::vector<ExactBuffer> out;
+        for (std::size_t r = 0; r < lost.size(); ++r) {
+            out.emplace_back(Bytes(static_cast<std::size_t>(longest), 0xEE));
+        }
+        std::vector<int> matrixIndex = index;
+        Bytes matrix(static_cast<std::size_t>(m_k * m_k));
+        const int expected = bld_dec_mat(m_model, matrix.data(), matrixIndex.data());
+
+        std::vector<int> decodeIndex = index;
+        const int result =
+            CRsFec::Decode(m_model, pointersTo(received).data(), sizes.data(), decodeIndex.data(),
+                           pointersTo(out).data(), lost.data(), static_cast<int>(lost.size()));
+
+        require(result == (expected == 0 ? 0 : 1), "decoding succeeds when there is a matrix");
+        const bool isDistinct = std::set<int>(index.begin(), index.end()).size() == index.size();
+        for (std::size_t r = 0; r < lost.size() && result == 0; ++r) {
+            const Bytes sum = combine(received, matrix.data() + lost[r] * m_k);
+            require(out[r].bytes() == sum, "a rebuilt block is the sum of its row");
+            Bytes source = m_blocks[static_cast<std::size_t>(lost[r])].bytes();
+            source.resize(std::max(source.size(), sum.size()), 0);
+            require(std::equal(sum.begin(), sum.end(), source.begin()), "a rebuilt block is the lost one");
+        }
+        require(result != 0 || (isDistinct && decodeIndex == index && matrixIndex == index),
+                "only distinct positions are decoded, and they are left as they were");
+    }
+
+    // The sum of the blocks times the coefficients, each block zero behind its end.
+    static Bytes combine(const std::vector<ExactBuffer>& blocks, const unsigned char* coefficients) {
+        Bytes sum;
+        for (std::size_t j = 0; j < blocks.size(); ++j) {
+            const Bytes bytes = blocks[j].bytes();
+            sum.resize(std::max(sum.size(), bytes.size()), 0);
+            for (std::size_t i = 0; i < bytes.size(); ++i) {
+                sum[i] ^= gf_mul_table[coefficients[j]][bytes[i]];
+            }
+        }
+        return sum;
+    }
+
+    static std::vector<unsigned char*> pointersTo(std::vector<ExactBuffer>& blocks) {
+        std::vector<unsigned char*> pointers;
+        for (ExactBuffer& block : blocks) {
+            pointers.push_back(block.data());
+        }
+        return pointers;
+    }
+
+    static std::vector<int> sizesOf(const std::vector<ExactBuffer>& blocks) {
+        std::vector<int> sizes;
+        for (const ExactBuffer& block : blocks) {
+            sizes.push_back(block.size());
+        }
+        return sizes;
+    }
+
+    FuzzedDataProvider& m_input;
+    int m_k;
+    int m_n;
+    bool m_isUniform;
+    rs_param_* m_model;
+    int m_longest = 0;
+    std::vector<ExactBuffer> m_blocks;  // sources, then parity
+};
+
+void addMultiple(FuzzedDataProvider& input) {
+    const unsigned char c = input.ConsumeIntegral<unsigned char>();
+    const int size = input.ConsumeIntegralInRange(0, 4000);
+    Bytes source = input.ConsumeBytes<unsigned char>(static_cast<std::size_t>(size));
+    source.resize(static_cast<std::size_t>(size), 0x5A);
+    ExactBuffer src(source);
+    ExactBuffer dst(Bytes(static_cast<std::size_t>(size), 0xC3));
+    gf_addmul(dst.data(), src.data(), c, size);
+    for (int i = 0; i < size; ++i) {
+        require(dst.data()[i] == (0xC3 ^ gf_mul_table[c][source[static_cast<std::size_t>(i)]]),
+                "dst ^= c * src");
+    }
+}
+
+}  // namespace
+}  // namespace fuzz
+}  // namespace talrtp
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    FuzzedDataProvider input(data, size);
+    if (input.ConsumeIntegralInRange(0, 7) == 0) {
+        talrtp::fuzz::addMultiple(input);
+        return 0;
+    }
+    talrtp::fuzz::Group group(input);
+    group.decodeAtAnyPositions();
+    return 0;
+}
