@@ -10,7 +10,6 @@ namespace model {
 
 namespace {
 
-constexpr int kError = 0;
 constexpr int kWarning = 1;
 constexpr int kInfo = 2;
 
