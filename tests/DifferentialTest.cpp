@@ -520,13 +520,13 @@ TEST_F(DifferentialTest, AgeingAndLateRetransmission) {
 
 TEST_F(DifferentialTest, MixedTraffic) {
     const Met met =
-        play({"mixed", FecUse::kEither, 8, 2, 25, 30, 8, 20, 10, 40, 8, 80, 5, 15, false, SessionKind::kSvc});
+        play({"mixed", FecUse::kEither, 8, 2, 25, 30, 8, 20, 10, 40, 8, 20, 5, 15, false, SessionKind::kSvc});
     EXPECT_GT(met.recovered, 0U);
     EXPECT_GT(met.refused, 0U);
 }
 
 TEST_F(DifferentialTest, SessionWithoutKnowledgeOfH264) {
-    const Met met = play({"base session", FecUse::kEither, 8, 2, 25, 30, 8, 20, 10, 40, 8, 80, 5, 10, false,
+    const Met met = play({"base session", FecUse::kEither, 8, 2, 25, 30, 8, 20, 10, 40, 8, 10, 5, 10, false,
                           SessionKind::kBase});
     EXPECT_GT(met.recovered, 0U);
     EXPECT_GT(met.agedOut, 0U);
