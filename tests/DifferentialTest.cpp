@@ -28,6 +28,7 @@
 #include <memory>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace talrtp {
@@ -537,16 +538,16 @@ TEST_F(DifferentialTest, SessionWithoutKnowledgeOfH264) {
 constexpr unsigned int kTimestamp = 0x1000;
 
 Action input(int payloadType, int seq, const Bytes& payload, std::uint64_t time) {
-    Action action = {Action::kInput, Bytes(), false, 0, time, 0, 0};
     // clang-format off
-    action.data = {0x80, static_cast<unsigned char>(payloadType),
-                   static_cast<unsigned char>(seq >> 8), static_cast<unsigned char>(seq),
-                   0, 0, kTimestamp >> 8, 0,
-                   1, 2, 3, 4};
+    const Bytes header = {0x80, static_cast<unsigned char>(payloadType),
+                          static_cast<unsigned char>(seq >> 8), static_cast<unsigned char>(seq),
+                          0, 0, kTimestamp >> 8, 0,
+                          1, 2, 3, 4};
     // clang-format on
-    action.data.insert(action.data.end(), payload.begin(), payload.end());
-    action.length = static_cast<int>(action.data.size());
-    return action;
+    Bytes data(header.size() + payload.size());
+    std::copy(payload.begin(), payload.end(), std::copy(header.begin(), header.end(), data.begin()));
+    const int length = static_cast<int>(data.size());
+    return {Action::kInput, std::move(data), false, length, time, 0, 0};
 }
 
 Action setFecType(unsigned long fecType) {
