@@ -151,8 +151,8 @@ private:
     unsigned int m_size;
 };
 
-// One slot for each number, all zero at first. Slots come in pages, which are made when a number of theirs is first
-// written to.
+// One slot for each number, all zero at first. Slots come in pages, which are made when a number of theirs is
+// first written to.
 template <typename Slot, unsigned int kCount = CSequenceSet::kNumbers>
 class CSlotTable {
 public:
