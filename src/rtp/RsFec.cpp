@@ -7,9 +7,7 @@
 #include "kernels/XorKernel.h"
 
 #include <algorithm>
-#include <cstdint>
 #include <cstring>
-#include <iterator>
 #include <map>
 #include <memory>
 #include <new>
@@ -404,7 +402,8 @@ public:
     // Borrows everything. Null sizes stand for blocks that are all alike.
     CErasures(const rs_param_& model, unsigned char** blocks, const int* sizes)
         : m_model(model), m_blocks(blocks), m_sizes(sizes), m_missingCount(0) {
-        std::fill(std::begin(m_empty), std::end(m_empty), ~std::uint64_t{0});
+        // A small constant size is cleared in a few stores.
+        std::memset(m_isFilled, 0, model.k <= kSmallGroup ? kSmallGroup : kFieldSize);
     }
 
     // Deals the blocks to their slots. False unless all positions are valid, no source position occurs twice
@@ -420,19 +419,18 @@ public:
     }
 
 private:
+    static constexpr int kSmallGroup = 32;
     static constexpr int kRowBytes = kFieldSize;
     static constexpr int kMaxMissing = kFieldSize / 2;  // there are no more missing blocks than parity blocks
 
     unsigned char* row(int r) { return m_rows + r * kRowBytes; }
-    bool isEmpty(int source) const { return (m_empty[source / 64] >> (source % 64) & 1) != 0; }
     void setSlot(int source, int block) {
-        m_empty[source / 64] &= ~(std::uint64_t{1} << (source % 64));
+        m_isFilled[source] = true;
         m_slots[source] = m_blocks[block];
         if (m_sizes != nullptr) {
             m_slotSizes[source] = m_sizes[block];
         }
     }
-    int findEmpty() const;
     bool dealParity(const int* index, const int* parityBlocks, int parityCount, const int* lost,
                     int lostCount);
     bool solveSingle();
@@ -441,10 +439,10 @@ private:
     const rs_param_& m_model;
     unsigned char** m_blocks;
     const int* m_sizes;
-    std::uint64_t m_empty[kFieldSize / 64];  // a bit per slot
     int m_missingCount;
     int m_missing[kMaxMissing];          // source positions
     int m_parityPositions[kMaxMissing];  // of the blocks that stand in their slots
+    bool m_isFilled[kFieldSize];
     unsigned char* m_slots[kFieldSize];
     int m_slotSizes[kFieldSize];
     unsigned char m_rows[kMaxMissing * kRowBytes];
@@ -466,7 +464,7 @@ bool CErasures::deal(const int* index, const int* lost, int lostCount) {
             parityBlocks[parityCount++] = j;
             continue;
         }
-        if (!isEmpty(position)) {
+        if (m_isFilled[position]) {
             return false;
         }
         setSlot(position, j);
@@ -474,21 +472,15 @@ bool CErasures::deal(const int* index, const int* lost, int lostCount) {
     return dealParity(index, parityBlocks, parityCount, lost, lostCount);
 }
 
-// Returns the first empty slot; there is one.
-int CErasures::findEmpty() const {
-    int source = 0;
-    while (!isEmpty(source)) {
-        ++source;
-    }
-    return source;
-}
-
 // Gives the parity blocks to the empty slots, those of `lost` first.
 bool CErasures::dealParity(const int* index, const int* parityBlocks, int parityCount, const int* lost,
                            int lostCount) {
     for (int r = 0; r < parityCount; ++r) {
-        const int s = r < lostCount ? lost[r] : findEmpty();
-        if (s < 0 || s >= m_model.k || !isEmpty(s)) {
+        const int s =
+            r < lostCount
+                ? lost[r]
+                : static_cast<int>(std::find(m_isFilled, m_isFilled + m_model.k, false) - m_isFilled);
+        if (s < 0 || s >= m_model.k || m_isFilled[s]) {
             return false;
         }
         const int block = parityBlocks[m_missingCount];

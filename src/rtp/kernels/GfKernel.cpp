@@ -12,27 +12,6 @@ namespace talrtp {
 namespace {
 
 constexpr int kMaxBlocks = 256;
-// The size of what is left to the end, in whole strips of this size, is done in one piece with the tail.
-constexpr std::size_t kHeadBytes = 4 * kMultiplyBytes;
-
-std::size_t roundUp(std::size_t size) {
-    return (size + kMultiplyBytes - 1) / kMultiplyBytes * kMultiplyBytes;
-}
-
-// Computes `length` bytes, at least kMultiplyBytes, of sources that are all that long. The last piece ends
-// with the blocks and may compute some bytes for the second time, to the same values.
-void multiplyWhole(const stGfKernel& kernel, const stGfProduct& product, std::size_t length) {
-    std::size_t head = length / kHeadBytes * kHeadBytes;
-    std::size_t tail = roundUp(length - head);
-    if (tail > length) {
-        head = length / kMultiplyBytes * kMultiplyBytes;
-        tail = kMultiplyBytes;
-    }
-    kernel.multiply(product, 0, head);
-    if (head < length) {
-        kernel.multiply(product, length - tail, tail);
-    }
-}
 
 // The next kMultiplyBytes bytes of blocks of which some end before: those are copied and padded with zeros.
 class CPaddedStrip {
@@ -51,7 +30,7 @@ public:
         }
         const stGfProduct strip = {m_dst,     m_product.rows, m_product.coefficients, m_product.stride,
                                    m_sources, m_product.count};
-        kernel.multiply(strip, 0, kMultiplyBytes);
+        kernel.multiply(strip, kMultiplyBytes);
         for (int r = 0; r < m_product.rows && !isWhole; ++r) {
             std::memcpy(m_product.dst[r] + offset, m_results[r], size);
         }
@@ -88,7 +67,7 @@ void multiplyBlocks(const stGfProduct& product, const int* sizes, int length) {
     const stGfKernel& kernel = *getKernels().gf;
     int whole = sizes != nullptr ? std::min(*std::min_element(sizes, sizes + product.count), length) : length;
     if (whole == length && length >= kStrip) {
-        multiplyWhole(kernel, product, static_cast<std::size_t>(length));
+        kernel.multiply(product, static_cast<std::size_t>(length));
         return;
     }
 
@@ -96,7 +75,9 @@ void multiplyBlocks(const stGfProduct& product, const int* sizes, int length) {
         return;
     }
     whole = std::max(whole, 0) / kStrip * kStrip;
-    kernel.multiply(product, 0, static_cast<std::size_t>(whole));
+    if (whole > 0) {
+        kernel.multiply(product, static_cast<std::size_t>(whole));
+    }
     CPaddedStrip strip(product, sizes, length);
     for (int offset = whole; offset < length; offset += kStrip) {
         const int begin = length >= kStrip ? std::min(offset, length - kStrip) : 0;

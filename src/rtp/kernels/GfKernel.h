@@ -30,15 +30,14 @@ void multiplyBlocks(const stGfProduct& product, const int* sizes, int length);
 // dst[i] ^= c * src[i] for i < size. `dst` may equal `src`; other overlaps are not supported.
 void addProduct(unsigned char* dst, const unsigned char* src, unsigned char c, std::size_t size);
 
-// The sizes that the kernels take are multiples of these.
-constexpr std::size_t kMultiplyBytes = 64;
-constexpr std::size_t kAddProductBytes = 16;
+constexpr std::size_t kMultiplyBytes = 64;    // the least that a kernel multiplies
+constexpr std::size_t kAddProductBytes = 16;  // what a kernel's addProduct takes, and multiples of it
 
 // One variant of the loops. No alignment is needed anywhere.
 struct stGfKernel {
-    // Writes bytes offset .. offset + size - 1 of every block of the result; each source has these bytes. At
-    // least one source.
-    void (*multiply)(const stGfProduct& product, std::size_t offset, std::size_t size);
+    // Writes the first `size` bytes of every block of the result, at least kMultiplyBytes. Each source, of
+    // which there is at least one, has these bytes.
+    void (*multiply)(const stGfProduct& product, std::size_t size);
     // dst[i] ^= c * src[i] for i < size. `dst` may equal `src`, but no other overlap.
     void (*addProduct)(unsigned char* dst, const unsigned char* src, unsigned char c, std::size_t size);
 };

@@ -13,15 +13,14 @@ void addWholeProduct(unsigned char* dst, const unsigned char* src, unsigned char
     }
 }
 
-void multiply(const stGfProduct& product, std::size_t offset, std::size_t size) {
+void multiply(const stGfProduct& product, std::size_t size) {
     for (int r = 0; r < product.rows; ++r) {
-        unsigned char* const dst = product.dst[r] + offset;
+        unsigned char* const dst = product.dst[r];
         for (std::size_t i = 0; i < size; ++i) {
             dst[i] = 0;
         }
         for (int j = 0; j < product.count; ++j) {
-            addWholeProduct(dst, product.sources[j] + offset, product.coefficients[r * product.stride + j],
-                            size);
+            addWholeProduct(dst, product.sources[j], product.coefficients[r * product.stride + j], size);
         }
     }
 }

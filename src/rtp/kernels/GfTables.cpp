@@ -18,8 +18,8 @@ struct stBitProducts {
 
 constexpr stBitProducts makeBitProducts(int c) {
     stBitProducts products{};
-    for (int bit = 0; bit < 8; ++bit) {
-        products.of[bit] = c;
+    for (int& product : products.of) {
+        product = c;
         c = timesAlpha(c);
     }
     return products;

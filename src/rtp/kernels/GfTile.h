@@ -109,7 +109,7 @@ inline void multiplyRows(const stGfProduct& product, int firstRow, int rows, std
 // Computes all rows over kVectors vectors, in groups of nearly equal size. The bytes of the sources that one
 // group reads are in the first-level cache for the next.
 template <class V, int kMaxRows, int kVectors>
-void multiplyStrip(const stGfProduct& product, std::size_t offset) {
+inline void multiplyStrip(const stGfProduct& product, std::size_t offset) {
     int groups = (product.rows + kMaxRows - 1) / kMaxRows;
     for (int row = 0; row < product.rows; --groups) {
         const int left = product.rows - row;
@@ -119,30 +119,50 @@ void multiplyStrip(const stGfProduct& product, std::size_t offset) {
     }
 }
 
-// Computes all rows from `offset` to `end`, in strips of kVectors vectors and then of fewer.
+// Computes all rows over `vectors` vectors, kVectors..kMaxVectors.
+template <class V, int kMaxRows, int kMaxVectors, int kVectors = 1>
+inline void multiplyRest(const stGfProduct& product, std::size_t vectors, std::size_t offset) {
+    if (vectors == kVectors) {
+        multiplyStrip<V, kMaxRows, kVectors>(product, offset);
+    } else if constexpr (kVectors < kMaxVectors) {
+        multiplyRest<V, kMaxRows, kMaxVectors, kVectors + 1>(product, vectors, offset);
+    }
+}
+
+// Computes `size` bytes of all rows, at least one vector, in strips of kVectors vectors. What is left is a
+// narrower strip that ends with the blocks: it may compute bytes of the strip before it again, to the same
+// values.
 template <class V, int kMaxRows, int kVectors>
-inline void multiplyStrips(const stGfProduct& product, std::size_t offset, std::size_t end) {
+inline void multiplyStrips(const stGfProduct& product, std::size_t size) {
     constexpr std::size_t kStripBytes = static_cast<std::size_t>(kVectors) * V::kBytes;
-    for (; offset + kStripBytes <= end; offset += kStripBytes) {
+    std::size_t offset = 0;
+    for (; offset + kStripBytes <= size; offset += kStripBytes) {
         multiplyStrip<V, kMaxRows, kVectors>(product, offset);
     }
-    if constexpr (kVectors > 1) {
-        multiplyStrips<V, kMaxRows, kVectors - 1>(product, offset, end);
+    while (offset < size) {
+        std::size_t vectors = (size - offset + V::kBytes - 1) / V::kBytes;
+        if (vectors * V::kBytes <= size) {
+            offset = size - vectors * V::kBytes;
+        } else {
+            --vectors;
+        }
+        multiplyRest<V, kMaxRows, kVectors>(product, vectors, offset);
+        offset += vectors * V::kBytes;
     }
 }
 
 // Computes everything with the first shape of tile that holds all rows at once, or else the last one.
 template <class V, int kShape = 0>
-void multiplyWithTiles(const stGfProduct& product, std::size_t offset, std::size_t size) {
+void multiplyWithTiles(const stGfProduct& product, std::size_t size) {
     constexpr stTileShape shape = V::kShapes[kShape];
     constexpr int kLastShape = static_cast<int>(sizeof V::kShapes / sizeof shape) - 1;
     if constexpr (kShape < kLastShape) {
         if (product.rows > shape.maxRows) {
-            multiplyWithTiles<V, kShape + 1>(product, offset, size);
+            multiplyWithTiles<V, kShape + 1>(product, size);
             return;
         }
     }
-    multiplyStrips<V, shape.maxRows, shape.maxVectors>(product, offset, offset + size);
+    multiplyStrips<V, shape.maxRows, shape.maxVectors>(product, size);
 }
 
 // Adds c times `src` to `dst` over whole vectors; returns the bytes done.
