@@ -26,7 +26,6 @@ struct stTalRtpTSRecord : stTalRtpTSInfo {
     stTalRtpTSRecord(_uint32_t rtpTimestamp, _uint64_t receivedTime, CNodePool* pool)
         : stTalRtpTSInfo(receivedTime, pool),
           timestamp(rtpTimestamp),
-          entry(),
           older(nullptr),
           newer(nullptr) {}
 
