@@ -21,9 +21,7 @@ int reportUsage(const CLI::App& app, const CLI::ParseError& problem) {
     return talrtp::host::kExitUsage;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int runProgram(int argc, char** argv) {
     CLI::App app("Carries H.264 over RTP with forward error correction.", "talrtp");
     app.set_version_flag("--version", kVersion);
     app.require_subcommand(1);
@@ -34,8 +32,16 @@ int main(int argc, char** argv) {
         return run();
     } catch (const CLI::ParseError& problem) {
         return reportUsage(app, problem);
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return runProgram(argc, argv);
     } catch (const std::exception& problem) {
-        fmt::print(stderr, "talrtp: {}\n", problem.what());
+        std::fprintf(stderr, "talrtp: %s\n", problem.what());
         return talrtp::host::kExitFailed;
     }
 }

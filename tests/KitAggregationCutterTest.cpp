@@ -4,8 +4,7 @@
 
 #include <gtest/gtest.h>
 
-namespace talrtp {
-namespace kit {
+namespace talrtp::kit {
 namespace {
 
 void expectCut(const CAggregationCutter::Cut& cut, std::size_t size, int index) {
@@ -60,5 +59,4 @@ TEST(AggregationCutter, TheVeryFirstHandOverIsWhole) {
 }
 
 }  // namespace
-}  // namespace kit
-}  // namespace talrtp
+}  // namespace talrtp::kit

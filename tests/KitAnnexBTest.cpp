@@ -8,8 +8,7 @@
 
 #include <sstream>
 
-namespace talrtp {
-namespace kit {
+namespace talrtp::kit {
 namespace {
 
 using test::SeededRandom;
@@ -139,5 +138,4 @@ TEST(SplitAnnexB, ReturnsEveryUnitOfAHandOver) {
 }
 
 }  // namespace
-}  // namespace kit
-}  // namespace talrtp
+}  // namespace talrtp::kit

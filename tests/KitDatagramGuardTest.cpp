@@ -7,8 +7,7 @@
 
 #include <vector>
 
-namespace talrtp {
-namespace kit {
+namespace talrtp::kit {
 namespace {
 
 using test::SeededRandom;
@@ -88,5 +87,4 @@ TEST(DatagramGuard, LetsOnlyRtpThrough) {
 }
 
 }  // namespace
-}  // namespace kit
-}  // namespace talrtp
+}  // namespace talrtp::kit

@@ -7,8 +7,7 @@
 
 #include <numeric>
 
-namespace talrtp {
-namespace kit {
+namespace talrtp::kit {
 namespace {
 
 using testing::ElementsAre;
@@ -99,5 +98,4 @@ TEST(FecPlanner, EveryCutKeepsItsLimits) {
 }
 
 }  // namespace
-}  // namespace kit
-}  // namespace talrtp
+}  // namespace talrtp::kit

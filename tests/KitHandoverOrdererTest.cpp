@@ -9,8 +9,7 @@
 #include <algorithm>
 #include <memory>
 
-namespace talrtp {
-namespace kit {
+namespace talrtp::kit {
 namespace {
 
 using test::SeededRandom;
@@ -215,5 +214,4 @@ TEST_F(HandoverOrdererTest, HostileTimestampsNeitherFillNorBlockIt) {
 }
 
 }  // namespace
-}  // namespace kit
-}  // namespace talrtp
+}  // namespace talrtp::kit

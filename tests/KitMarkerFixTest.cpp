@@ -5,8 +5,7 @@
 
 #include <gtest/gtest.h>
 
-namespace talrtp {
-namespace kit {
+namespace talrtp::kit {
 namespace {
 
 TEST(MarkerFix, LeavesTheMarkerOnTheLastPacketAlone) {
@@ -51,5 +50,4 @@ TEST(PacketArray, MovesItsPackets) {
 }
 
 }  // namespace
-}  // namespace kit
-}  // namespace talrtp
+}  // namespace talrtp::kit

@@ -6,8 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-namespace talrtp {
-namespace kit {
+namespace talrtp::kit {
 namespace {
 
 using test::SeededRandom;
@@ -148,5 +147,4 @@ TEST(NalUnit, TellsWhatRtpCanCarry) {
 }
 
 }  // namespace
-}  // namespace kit
-}  // namespace talrtp
+}  // namespace talrtp::kit

@@ -8,8 +8,7 @@
 
 #include <string>
 
-namespace talrtp {
-namespace kit {
+namespace talrtp::kit {
 namespace {
 
 using test::SeededRandom;
@@ -160,5 +159,4 @@ TEST(PictureGrouper, KeepsEveryUnitInOrder) {
 }
 
 }  // namespace
-}  // namespace kit
-}  // namespace talrtp
+}  // namespace talrtp::kit

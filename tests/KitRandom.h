@@ -12,8 +12,7 @@
 #include <string>
 #include <vector>
 
-namespace talrtp {
-namespace test {
+namespace talrtp::test {
 
 class SeededRandom {
 public:
@@ -53,7 +52,6 @@ private:
     std::mt19937 m_engine;
 };
 
-}  // namespace test
-}  // namespace talrtp
+}  // namespace talrtp::test
 
 #endif  // TALRTP_TESTS_KITRANDOM_H

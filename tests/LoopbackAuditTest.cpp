@@ -6,8 +6,7 @@
 
 #include <gtest/gtest.h>
 
-namespace talrtp {
-namespace host {
+namespace talrtp::host {
 namespace {
 
 using kit::FecScheme;
@@ -221,5 +220,4 @@ TEST_F(AuditTest, AGroupMayLieBehindWhatWasSentLast) {
 }
 
 }  // namespace
-}  // namespace host
-}  // namespace talrtp
+}  // namespace talrtp::host

@@ -8,8 +8,7 @@
 #include <algorithm>
 #include <map>
 
-namespace talrtp {
-namespace host {
+namespace talrtp::host {
 namespace {
 
 using testing::ElementsAre;
@@ -173,5 +172,4 @@ TEST(Network, DelayAndDoublingDoNotChangeTheLosses) {
 }
 
 }  // namespace
-}  // namespace host
-}  // namespace talrtp
+}  // namespace talrtp::host

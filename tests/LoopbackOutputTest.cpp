@@ -15,8 +15,7 @@
 
 #include <unistd.h>
 
-namespace talrtp {
-namespace host {
+namespace talrtp::host {
 namespace {
 
 using kit::FecScheme;
@@ -194,5 +193,4 @@ TEST(Sweep, SumsTheRunsOfAPointAndWritesThemAsCsv) {
 }
 
 }  // namespace
-}  // namespace host
-}  // namespace talrtp
+}  // namespace talrtp::host

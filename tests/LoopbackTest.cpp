@@ -18,8 +18,7 @@
 #include <numeric>
 #include <sstream>
 
-namespace talrtp {
-namespace host {
+namespace talrtp::host {
 namespace {
 
 using kit::FecScheme;
@@ -496,5 +495,4 @@ TEST(Sender, XorRebuildsThePayloadTypeInOddGroupsAlone) {
 }
 
 }  // namespace
-}  // namespace host
-}  // namespace talrtp
+}  // namespace talrtp::host

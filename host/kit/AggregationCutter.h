@@ -16,8 +16,7 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace talrtp {
-namespace kit {
+namespace talrtp::kit {
 
 class CAggregationCutter {
 public:
@@ -51,7 +50,6 @@ private:
     int m_index = 0;
 };
 
-}  // namespace kit
-}  // namespace talrtp
+}  // namespace talrtp::kit
 
 #endif  // TALRTP_HOST_KIT_AGGREGATIONCUTTER_H

@@ -15,8 +15,7 @@
 #include <ostream>
 #include <vector>
 
-namespace talrtp {
-namespace kit {
+namespace talrtp::kit {
 
 constexpr std::uint8_t kStartCode[] = {0, 0, 0, 1};
 
@@ -177,7 +176,6 @@ inline std::vector<NalUnit> splitAnnexB(const std::uint8_t* bytes, std::size_t s
     return units;
 }
 
-}  // namespace kit
-}  // namespace talrtp
+}  // namespace talrtp::kit
 
 #endif  // TALRTP_HOST_KIT_ANNEXB_H

@@ -7,8 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace talrtp {
-namespace kit {
+namespace talrtp::kit {
 
 enum class DatagramKind {
     kRtp,      // for InputReceivedData
@@ -58,7 +57,6 @@ inline DatagramKind classifyDatagram(const std::uint8_t* data, std::size_t size)
     return orUnknown(DatagramKind::kRtp, kMinRtp);
 }
 
-}  // namespace kit
-}  // namespace talrtp
+}  // namespace talrtp::kit
 
 #endif  // TALRTP_HOST_KIT_DATAGRAMGUARD_H

@@ -19,8 +19,7 @@
 #include <cstddef>
 #include <vector>
 
-namespace talrtp {
-namespace kit {
+namespace talrtp::kit {
 
 constexpr int kMaxXorGroup = 24;             // what the mask of an XOR FEC packet spans
 constexpr int kMaxReedSolomonPackets = 255;  // media and FEC packets of a group
@@ -102,7 +101,6 @@ private:
     FecShape m_shape;
 };
 
-}  // namespace kit
-}  // namespace talrtp
+}  // namespace talrtp::kit
 
 #endif  // TALRTP_HOST_KIT_FECPLAN_H

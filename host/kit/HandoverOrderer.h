@@ -23,8 +23,7 @@
 #include <utility>
 #include <vector>
 
-namespace talrtp {
-namespace kit {
+namespace talrtp::kit {
 
 // A hand-over in the host's own memory.
 struct Handover {
@@ -144,7 +143,6 @@ private:
     std::int64_t m_lastTaken = 0;
 };
 
-}  // namespace kit
-}  // namespace talrtp
+}  // namespace talrtp::kit
 
 #endif  // TALRTP_HOST_KIT_HANDOVERORDERER_H

@@ -9,8 +9,7 @@
 
 #include <cstddef>
 
-namespace talrtp {
-namespace kit {
+namespace talrtp::kit {
 
 // `packets`: an array of the `count` packets of one picture, in sending order; borrowed. To be called before
 // FEC is made over them: FEC protects the marker as it finds it.
@@ -20,7 +19,6 @@ inline void markLastPacketOnly(CTalRtpPacket* packets, std::size_t count) {
     }
 }
 
-}  // namespace kit
-}  // namespace talrtp
+}  // namespace talrtp::kit
 
 #endif  // TALRTP_HOST_KIT_MARKERFIX_H

@@ -8,8 +8,7 @@
 #include <cstdint>
 #include <vector>
 
-namespace talrtp {
-namespace kit {
+namespace talrtp::kit {
 
 // The bytes of one NAL unit, header byte first, without start code.
 using NalUnit = std::vector<std::uint8_t>;
@@ -69,7 +68,6 @@ inline bool startsAtFirstMacroblock(const NalUnit& slice) {
     return slice.size() > header && (slice[header] & kFirstSliceDataBit) != 0;
 }
 
-}  // namespace kit
-}  // namespace talrtp
+}  // namespace talrtp::kit
 
 #endif  // TALRTP_HOST_KIT_NALUNIT_H

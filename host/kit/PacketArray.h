@@ -10,8 +10,7 @@
 #include <new>
 #include <utility>
 
-namespace talrtp {
-namespace kit {
+namespace talrtp::kit {
 
 // `Packet`: CTalRtpPacket or a class derived from it. Its copy constructor takes a non-const reference and
 // wants a filled packet, which rules std::vector out.
@@ -62,7 +61,6 @@ private:
     std::size_t m_room = 0;   // packets that there is memory for
 };
 
-}  // namespace kit
-}  // namespace talrtp
+}  // namespace talrtp::kit
 
 #endif  // TALRTP_HOST_KIT_PACKETARRAY_H

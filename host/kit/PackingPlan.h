@@ -12,8 +12,7 @@
 #include <cstdint>
 #include <vector>
 
-namespace talrtp {
-namespace kit {
+namespace talrtp::kit {
 
 enum class FecScheme { kNone, kXor, kReedSolomon };
 
@@ -123,7 +122,6 @@ inline std::size_t countPackets(const std::vector<PackStep>& steps) {
     return count;
 }
 
-}  // namespace kit
-}  // namespace talrtp
+}  // namespace talrtp::kit
 
 #endif  // TALRTP_HOST_KIT_PACKINGPLAN_H

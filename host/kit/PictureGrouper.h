@@ -16,8 +16,7 @@
 #include <utility>
 #include <vector>
 
-namespace talrtp {
-namespace kit {
+namespace talrtp::kit {
 
 using Picture = std::vector<NalUnit>;
 
@@ -120,7 +119,6 @@ private:
     int m_lastLayer = 0;
 };
 
-}  // namespace kit
-}  // namespace talrtp
+}  // namespace talrtp::kit
 
 #endif  // TALRTP_HOST_KIT_PICTUREGROUPER_H

@@ -5,8 +5,7 @@
 #include <algorithm>
 #include <iterator>
 
-namespace talrtp {
-namespace host {
+namespace talrtp::host {
 
 namespace {
 
@@ -146,5 +145,4 @@ bool CAudit::couldCome(const Packet& packet) const {
     return packet.group->lostMedia <= most;
 }
 
-}  // namespace host
-}  // namespace talrtp
+}  // namespace talrtp::host

@@ -18,8 +18,7 @@
 #include <memory>
 #include <vector>
 
-namespace talrtp {
-namespace host {
+namespace talrtp::host {
 
 struct AuditCounts {
     std::uint64_t units = 0;           // = whole + cut + missing
@@ -99,7 +98,6 @@ private:
     AuditCounts m_counts;
 };
 
-}  // namespace host
-}  // namespace talrtp
+}  // namespace talrtp::host
 
 #endif  // TALRTP_HOST_LOOPBACK_AUDIT_H

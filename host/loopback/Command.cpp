@@ -20,8 +20,7 @@
 #include <string>
 #include <vector>
 
-namespace talrtp {
-namespace host {
+namespace talrtp::host {
 
 namespace {
 
@@ -313,5 +312,4 @@ std::function<int()> addLoopback(CLI::App& app) {
     return [command] { return command->run(); };
 }
 
-}  // namespace host
-}  // namespace talrtp
+}  // namespace talrtp::host

@@ -7,8 +7,7 @@
 
 #include <functional>
 
-namespace talrtp {
-namespace host {
+namespace talrtp::host {
 
 // Exit codes of the program.
 constexpr int kExitGood = 0;
@@ -20,7 +19,6 @@ constexpr int kExitWrong = 3;   // a unit that could arrive did not, or came cha
 // exit code and throws CHostError, or CLI::ValidationError for options that do not go together.
 std::function<int()> addLoopback(CLI::App& app);
 
-}  // namespace host
-}  // namespace talrtp
+}  // namespace talrtp::host
 
 #endif  // TALRTP_HOST_LOOPBACK_COMMAND_H

@@ -9,8 +9,7 @@
 #include <cmath>
 #include <utility>
 
-namespace talrtp {
-namespace host {
+namespace talrtp::host {
 
 namespace {
 
@@ -206,5 +205,4 @@ LoopbackReport runLoopback(const LoopbackOptions& options, std::istream& input, 
     return loopback.finish();
 }
 
-}  // namespace host
-}  // namespace talrtp
+}  // namespace talrtp::host

@@ -14,8 +14,7 @@
 #include <istream>
 #include <ostream>
 
-namespace talrtp {
-namespace host {
+namespace talrtp::host {
 
 struct LoopbackOptions {
     SenderOptions sender;
@@ -59,7 +58,6 @@ using Progress = std::function<bool(std::uint64_t bytesRead)>;
 LoopbackReport runLoopback(const LoopbackOptions& options, std::istream& input, std::ostream* output,
                            const Progress& progress);
 
-}  // namespace host
-}  // namespace talrtp
+}  // namespace talrtp::host
 
 #endif  // TALRTP_HOST_LOOPBACK_LOOPBACK_H

@@ -1,7 +1,6 @@
 #include "loopback/Network.h"
 
-namespace talrtp {
-namespace host {
+namespace talrtp::host {
 
 namespace {
 
@@ -92,5 +91,4 @@ void CNetwork::deliverOne(std::map<Place, Copy>::iterator copy, const Receive& r
     receive(arrived.bytes);
 }
 
-}  // namespace host
-}  // namespace talrtp
+}  // namespace talrtp::host

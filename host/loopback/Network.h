@@ -15,8 +15,7 @@
 #include <utility>
 #include <vector>
 
-namespace talrtp {
-namespace host {
+namespace talrtp::host {
 
 struct NetworkOptions {
     double loss = 0;   // share of datagrams lost, 0 to 1
@@ -90,7 +89,6 @@ private:
     std::array<NetworkCounts, kFlowCount> m_counts;
 };
 
-}  // namespace host
-}  // namespace talrtp
+}  // namespace talrtp::host
 
 #endif  // TALRTP_HOST_LOOPBACK_NETWORK_H

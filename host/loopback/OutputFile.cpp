@@ -15,8 +15,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace talrtp {
-namespace host {
+namespace talrtp::host {
 
 namespace {
 
@@ -89,5 +88,4 @@ void COutputFile::commit() {
     m_isTemporary = false;
 }
 
-}  // namespace host
-}  // namespace talrtp
+}  // namespace talrtp::host

@@ -7,8 +7,7 @@
 #include <fstream>
 #include <string>
 
-namespace talrtp {
-namespace host {
+namespace talrtp::host {
 
 class COutputFile {
 public:
@@ -37,7 +36,6 @@ private:
     std::ofstream m_stream;
 };
 
-}  // namespace host
-}  // namespace talrtp
+}  // namespace talrtp::host
 
 #endif  // TALRTP_HOST_LOOPBACK_OUTPUTFILE_H

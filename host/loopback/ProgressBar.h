@@ -10,8 +10,7 @@
 
 #include <unistd.h>
 
-namespace talrtp {
-namespace host {
+namespace talrtp::host {
 
 class CProgressBar {
 public:
@@ -48,7 +47,6 @@ private:
     bool m_isShown = false;
 };
 
-}  // namespace host
-}  // namespace talrtp
+}  // namespace talrtp::host
 
 #endif  // TALRTP_HOST_LOOPBACK_PROGRESSBAR_H

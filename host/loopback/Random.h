@@ -6,8 +6,7 @@
 
 #include <cstdint>
 
-namespace talrtp {
-namespace host {
+namespace talrtp::host {
 
 class CRandom {
 public:
@@ -34,7 +33,6 @@ private:
     std::uint64_t m_state;
 };
 
-}  // namespace host
-}  // namespace talrtp
+}  // namespace talrtp::host
 
 #endif  // TALRTP_HOST_LOOPBACK_RANDOM_H

@@ -7,8 +7,7 @@
 
 #include <utility>
 
-namespace talrtp {
-namespace host {
+namespace talrtp::host {
 
 CReceiver::CReceiver(kit::FecScheme scheme, std::uint64_t waitMs, Play play)
     : m_session(this, scheme), m_play(std::move(play)), m_orderer(waitMs) {}
@@ -63,5 +62,4 @@ void CReceiver::OnReceivedRTPPacket(CTalRtpPacket* packet) {
     }
 }
 
-}  // namespace host
-}  // namespace talrtp
+}  // namespace talrtp::host

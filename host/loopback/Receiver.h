@@ -12,8 +12,7 @@
 #include <functional>
 #include <vector>
 
-namespace talrtp {
-namespace host {
+namespace talrtp::host {
 
 class CReceiver : private ITalRTPSessionSink {
 public:
@@ -51,7 +50,6 @@ private:
     std::uint64_t m_rebuiltCount = 0;
 };
 
-}  // namespace host
-}  // namespace talrtp
+}  // namespace talrtp::host
 
 #endif  // TALRTP_HOST_LOOPBACK_RECEIVER_H

@@ -4,8 +4,7 @@
 
 #include <iterator>
 
-namespace talrtp {
-namespace host {
+namespace talrtp::host {
 
 namespace {
 
@@ -174,5 +173,4 @@ std::string describe(const std::string& name, const LoopbackOptions& options, co
     return fmt::to_string(lines);
 }
 
-}  // namespace host
-}  // namespace talrtp
+}  // namespace talrtp::host

@@ -7,8 +7,7 @@
 
 #include <string>
 
-namespace talrtp {
-namespace host {
+namespace talrtp::host {
 
 // Returns the table and the closing sentence, line by line, ready to print. `name`: of the stream.
 std::string describe(const std::string& name, const LoopbackOptions& options, const LoopbackReport& report);
@@ -16,7 +15,6 @@ std::string describe(const std::string& name, const LoopbackOptions& options, co
 // Returns "none", "xor" or "rs".
 std::string nameOf(kit::FecScheme scheme);
 
-}  // namespace host
-}  // namespace talrtp
+}  // namespace talrtp::host
 
 #endif  // TALRTP_HOST_LOOPBACK_REPORT_H

@@ -6,8 +6,7 @@
 
 #include <algorithm>
 
-namespace talrtp {
-namespace host {
+namespace talrtp::host {
 
 namespace {
 
@@ -139,5 +138,4 @@ void CSender::protectWithReedSolomon(CTalRtpPacket* packets, int count) {
     }
 }
 
-}  // namespace host
-}  // namespace talrtp
+}  // namespace talrtp::host

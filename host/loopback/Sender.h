@@ -16,8 +16,7 @@
 #include <cstdint>
 #include <vector>
 
-namespace talrtp {
-namespace host {
+namespace talrtp::host {
 
 struct SenderOptions {
     int mtu = 1200;  // the largest RTP packet, FEC packets included
@@ -79,7 +78,6 @@ private:
     CRTPFECPacket m_xorPacket;
 };
 
-}  // namespace host
-}  // namespace talrtp
+}  // namespace talrtp::host
 
 #endif  // TALRTP_HOST_LOOPBACK_SENDER_H

@@ -9,8 +9,7 @@
 
 #include <stdexcept>
 
-namespace talrtp {
-namespace host {
+namespace talrtp::host {
 
 // Something that the user can do something about; the text is one line for stderr.
 class CHostError : public std::runtime_error {
@@ -46,7 +45,6 @@ private:
     ITalRTPSession* m_session = nullptr;
 };
 
-}  // namespace host
-}  // namespace talrtp
+}  // namespace talrtp::host
 
 #endif  // TALRTP_HOST_LOOPBACK_SESSION_H

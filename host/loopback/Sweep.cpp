@@ -9,8 +9,7 @@
 #include <csignal>
 #include <cstdio>
 
-namespace talrtp {
-namespace host {
+namespace talrtp::host {
 
 namespace {
 
@@ -132,5 +131,4 @@ void writePlot(const std::vector<SweepPoint>& points, const std::string& title, 
     }
 }
 
-}  // namespace host
-}  // namespace talrtp
+}  // namespace talrtp::host

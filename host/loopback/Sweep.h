@@ -11,8 +11,7 @@
 #include <string>
 #include <vector>
 
-namespace talrtp {
-namespace host {
+namespace talrtp::host {
 
 struct SweepOptions {
     LoopbackOptions base;        // its FEC shape is that of Reed-Solomon; its loss is not used
@@ -53,7 +52,6 @@ void writeCsv(const std::vector<SweepPoint>& points, std::ostream& output);
 void writePlot(const std::vector<SweepPoint>& points, const std::string& title, bool asPng,
                const std::string& path);
 
-}  // namespace host
-}  // namespace talrtp
+}  // namespace talrtp::host
 
 #endif  // TALRTP_HOST_LOOPBACK_SWEEP_H

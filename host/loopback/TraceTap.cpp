@@ -5,8 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-namespace talrtp {
-namespace host {
+namespace talrtp::host {
 
 namespace {
 
@@ -37,8 +36,7 @@ std::uint64_t CTraceTap::StatisticsCatcher::value(const std::string& label) cons
     return at == std::string::npos ? 0 : std::strtoull(g_caught.c_str() + at + sought.size(), nullptr, 10);
 }
 
-}  // namespace host
-}  // namespace talrtp
+}  // namespace talrtp::host
 
 extern "C" {
 

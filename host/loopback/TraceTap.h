@@ -7,8 +7,7 @@
 #include <cstdint>
 #include <string>
 
-namespace talrtp {
-namespace host {
+namespace talrtp::host {
 
 class CTraceTap {
 public:
@@ -28,7 +27,6 @@ public:
     };
 };
 
-}  // namespace host
-}  // namespace talrtp
+}  // namespace talrtp::host
 
 #endif  // TALRTP_HOST_LOOPBACK_TRACETAP_H
