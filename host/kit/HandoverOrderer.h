@@ -20,6 +20,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <set>
 #include <utility>
 #include <vector>
 
@@ -47,7 +48,7 @@ public:
     void note(std::uint32_t timestamp, std::uint64_t nowMs) {
         const std::int64_t key = unwrapTimestamp(timestamp);
         if (!isLate(key)) {
-            m_pictures[key].lastMs = nowMs;
+            setLast(key, nowMs);
         }
     }
 
@@ -58,12 +59,10 @@ public:
         if (isLate(key)) {
             return false;
         }
+        setLast(key, nowMs);
         HeldPicture& picture = m_pictures[key];
         if (picture.units.empty()) {
             picture.firstSequence = handover.sequence;
-        }
-        if (picture.lastMs < nowMs) {
-            picture.lastMs = nowMs;
         }
         const std::int16_t distance = static_cast<std::int16_t>(handover.sequence - picture.firstSequence);
         return picture.units.emplace(UnitKey(distance, handover.index), std::move(handover)).second;
@@ -71,15 +70,9 @@ public:
 
     // Finds the first picture in decoding order if its time has come or that of any picture behind it.
     bool findDue(std::uint64_t nowMs, std::uint32_t& timestamp) const {
-        if (m_pictures.empty()) {
-            return false;
-        }
-        bool isDue = m_pictures.size() > m_maxPictures;
-        for (auto it = m_pictures.begin(); it != m_pictures.end() && !isDue; ++it) {
-            isDue = nowMs >= it->second.lastMs + m_waitMs;
-        }
-        timestamp = static_cast<std::uint32_t>(m_pictures.begin()->first);
-        return isDue;
+        const bool isFull = m_pictures.size() > m_maxPictures;
+        const bool isDue = !m_byLastPacket.empty() && nowMs >= m_byLastPacket.begin()->first + m_waitMs;
+        return (isDue || isFull) && findFirst(timestamp);
     }
 
     // Finds the first picture in decoding order, for the end of a stream.
@@ -101,6 +94,7 @@ public:
         for (auto& unit : first->second.units) {
             taken.push_back(std::move(unit.second));
         }
+        m_byLastPacket.erase({first->second.lastMs, first->first});
         m_hasTaken = true;
         m_lastTaken = first->first;
         m_pictures.erase(first);
@@ -117,6 +111,13 @@ private:
         std::uint16_t firstSequence = 0;
         std::map<UnitKey, Handover> units;
     };
+
+    void setLast(std::int64_t key, std::uint64_t nowMs) {
+        HeldPicture& picture = m_pictures[key];
+        m_byLastPacket.erase({picture.lastMs, key});
+        picture.lastMs = nowMs;
+        m_byLastPacket.emplace(nowMs, key);
+    }
 
     // Returns the timestamp on a line that does not wrap, next to the latest one seen.
     std::int64_t unwrapTimestamp(std::uint32_t timestamp) {
@@ -136,7 +137,8 @@ private:
 
     std::uint64_t m_waitMs;
     std::size_t m_maxPictures;
-    std::map<std::int64_t, HeldPicture> m_pictures;  // by unwrapped timestamp
+    std::map<std::int64_t, HeldPicture> m_pictures;                   // by unwrapped timestamp
+    std::set<std::pair<std::uint64_t, std::int64_t>> m_byLastPacket;  // time of the last packet, key
     bool m_hasReference = false;
     std::int64_t m_reference = 0;  // the latest timestamp seen, unwrapped
     bool m_hasTaken = false;
