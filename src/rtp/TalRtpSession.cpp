@@ -491,6 +491,7 @@ void CMMRTPSessionBase::clearAllList() {
     }
     for (const auto& entry : m_recoverPacketList) {
         delete entry.second;
+        m_index->knownNumbers.erase(entry.first);
     }
     m_recoverPacketList.clear();
 }
