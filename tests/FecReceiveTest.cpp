@@ -342,6 +342,24 @@ TEST_F(FecReceiveTest, StoredPacketUsesMediaThatArrivedInAnyPicture) {
     EXPECT_THAT(session.tsInfo(1)->mediaSeqList, ElementsAre(4));
 }
 
+TEST_F(FecReceiveTest, MediaThatAgedOutIsMissingAgain) {
+    at(1000);
+    picture(1);
+    media(1);
+    at(3000);
+    receive(parityOver(500, {1, 2, 3}));
+    at(6001);
+    picture(2);
+    media(50);
+    EXPECT_EQ(session.getMediaPacketBySeq(1), nullptr);
+    picture(kTimestamp);
+    media(2);
+    expectDelivered({1, 50, 2});
+    EXPECT_THAT(storedFec(), ElementsAre(500));
+    media(3);
+    expectDelivered({3, 1});
+}
+
 TEST_F(FecReceiveTest, PacketsOfTheOtherKindAreDroppedAtTheNextTry) {
     receive(parityOver(500, {4, 5}));
     session.SetFecType(RTP_FEC_RS);
@@ -362,6 +380,18 @@ TEST_F(FecReceiveTest, PacketsOfTheOtherKindAreDroppedAtTheNextTry) {
     EXPECT_THAT(storedFec(), IsEmpty());
     expectLines({});
     expectDelivered({90, 91});
+}
+
+TEST_F(FecReceiveTest, ClearedListsForgetRebuiltPacketsToo) {
+    Bytes bytes = parityOver(500, {5});
+    CRTPFECPacket fec(bytes.data(), static_cast<int>(bytes.size()));
+    bool keep = true;
+    session.recoverPacketWithFEC(&fec, keep);
+    EXPECT_THAT(session.m_recoverPacketList, SizeIs(1));
+    session.clearAllList();
+    EXPECT_THAT(session.m_recoverPacketList, IsEmpty());
+    receive(bytes);
+    expectDelivered({5});
 }
 
 // --- Notes ---------------------------------------------------------------------------------------------

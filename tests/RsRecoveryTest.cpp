@@ -193,6 +193,37 @@ TEST_F(RsRecoveryTest, RebuiltPacketInTheListCountsAsPresent) {
     expectDelivered({100, 101, 102});
 }
 
+TEST_F(RsRecoveryTest, MediaThatAgedOutIsMissingAgain) {
+    Group group(RTP_FEC_RS, 100, 500, unitsFrom(100, 3), 1);
+    at(1000);
+    picture(1);
+    media(100);
+    at(3000);
+    receive(group.fec[0]);
+    at(6001);
+    picture(2);
+    media(50);
+    receive(group.media[1]);
+    EXPECT_THAT(storedFec(), ElementsAre(500));
+    receive(group.media[2]);
+    expectDelivered({100, 50, 101, 102, 100});
+}
+
+TEST_F(RsRecoveryTest, FecPacketThatAgedOutIsNoShard) {
+    Group group(RTP_FEC_RS, 100, 500, unitsFrom(100, 2), 2);
+    Bytes early = group.fec[0];
+    std::fill(early.begin() + 4, early.begin() + 8, 0x00);  // of the picture with timestamp 0
+    at(1000);
+    receive(early);
+    at(6001);
+    media(50);
+    EXPECT_THAT(storedFec(), IsEmpty());
+    receive(group.fec[1]);
+    EXPECT_THAT(storedFec(), ElementsAre(501));
+    receive(group.media[1]);
+    expectDelivered({50, 101, 100});
+}
+
 TEST_F(RsRecoveryTest, AttemptTellsWhetherToKeepThePacket) {
     Group group(RTP_FEC_RS, 100, 500, unitsFrom(100, 2), 1);
     CRTPRSPacket fec(group.fec[0].data(), static_cast<int>(group.fec[0].size()));
