@@ -60,6 +60,13 @@ TEST_F(HandoverOrdererTest, SequenceNumbersWrapAround) {
     EXPECT_THAT(takeSequences(), ElementsAre(65534, 0, 1));
 }
 
+TEST_F(HandoverOrdererTest, TheMiddleOfTheSequenceNumbersIsNoBorder) {
+    push(3000, 32769);
+    push(3000, 32767);
+    push(3000, 32768);
+    EXPECT_THAT(takeSequences(), ElementsAre(32767, 32768, 32769));
+}
+
 TEST_F(HandoverOrdererTest, TimestampsWrapAround) {
     push(500, 3);
     push(0xfffffff0, 2);

@@ -139,8 +139,10 @@ TEST_F(AuditTest, AUnitThatWasNeverSentIsNoticed) {
     send({true, true, true, true});
     std::vector<Handover> delivered = all();
     delivered.push_back(handover(104, 0, m_slice));
+    delivered.insert(delivered.begin(), handover(99, 0, m_slice));
     m_audit.close(9000, delivered);
-    EXPECT_EQ(m_audit.counts().wrong, 1u);
+    EXPECT_EQ(m_audit.counts().wrong, 2u);
+    expectUnits(3, 0, 0);
 }
 
 TEST_F(AuditTest, APictureThatWasNeverSentIsNoticed) {
