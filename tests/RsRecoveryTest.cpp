@@ -249,6 +249,19 @@ TEST_F(RsRecoveryTest, InfoLinesNeedTheMaskAtTwo) {
     expectDelivered({100});
 }
 
+// What the numbers of a group say counts, not when the packet came.
+TEST_F(RsRecoveryTest, FecPacketStoredInXorModeIsStillAShard) {
+    Group group(RTP_FEC_RS, 100, 500, unitsFrom(100, 2), 2);
+    session.SetFecType(RTP_FEC_XOR);
+    receive(group.fec[0]);  // read as XOR parity, it protects two packets that never come
+    EXPECT_THAT(storedFec(), ElementsAre(500));
+    session.SetFecType(RTP_FEC_RS);
+    receive(group.fec[1]);
+    expectDelivered({100, 101});
+    EXPECT_EQ(stored(100), group.media[0]);
+    EXPECT_THAT(storedFec(), IsEmpty());
+}
+
 // --- Odd headers ---------------------------------------------------------------------------------------
 
 // The first parity block over two packets is the same whatever the number of FEC packets.

@@ -626,6 +626,17 @@ TEST_F(ConfigurationTest, StatisticsOfAReceiverCarryNoPosition) {
               "")});
 }
 
+TEST_F(ConfigurationTest, ReceivedTimeOfAClockThatStepsBackIsUnsignedWhichIsKept) {
+    at(1000);
+    media(1);
+    at(999);
+    media(2);
+    session.displayStatisticInfo();
+    ASSERT_THAT(trace.lines(), SizeIs(1));
+    EXPECT_THAT(trace.lines()[0].message(),
+                testing::HasSubstr(", ReceivedTime = 18446744073709551615 ms, ReceivedPacketNumber = 2,"));
+}
+
 TEST_F(ConfigurationTest, StatisticsAreInfoLines) {
     media(1);
     CTalRtpPacket packet(100);
