@@ -325,7 +325,7 @@ TEST(RsModelTest, MatrixIsTheOneOfItsDefinition) {
         }
     }
     for (const int n : {100, 255, 256}) {
-        for (const int k : {1, 2, 3, 31, 64, n / 2, n - 2, n - 1, n}) {
+        for (const int k : {1, 2, 3, 31, 64, n / 2, n * 4 / 5, n - 2, n - 1, n}) {
             expectStepwiseMatrix(k, n);
             ASSERT_FALSE(HasFatalFailure());
         }
@@ -733,6 +733,25 @@ TEST(DecodingMatrixTest, SwapsRowsAroundAZeroPivot) {
     EXPECT_THAT(out[1], ElementsAre(0xBB));
 }
 
+TEST(DecodingMatrixTest, FailsWhenTheParityBlockSaysNothingOfTheLostOne) {
+    unsigned char rows[] = {
+        1, 0,  // source 0
+        0, 1,  // source 1
+        7, 0,  // parity 0 leaves source 1 out
+    };
+    rs_param_ model = {2, 3, rows};
+    int index[] = {0, 2};
+    Bytes matrix(4);
+    EXPECT_EQ(bld_dec_mat(&model, matrix.data(), index), -1);
+
+    Blocks blocks = {{0xBB}, {0xAA}};
+    Blocks out(1, Bytes(1, 0xEE));
+    int lost[] = {1};
+    EXPECT_EQ(CRsFec::Decode(&model, pointersTo(blocks).data(), 1, index, pointersTo(out).data(), lost, 1),
+              1);
+    EXPECT_THAT(out[0], ElementsAre(0xEE));
+}
+
 TEST(DecodingMatrixTest, SwapsRowsInTheMiddleOfAnElimination) {
     unsigned char rows[] = {
         1, 0, 0,  // sources
@@ -808,14 +827,14 @@ TEST_F(RsModelCacheTest, KeepsModelsOfDifferentNumbersApart) {
 
 TEST_F(RsModelCacheTest, KeyKeepsTheLowerSixteenBitsOfN) {
     rs_param_* const model = GetRsModel(3, 5);
-    EXPECT_EQ(GetRsModel(3, 0x10005), model);
+    EXPECT_EQ(GetRsModel(3, 0x40005), model);
 }
 
 TEST_F(RsModelCacheTest, TriesARefusedPairAgain) {
     EXPECT_EQ(GetRsModel(14, 10), nullptr);
     EXPECT_EQ(GetRsModel(14, 10), nullptr);
     // The refusal is stored under the key and gives way to the next attempt's result.
-    EXPECT_EQ(GetRsModel(3, 0x20005), nullptr);
+    EXPECT_EQ(GetRsModel(3, 0x40005), nullptr);
     EXPECT_NE(GetRsModel(3, 5), nullptr);
 }
 
