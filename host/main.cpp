@@ -43,5 +43,8 @@ int main(int argc, char** argv) {
     } catch (const std::exception& problem) {
         std::fprintf(stderr, "talrtp: %s\n", problem.what());
         return talrtp::host::kExitFailed;
+    } catch (...) {
+        std::fputs("talrtp: stopped for an unknown reason\n", stderr);
+        return talrtp::host::kExitFailed;
     }
 }

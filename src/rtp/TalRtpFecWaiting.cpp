@@ -211,7 +211,7 @@ CFecWaiting::Number CFecWaiting::numberAt(const Group& group, unsigned int posit
 
 _uint32_t CFecWaiting::takeWatch() {
     if (m_freeWatch == 0) {
-        m_watches.push_back(Watch());
+        m_watches.emplace_back();
         return static_cast<_uint32_t>(m_watches.size() - 1);
     }
     const _uint32_t watch = m_freeWatch;

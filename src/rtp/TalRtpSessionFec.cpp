@@ -553,7 +553,7 @@ private:
 
     void decode(rs_param_* model) {
         const std::size_t blockSize = static_cast<std::size_t>(m_blockSize);
-        m_output.reset(new unsigned char[static_cast<std::size_t>(m_missingCount) * blockSize]());
+        m_output = std::make_unique<unsigned char[]>(static_cast<std::size_t>(m_missingCount) * blockSize);
         unsigned char* blocks[kMaxShards];
         unsigned char* lengthBlocks[kMaxShards];
         for (int i = 0; i < m_missingCount; ++i) {
