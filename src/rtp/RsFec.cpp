@@ -431,6 +431,9 @@ private:
             m_slotSizes[source] = m_sizes[block];
         }
     }
+    int findEmpty() const {
+        return static_cast<int>(std::find(m_isFilled, m_isFilled + m_model.k, false) - m_isFilled);
+    }
     bool dealParity(const int* index, const int* parityBlocks, int parityCount, const int* lost,
                     int lostCount);
     bool solveSingle();
@@ -476,10 +479,7 @@ bool CErasures::deal(const int* index, const int* lost, int lostCount) {
 bool CErasures::dealParity(const int* index, const int* parityBlocks, int parityCount, const int* lost,
                            int lostCount) {
     for (int r = 0; r < parityCount; ++r) {
-        const int s =
-            r < lostCount
-                ? lost[r]
-                : static_cast<int>(std::find(m_isFilled, m_isFilled + m_model.k, false) - m_isFilled);
+        const int s = r < lostCount ? lost[r] : findEmpty();
         if (s < 0 || s >= m_model.k || m_isFilled[s]) {
             return false;
         }

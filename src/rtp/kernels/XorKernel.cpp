@@ -26,17 +26,53 @@ void xorRest(unsigned char* dst, const unsigned char* a, const unsigned char* b,
     }
 }
 
-// Writes the XOR of what the sources have from `begin` on, one after the other.
-void addRest(unsigned char* dst, const unsigned char* const* sources, const int* sizes, int count,
-             std::size_t begin, std::size_t end) {
-    std::memset(dst + begin, 0, end - begin);
-    for (int j = 0; j < count; ++j) {
-        const std::size_t size = std::min(static_cast<std::size_t>(std::max(sizes[j], 0)), end);
-        if (size > begin) {
-            xorBlocks(dst + begin, dst + begin, sources[j] + begin, size - begin);
+// The sources that reach beyond a position, as many as one pass takes.
+class CLongerSources {
+public:
+    // Collects those that are longer than `begin`, in their order.
+    CLongerSources(const unsigned char* const* sources, const int* sizes, int count, std::size_t begin,
+                   std::size_t length)
+        : m_next(0), m_count(0), m_end(length) {
+        for (; m_next < count && m_count < kMaxSources; ++m_next) {
+            const std::size_t size = static_cast<std::size_t>(std::max(sizes[m_next], 0));
+            if (size > begin) {
+                m_sources[m_count++] = sources[m_next];
+                m_end = std::min(m_end, size);
+            }
         }
     }
-}
+
+    int next() const { return m_next; }  // the first source that was not looked at
+    bool isEmpty() const { return m_count == 0; }
+    std::size_t end() const { return m_end; }  // what all of them have, from the position on
+
+    // Writes the XOR of the bytes from `begin` to `end`. The last piece ends there and may do some bytes for
+    // the second time.
+    void combine(unsigned char* dst, std::size_t begin, std::size_t end) const {
+        const stXorKernel& kernel = *getKernels().exclusiveOr;
+        const std::size_t whole = (end - begin) / kXorBytes * kXorBytes;
+        if (whole > 0) {
+            kernel.combine(dst, m_sources, m_count, begin, whole);
+        }
+        if (whole > 0 && begin + whole < end) {
+            kernel.combine(dst, m_sources, m_count, end - kXorBytes, kXorBytes);
+        }
+        if (whole == 0) {
+            std::memcpy(dst + begin, m_sources[0] + begin, end - begin);
+            for (std::size_t j = 1; j < m_count; ++j) {
+                xorRest(dst + begin, dst + begin, m_sources[j] + begin, end - begin);
+            }
+        }
+    }
+
+private:
+    static constexpr std::size_t kMaxSources = 256;
+
+    int m_next;
+    std::size_t m_count;
+    std::size_t m_end;
+    const unsigned char* m_sources[kMaxSources];
+};
 
 }  // namespace
 
@@ -51,23 +87,26 @@ void xorBlocks(unsigned char* dst, const unsigned char* a, const unsigned char* 
 
 void xorMany(unsigned char* dst, const unsigned char* const* sources, const int* sizes, int count,
              int length) {
-    if (length <= 0) {
-        return;
+    const std::size_t size = static_cast<std::size_t>(std::max(length, 0));
+    // One pass per distinct size: over the bytes that all sources have, then over those of all but the
+    // shortest, and so on. Sources are of a few sizes, mostly of one.
+    std::size_t begin = 0;
+    while (begin < size) {
+        const CLongerSources longer(sources, sizes, count, begin, size);
+        if (longer.isEmpty()) {
+            std::memset(dst + begin, 0, size - begin);
+            return;
+        }
+        longer.combine(dst, begin, longer.end());
+        for (int rest = longer.next(); rest < count; ++rest) {
+            const std::size_t end =
+                std::min(static_cast<std::size_t>(std::max(sizes[rest], 0)), longer.end());
+            if (end > begin) {
+                xorBlocks(dst + begin, dst + begin, sources[rest] + begin, end - begin);
+            }
+        }
+        begin = longer.end();
     }
-    const stXorKernel& kernel = *getKernels().exclusiveOr;
-    const std::size_t size = static_cast<std::size_t>(length);
-    const int shortest = count > 0 ? *std::min_element(sizes, sizes + count) : 0;
-    const std::size_t common = static_cast<std::size_t>(std::max(std::min(shortest, length), 0));
-    const std::size_t whole = common / kXorBytes * kXorBytes;
-    if (whole > 0) {
-        kernel.combine(dst, sources, static_cast<std::size_t>(count), 0, whole);
-    }
-    if (whole > 0 && common == size) {
-        // The last piece ends with the strings and does some bytes for the second time.
-        kernel.combine(dst, sources, static_cast<std::size_t>(count), size - kXorBytes, kXorBytes);
-        return;
-    }
-    addRest(dst, sources, sizes, count, whole, size);
 }
 
 }  // namespace talrtp
