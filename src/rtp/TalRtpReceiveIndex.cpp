@@ -56,6 +56,31 @@ void CReceiveIndex::removeMedia(_uint16_t seq) {
     m_endStops.insert(seq);
 }
 
+void CReceiveIndex::prefetchRun(_uint16_t seq) const {
+    constexpr int kFar = 8;
+    prefetch(media.peek(static_cast<_uint16_t>(seq + kFar)).packet);
+    const CTalRtpPacket* const packet = media.peek(seq).packet;
+    if (packet != nullptr) {
+        prefetch(packet->get_buffer());
+    }
+}
+
+void CReceiveIndex::prefetchBehind(_uint16_t seq) const {
+    constexpr int kFar = 8;   // its slot is at hand, as slots lie in a row
+    constexpr int kNear = 4;  // its packet object has been fetched since
+    const stMediaSlot& far = media.peek(static_cast<_uint16_t>(seq + kFar));
+    if (far.packet != nullptr) {
+        prefetch(far.packet);
+        prefetch(&*far.entry);
+        prefetch(far.unit);
+        prefetch(far.unitOwner);
+    }
+    const stMediaSlot& near = media.peek(static_cast<_uint16_t>(seq + kNear));
+    if (near.packet != nullptr) {
+        prefetch(near.packet->get_buffer());
+    }
+}
+
 bool CReceiveIndex::findStart(_uint16_t seq, _uint16_t& start) const {
     _uint16_t stop;
     if (!m_startStops.findPrevious(seq, stop) || !mediaNumbers.contains(stop)) {

@@ -21,6 +21,11 @@
 
 namespace talrtp {
 
+// Fetches into the caches what will be read or written soon. Any address is allowed.
+inline void prefetch(const void* address) {
+    __builtin_prefetch(address, 1);
+}
+
 // A timestamp's record with its place in the list of timestamps and in the order of ageing.
 struct stTalRtpTSRecord : stTalRtpTSInfo {
     stTalRtpTSRecord(_uint32_t rtpTimestamp, _uint64_t receivedTime, CNodePool* pool)
@@ -86,6 +91,12 @@ public:
     void addMedia(_uint16_t seq, CTalRtpPacket* packet, CMMRTPSessionBase::PacketMap::iterator entry);
     void setUnitBounds(_uint16_t seq, bool starts, bool ends);
     void removeMedia(_uint16_t seq);
+    // Fetches what a walk over a run, now at `seq`, will read: the packet, and packet objects some numbers
+    // behind it.
+    void prefetchRun(_uint16_t seq) const;
+    // Fetches what ageing will touch of the packets some numbers behind `seq`, which has not been in the
+    // caches for seconds.
+    void prefetchBehind(_uint16_t seq) const;
 
     // The start packet nearest to `seq`, at it or before it, in a run without gap.
     bool findStart(_uint16_t seq, _uint16_t& start) const;

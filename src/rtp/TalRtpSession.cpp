@@ -460,8 +460,10 @@ void CMMRTPSessionBase::checkAllLists() {
 
 // Frees a timestamp with its packets.
 void CMMRTPSessionBase::ageOut(stTalRtpTSRecord* record) {
+    prefetch(record->newer);  // ages out next
     m_index->steps += record->mediaSeqList.size() + record->fecSeqList.size();
     for (const _uint16_t seq : record->mediaSeqList) {
+        m_index->prefetchBehind(seq);
         stMediaSlot& slot = m_index->media[seq];
         if (slot.packet != nullptr) {
             delete slot.packet;
