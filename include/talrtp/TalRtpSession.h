@@ -114,6 +114,7 @@ struct stTalRtpTSInfo {
     SeqList fecSeqList;       // stored FEC packets of this timestamp, in order of arrival
 };
 
+class CMMRTPSession4SVC;
 class CReceiveIndex;
 struct stTalRtpTSRecord;
 
@@ -284,6 +285,9 @@ private:
 
     TALRTP_LOCAL CMMRTPSessionBase(ITalRTPSessionSink* pSink, unsigned int sourceId, CNodePool* pool);
 
+    TALRTP_LOCAL CMMRTPSession4SVC* ownClass();
+    TALRTP_LOCAL int makePacket(CMMRTPSession4SVC* own, unsigned long timestamp, int index, int count,
+                                int size, unsigned char* data, CTalRtpPacket* packet);
     TALRTP_LOCAL void writePacketHeader(_uint32_t timestamp, CTalRtpPacket& packet);
     TALRTP_LOCAL void writeCommonFecHeader(_uint32_t timestamp, CTalRtpPacket& packet) const;
 
@@ -361,6 +365,10 @@ protected:
     _uint8_t m_nalHeader;  // NAL unit header, or STAP-A header, of the unit being written
 
 private:
+    friend class CMMRTPSessionBase;
+
+    TALRTP_LOCAL int makeOwnPacket(unsigned long timestamp, int index, int count, int size,
+                                   unsigned char* data, CTalRtpPacket* packet);
     TALRTP_LOCAL _uint64_t fragmentRunSize(unsigned short start, unsigned short end) const;
 };
 

@@ -26,17 +26,43 @@ public:
         return buffer;
     }
 
+    // What the getters return, without a call.
+    static const unsigned char* buffer(const CTalRtpPacket& packet) { return packet.m_buffer; }
+    static int packetSize(const CTalRtpPacket& packet) { return packet.m_packetSize; }
+
     // Raises the recorded capacity to `capacity`; the allocation is known to hold it.
     static void growTo(CTalRtpPacket& packet, int capacity) {
         packet.m_bufferSize = packet.m_bufferSize < capacity ? capacity : packet.m_bufferSize;
     }
 
-    // Does what `reset` does, but zeroes only the RTP header and `headerSize` bytes behind it. The caller
-    // writes what follows and ends with `finish`.
-    static void begin(CTalRtpPacket& packet, int headerSize) {
+    // The payload of a packet whose payload size has just been set, which asked for the header size.
+    static unsigned char* payload(const CTalRtpPacket& packet) {
+        return packet.m_buffer + (packet.m_packetSize - packet.m_payloadSize);
+    }
+
+    // Makes the packet's sizes and kind as new; the bytes are the caller's to write.
+    static void clear(CTalRtpPacket& packet) {
         packet.m_payloadSize = 0;
         packet.m_packetSize = 0;
         packet.m_packetType = PACKET_TYPE_PLAIN;
+    }
+
+    // Writes all of the fixed header: version 2, the marker, and no padding, extension or CSRC.
+    static void writeMarkedHeader(CTalRtpPacket& packet, unsigned int payloadType, _uint16_t sequenceNumber,
+                                  _uint32_t timestamp, _uint32_t ssrc) {
+        unsigned char* const header = packet.m_buffer;
+        header[kFlagsOffset] = kVersion << kVersionShift;
+        header[kMarkerAndTypeOffset] = kMarkerMask;
+        packet.set_payload_type(payloadType);  // asserts the range
+        storeBig16(header + kSequenceNumberOffset, sequenceNumber);
+        storeBig32(header + kTimestampOffset, timestamp);
+        storeBig32(header + kSyncSourceOffset, ssrc);
+    }
+
+    // Does what `reset` does, but zeroes only the RTP header and `headerSize` bytes behind it. The caller
+    // writes what follows and ends with `finish`.
+    static void begin(CTalRtpPacket& packet, int headerSize) {
+        clear(packet);
         std::memset(packet.m_buffer, 0, static_cast<std::size_t>(kFixedHeaderSize + headerSize));
         packet.set_version(kVersion);
     }

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <typeinfo>
 
 #include "TalRtpLengthWord.h"
 #include "TalRtpPacketAccess.h"
@@ -26,14 +27,10 @@ int CMMRTPSessionBase::setPacketHeader(unsigned long timestamp, CTalRtpPacket* p
     return 0;
 }
 
-// Writes the header of the next media packet over the zeroed header of `packet`.
+// Writes the header of the next media packet.
 void CMMRTPSessionBase::writePacketHeader(_uint32_t timestamp, CTalRtpPacket& packet) {
     ++m_createdMediaPacketNumber;
-    packet.set_sequence_number(m_sequenceNumber++);
-    packet.set_payload_type(m_payloadType);
-    packet.set_marker_flag(true);
-    packet.set_sync_source(m_sourceId);
-    packet.set_timestamp(timestamp);
+    CPacketAccess::writeMarkedHeader(packet, m_payloadType, m_sequenceNumber++, timestamp, m_sourceId);
 }
 
 int CMMRTPSessionBase::setPacketPayload(int index, int count, int size, unsigned char* data,
@@ -52,6 +49,22 @@ int CMMRTPSessionBase::setPacketPayload(int index, int count, int size, unsigned
     return 0;
 }
 
+// Makes one packet through the virtual writers or, when `own` says that they are the library's, without them.
+// A size of 0 or less, which the writers pass on as it is, takes the general way.
+int CMMRTPSessionBase::makePacket(CMMRTPSession4SVC* own, unsigned long timestamp, int index, int count,
+                                  int size, unsigned char* data, CTalRtpPacket* packet) {
+    if (own != nullptr && size > 0) {
+        return own->makeOwnPacket(timestamp, index, count, size, data, packet);
+    }
+    setPacketHeader(timestamp, packet);
+    return setPacketPayload(index, count, size, data, packet);
+}
+
+// This session as an object of the library's own class, none derived from it; else null.
+CMMRTPSession4SVC* CMMRTPSessionBase::ownClass() {
+    return typeid(*this) == typeid(CMMRTPSession4SVC) ? static_cast<CMMRTPSession4SVC*>(this) : nullptr;
+}
+
 int CMMRTPSessionBase::CreateSinglePacket(unsigned long timestamp, int nalSize, unsigned char* nal_buf,
                                           CTalRtpPacket* pRtpPacket) {
     if (nal_buf == nullptr || pRtpPacket == nullptr) {
@@ -59,8 +72,7 @@ int CMMRTPSessionBase::CreateSinglePacket(unsigned long timestamp, int nalSize, 
                              << nal_buf << ", pRtpPacket = " << pRtpPacket);
         return -1;
     }
-    setPacketHeader(timestamp, pRtpPacket);
-    return setPacketPayload(1, 1, nalSize, nal_buf, pRtpPacket);
+    return makePacket(ownClass(), timestamp, 1, 1, nalSize, nal_buf, pRtpPacket);
 }
 
 int CMMRTPSessionBase::CreateStapaPacket(unsigned long timestamp, int nalCount, int* nal_len,
@@ -89,15 +101,15 @@ int CMMRTPSessionBase::CreateFuaPackets(unsigned long timestamp, int nalSize, un
                              << nal_buf << ", pRtpPacket = " << pRtpPacket);
         return -1;
     }
+    CMMRTPSession4SVC* const own = ownClass();
     const int pieceSize = (nalSize + packetCount - 1) / packetCount;
     int remaining = nalSize;
     unsigned char* piece = nal_buf;
     for (int k = 1; k <= packetCount; ++k) {
         CTalRtpPacket* const packet = pRtpPacket + (k - 1);
-        setPacketHeader(timestamp, packet);
         const int size = std::min(remaining, pieceSize);
         remaining -= pieceSize;
-        const int ret = setPacketPayload(k, packetCount, size, piece, packet);
+        const int ret = makePacket(own, timestamp, k, packetCount, size, piece, packet);
         if (ret != 0) {
             TAL_TRACE(WARNING,
                       "CMMRTPSessionBase::CreateFuaPackets ret = " << ret << ", packet_index = " << k);
@@ -139,9 +151,9 @@ struct stXorSelection {
 
 private:
     void add(const CTalRtpPacket& packet) {
-        const _uint16_t seq = packet.get_sequence_number();
-        const _uint32_t ts = packet.get_timestamp();
-        const int len = packet.get_packet_size() - kFixedHeaderSize;
+        const _uint16_t seq = readSequenceNumber(CPacketAccess::buffer(packet));
+        const _uint32_t ts = readTimestamp(CPacketAccess::buffer(packet));
+        const int len = CPacketAccess::packetSize(packet) - kFixedHeaderSize;
         const bool isFirst = count++ == 0;
         if (isFirst || CMMRTPSessionBase::compareSeq(seq, baseSeq) < 0) {
             baseSeq = seq;
@@ -153,38 +165,33 @@ private:
     }
 };
 
-// The recovery fields of an XOR FEC packet, each the XOR over the protected packets.
+// The recovery fields of an XOR FEC packet, each the XOR over the protected packets. The bits of the first
+// two header bytes are gathered as they lie.
 struct stXorRecoveryFields {
-    bool padding = false;
-    bool extension = false;
-    bool marker = false;
-    int csrcCount = 0;
-    unsigned int payloadType = 0;
+    unsigned char header[kSequenceNumberOffset] = {};
     _uint32_t timestamp = 0;
     int length = 0;
     unsigned int mask = 0;
 
     void add(const CTalRtpPacket& packet, int distance) {
-        padding ^= packet.get_pad_flag();
-        extension ^= packet.get_extension_flag();
-        marker ^= packet.get_marker_flag();
-        csrcCount ^= packet.get_contrib_src_count();
-        payloadType ^= packet.get_payload_type();
-        timestamp ^= packet.get_timestamp();
-        length ^= packet.get_packet_size() - kFixedHeaderSize;
+        const unsigned char* const bytes = CPacketAccess::buffer(packet);
+        header[kFlagsOffset] ^= bytes[kFlagsOffset];
+        header[kMarkerAndTypeOffset] ^= bytes[kMarkerAndTypeOffset];
+        timestamp ^= readTimestamp(bytes);
+        length ^= CPacketAccess::packetSize(packet) - kFixedHeaderSize;
         mask |= kFirstPacketMask >> distance;
     }
 
     // The mask comes before the payload type: writing it clears the byte that the payload type shares with
     // the E flag.
     void writeTo(CRTPFECPacket& fec, _uint16_t baseSeq) const {
-        fec.set_pad_flag(padding);
-        fec.set_extension_flag(extension);
-        fec.set_marker_flag(marker);
-        fec.set_contrib_src_count(csrcCount);
+        fec.set_pad_flag(readPadFlag(header));
+        fec.set_extension_flag(readExtensionFlag(header));
+        fec.set_marker_flag(readMarkerFlag(header));
+        fec.set_contrib_src_count(readContribCount(header));
         fec.set_fec_sequence_number_base(baseSeq);
         fec.set_fec_mask(mask);
-        fec.set_fec_recover_payload_type(static_cast<unsigned char>(payloadType));
+        fec.set_fec_recover_payload_type(static_cast<unsigned char>(readPayloadType(header)));
         fec.set_fec_recover_timestamp(timestamp);
         fec.set_fec_recover_length(static_cast<_uint16_t>(length));
     }
@@ -200,8 +207,8 @@ public:
         if (m_count == kXorBatch) {
             flush();
         }
-        m_bodies[m_count] = packet.get_buffer() + kFixedHeaderSize;
-        m_sizes[m_count] = packet.get_packet_size() - kFixedHeaderSize;
+        m_bodies[m_count] = CPacketAccess::buffer(packet) + kFixedHeaderSize;
+        m_sizes[m_count] = CPacketAccess::packetSize(packet) - kFixedHeaderSize;
         ++m_count;
     }
 
@@ -263,14 +270,14 @@ int CMMRTPSessionBase::CreateXorFecPackets(CTalRtpPacket* pPacket, int count, un
             continue;
         }
         const CTalRtpPacket& packet = pPacket[i];
-        const _uint16_t seq = packet.get_sequence_number();
+        const _uint16_t seq = readSequenceNumber(CPacketAccess::buffer(packet));
         const int distance = static_cast<_uint16_t>(seq - selection.baseSeq);
         if (distance >= kMaxXorDistance) {
             TAL_TRACE(WARNING, "CMMRTPSessionBase::CreateXorFecPackets sequence number slop over"
                                    << ", baseSeq = " << selection.baseSeq << ", packetSeq = " << seq);
             continue;
         }
-        if (packet.get_packet_size() - kFixedHeaderSize > selection.maxLen) {
+        if (CPacketAccess::packetSize(packet) - kFixedHeaderSize > selection.maxLen) {
             TAL_TRACE(WARNING,
                       "CMMRTPSessionBase::CreateXorFecPackets packet length is bigger than fec max length"
                           << ", packet_index = " << i + 1 << ", mask = " << mask);

@@ -14,7 +14,7 @@
 #include <climits>
 #include <cstring>
 
-#include "TalRtpPacketLayout.h"
+#include "TalRtpPacketAccess.h"
 #include "TalRtpReceiveIndex.h"
 #include "TalRtpTraceLine.h"
 
@@ -94,6 +94,16 @@ int CMMRTPSession4SVC::setPacketPayload(int index, int count, int size, unsigned
     return setFUPayload(index, count, size, data, packet);
 }
 
+// Does what the two virtual writers do, without zeroing what is about to be written.
+int CMMRTPSession4SVC::makeOwnPacket(unsigned long timestamp, int index, int count, int size,
+                                     unsigned char* data, CTalRtpPacket* packet) {
+    CPacketAccess::clear(*packet);
+    writePacketHeader(static_cast<_uint32_t>(timestamp), *packet);
+    const int result = CMMRTPSession4SVC::setPacketPayload(index, count, size, data, packet);
+    CPacketAccess::finish(*packet, packet->get_packet_size());
+    return result;
+}
+
 int CMMRTPSession4SVC::setSinglePayload(int size, unsigned char* data, CTalRtpPacket* packet) {
     if (data == nullptr || packet == nullptr) {
         TAL_TRACE(ERROR, "CMMRTPSession4SVC::setSinglePayload invalid parameter: packet = "
@@ -102,7 +112,7 @@ int CMMRTPSession4SVC::setSinglePayload(int size, unsigned char* data, CTalRtpPa
     }
     m_nalHeader = data[0];
     packet->set_payload_size(size);
-    append(packet->get_payload_ptr(), data, size);
+    append(CPacketAccess::payload(*packet), data, size);
     return 0;
 }
 
@@ -143,7 +153,7 @@ int CMMRTPSession4SVC::setFUPayload(int index, int count, int size, unsigned cha
     fuHeader = static_cast<unsigned char>(fuHeader | (isFirst ? kFuStartMask : 0));
     fuHeader = static_cast<unsigned char>(fuHeader | (index == count ? kFuEndMask : 0));
     packet->set_payload_size(size + kFuHeadersSize);
-    unsigned char* const payload = packet->get_payload_ptr();
+    unsigned char* const payload = CPacketAccess::payload(*packet);
     payload[0] = static_cast<unsigned char>((m_nalHeader & kForbiddenAndNriMask) + kFuAType);
     payload[kFuHeaderOffset] = fuHeader;
     append(payload + kFuHeadersSize, data, size);
@@ -438,6 +448,7 @@ _uint64_t CMMRTPSession4SVC::fragmentRunSize(unsigned short start, unsigned shor
     for (int i = 0; i <= last; ++i) {
         ++m_index->steps;
         const unsigned short seq = static_cast<unsigned short>(start + i);
+        m_index->prefetchRun(seq);
         const CTalRtpPacket* const packet = getMediaPacketBySeq(seq);
         if (packet == nullptr) {
             TAL_TRACE(WARNING, "CMMRTPSession4SVC::getFUPacketsPayloadSize can't find packet, seq = " << seq);
