@@ -4,26 +4,14 @@
 
 #include <cstdlib>
 
+#include "TalRtpSanitizers.h"
+
 namespace talrtp {
 
 namespace {
 
 constexpr std::size_t kSlabSize = 64 * 1024;
 constexpr std::size_t kSlabHeader = 16;  // the link to the slab before, padded to the alignment of the nodes
-
-// AddressSanitizer cannot tell a node in use from one in a free list, so under it every node is one of the
-// heap.
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool kPooled = false;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-constexpr bool kPooled = false;
-#else
-constexpr bool kPooled = true;
-#endif
-#else
-constexpr bool kPooled = true;
-#endif
 
 }  // namespace
 
@@ -43,7 +31,7 @@ CNodePool::~CNodePool() {
 
 void* CNodePool::take(std::size_t size) {
     const std::size_t index = (size + kGranularity - 1) / kGranularity;
-    if (!kPooled || index >= kClasses) {
+    if (!kMayReuse || index >= kClasses) {
         return std::malloc(size);
     }
     if (FreeNode* const node = m_free[index]) {
@@ -65,7 +53,7 @@ void* CNodePool::take(std::size_t size) {
 
 void CNodePool::give(void* node, std::size_t size) {
     const std::size_t index = (size + kGranularity - 1) / kGranularity;
-    if (!kPooled || index >= kClasses) {
+    if (!kMayReuse || index >= kClasses) {
         std::free(node);
         return;
     }

@@ -1,0 +1,23 @@
+// Whether memory may be used again behind the allocator's back. AddressSanitizer could not tell a block in
+// use from one that waits for its next use, so under it everything goes back to the heap.
+
+#ifndef TALRTP_SRC_TALRTPSANITIZERS_H
+#define TALRTP_SRC_TALRTPSANITIZERS_H
+
+namespace talrtp {
+
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kMayReuse = false;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+constexpr bool kMayReuse = false;
+#else
+constexpr bool kMayReuse = true;
+#endif
+#else
+constexpr bool kMayReuse = true;
+#endif
+
+}  // namespace talrtp
+
+#endif  // TALRTP_SRC_TALRTPSANITIZERS_H
