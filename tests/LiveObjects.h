@@ -21,16 +21,29 @@ inline long& liveObjects() {
 }  // namespace talrtp
 
 // Kept out of line: inlined, they look to g++ like a block from new that is given to free.
-__attribute__((noinline)) void* operator new(std::size_t size) {
+__attribute__((noinline)) void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
     void* const memory = std::malloc(size == 0 ? 1 : size);
-    if (memory == nullptr) {
-        throw std::bad_alloc();
-    }
-    ++talrtp::test::liveObjects();
+    talrtp::test::liveObjects() += memory != nullptr ? 1 : 0;
     return memory;
 }
 
-__attribute__((noinline)) void operator delete(void* memory) noexcept {
+void* operator new(std::size_t size) {
+    void* const memory = operator new(size, std::nothrow);
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    return memory;
+}
+
+void* operator new[](std::size_t size) {
+    return operator new(size);
+}
+
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+    return operator new(size, std::nothrow);
+}
+
+void operator delete(void* memory) noexcept {
     if (memory != nullptr) {
         --talrtp::test::liveObjects();
         std::free(memory);
@@ -38,6 +51,14 @@ __attribute__((noinline)) void operator delete(void* memory) noexcept {
 }
 
 void operator delete(void* memory, std::size_t) noexcept {
+    operator delete(memory);
+}
+
+void operator delete[](void* memory) noexcept {
+    operator delete(memory);
+}
+
+void operator delete[](void* memory, std::size_t) noexcept {
     operator delete(memory);
 }
 

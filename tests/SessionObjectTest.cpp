@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 #include <memory>
+#include <typeinfo>
 
 #include "FakeClock.h"
 #include "SessionFixture.h"
@@ -406,9 +407,11 @@ __attribute__((no_sanitize("undefined"))) int takePacket(ForeignSink* sink, CTal
 }
 
 TEST(SessionObjectTest, OnlyTheThirdSlotOfTheSinkIsCalled) {
-    void* table[] = {reinterpret_cast<void*>(&refuse), reinterpret_cast<void*>(&refuse),
+    // In front of the functions stand the offset to the top of the object and its type, as in every table.
+    void* table[] = {nullptr, const_cast<std::type_info*>(&typeid(ITalRTPSessionSink)),
+                     reinterpret_cast<void*>(&refuse), reinterpret_cast<void*>(&refuse),
                      reinterpret_cast<void*>(&takePacket)};
-    ForeignSink sink = {table, nullptr};
+    ForeignSink sink = {table + 2, nullptr};
     ITalRTPSession* session = nullptr;
     TalCreateRTPSession(&session, reinterpret_cast<ITalRTPSessionSink*>(&sink), kSourceId, 2);
     Bytes datagram = rtp(1, kTimestamp, unitOf(1));
