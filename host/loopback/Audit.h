@@ -21,15 +21,15 @@
 namespace talrtp::host {
 
 struct AuditCounts {
-    std::uint64_t units = 0;           // = whole + cut + missing
-    std::uint64_t whole = 0;           // delivered, bit for bit
-    std::uint64_t cut = 0;             // delivered as far as they go without a gap
-    std::uint64_t missing = 0;         // not delivered
-    std::uint64_t couldArrive = 0;     // of which every packet came or could be rebuilt
-    std::uint64_t lostPackets = 0;     // media packets; = rebuildable + notRebuildable
-    std::uint64_t rebuildable = 0;     // by the FEC packets that came
-    std::uint64_t notRebuildable = 0;  //
-    std::uint64_t wrong = 0;           // hand-overs that are no unit sent, or differ from it, or out of order
+    std::uint64_t units = 0;        // = whole + cut + missing
+    std::uint64_t whole = 0;        // delivered, bit for bit
+    std::uint64_t cut = 0;          // delivered as far as they go without a gap
+    std::uint64_t missing = 0;      // not delivered
+    std::uint64_t couldArrive = 0;  // of which every packet came or could be rebuilt
+    std::uint64_t lostPackets = 0;  // media packets; = rebuildable + notRebuildable
+    std::uint64_t rebuildable = 0;  // by the FEC packets that came
+    std::uint64_t notRebuildable = 0;
+    std::uint64_t wrong = 0;  // hand-overs that are no unit sent, or differ from it, or out of order
     std::uint64_t arrivedButUndelivered = 0;  // units that could arrive and were not delivered whole
 
     // Every unit that could arrive did, and nothing else was delivered as if it were whole.
