@@ -13,6 +13,8 @@
 #define TALRTP_API __attribute__((visibility("default")))
 // Marks the private helpers of an exported class: no part of the binary interface, so not exported.
 #define TALRTP_LOCAL __attribute__((visibility("hidden")))
+// Begins a constant of a header, which a source may leave unused without a warning.
+#define TALRTP_CONSTANT __attribute__((unused)) constexpr
 
 namespace talrtp {
 
@@ -26,11 +28,11 @@ typedef std::int64_t _int64_t;
 typedef std::uint64_t _uint64_t;
 
 // The FEC type of a session, argument of `ITalRTPSession::SetFecType`.
-constexpr unsigned int RTP_FEC_XOR = 0;  // one XOR parity packet over up to 24 media packets (RFC 2733)
-constexpr unsigned int RTP_FEC_RS = 1;   // Reed-Solomon parity packets over up to 255 packets; the default
+TALRTP_CONSTANT unsigned int RTP_FEC_XOR = 0;  // one XOR parity packet over up to 24 media packets (RFC 2733)
+TALRTP_CONSTANT unsigned int RTP_FEC_RS = 1;   // Reed-Solomon parity, up to 255 packets in all; the default
 
 // The largest block, in bytes, that the Reed-Solomon codec encodes or decodes.
-constexpr int MAX_PACKET_SIZE = 1600;
+TALRTP_CONSTANT int MAX_PACKET_SIZE = 1600;
 
 // Reverses the order of the `size` bytes at `data`, in place. The middle byte of an odd size stays.
 // Borrows `data`, which is not null. Asserts size > 0.

@@ -24,8 +24,8 @@ class CPacketAccess;
 // The kind mark of a packet object. It never goes on the wire as such, but the XOR FEC covers it.
 typedef unsigned int _packet_type_t;
 
-constexpr _packet_type_t PACKET_TYPE_PLAIN = 1;  // as made, reset or received
-constexpr _packet_type_t PACKET_TYPE_UNITS = 0;  // handed to the sink: holds whole units in byte-stream form
+TALRTP_CONSTANT _packet_type_t PACKET_TYPE_PLAIN = 1;  // as made, reset or received
+TALRTP_CONSTANT _packet_type_t PACKET_TYPE_UNITS = 0;  // handed to the sink: whole units in byte-stream form
 
 // The fixed header as it lies on the wire, multi-byte fields in network order. It documents the layout and
 // its size; the accessors below are the way to the fields.
