@@ -313,6 +313,27 @@ TEST_F(DeliveryTest, ClockThatStepsBackAgesEverythingOutWhichIsKept) {
     EXPECT_NE(session.getMediaPacketBySeq(20), nullptr);
 }
 
+// An idle FEC packet looks at no clock, so a record may be older than one that was made before it.
+TEST_F(DeliveryTest, EachRecordAgesByItsOwnTime) {
+    session.SetFecType(RTP_FEC_XOR);
+    XorFec fec;
+    fec.timestamp = 2;
+    fec.base = 100;
+    fec.mask = 0xc00000;
+    at(5000);
+    picture(1);
+    media(10);
+    at(3000);
+    receive(fec.bytes());
+    EXPECT_NE(session.tsInfo(1), nullptr);
+    at(8001);
+    picture(3);
+    media(20);
+    EXPECT_EQ(session.tsInfo(2), nullptr);
+    EXPECT_THAT(session.m_fecPacketList, IsEmpty());
+    EXPECT_NE(session.tsInfo(1), nullptr);
+}
+
 TEST_F(DeliveryTest, LateDuplicateOfAnAgedOutPacketIsDeliveredAgainWhichIsKept) {
     at(1000);
     media(10);

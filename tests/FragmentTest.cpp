@@ -421,6 +421,28 @@ TEST_F(FragmentTest, ForceHandoverOfARunWhoseMiddleAgedOutWarnsAndDeliversTheRes
     expectLines({missing("getFUPacketsPayloadSize", 11), missing("deliveFUPacket", 11)});
 }
 
+TEST_F(FragmentTest, FragmentThatAgedOutIsAGapAgain) {
+    at(1000);
+    picture(1);
+    middle(11, {0x22});
+    at(5000);
+    picture(2);
+    start(10, {0x11});
+    middle(12, {0x33});
+    at(6001);
+    media(50);
+    sink.handovers.clear();
+    unsigned short found = 7;
+    EXPECT_FALSE(session.findStartSeq(12, found));
+    EXPECT_EQ(found, 7);
+    EXPECT_FALSE(session.findEndSeq(10, found));
+    EXPECT_EQ(found, 10);
+    end(13, {0x44});
+    expectDelivered({});
+    middle(11, {0x55});
+    expectHandovers({{10, inByteStream({0x65, 0x11, 0x55, 0x33, 0x44}), 0}});
+}
+
 }  // namespace
 }  // namespace test
 }  // namespace talrtp
