@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <limits>
 #include <memory>
 #include <numeric>
 #include <random>
@@ -626,11 +627,27 @@ TEST_F(RsDecodeTest, FailsOnAPositionOutOfRange) {
     EXPECT_THAT(m_out, Each(Each(0xEE)));
 }
 
+TEST_F(RsDecodeTest, FailsWhenTheLostBlockIsNoSource) {
+    makeGroup(4, 8, 50, 50);
+    const std::vector<int> sourcesAlone = {0, 1, 2, 3};
+    const std::vector<int> oneParity = {0, 5, 2, 3};
+    for (const std::vector<int>& index : {sourcesAlone, oneParity}) {
+        for (const int lost :
+             {-1, 4, 7, 8, 256, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()}) {
+            EXPECT_EQ(decode(index, {lost}), 1) << lost;
+            EXPECT_EQ(decode(index, {1, lost}), 1) << lost;
+            EXPECT_EQ(m_index, index) << lost;
+            EXPECT_THAT(m_out, Each(Each(0xEE))) << lost;
+        }
+    }
+}
+
 TEST_F(RsDecodeTest, FailsSilently) {
     TraceCatcher trace(2);
     makeGroup(4, 8, 50, 50);
     EXPECT_EQ(decode({0, 5, 2, 5}, {1, 3}), 1);
     EXPECT_EQ(decode({0, 8, 2, 3}, {1}), 1);
+    EXPECT_EQ(decode({0, 5, 2, 3}, {4}), 1);
     EXPECT_THAT(trace.lines(), IsEmpty());
 }
 

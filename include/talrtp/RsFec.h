@@ -58,7 +58,8 @@ public:
     // 0..k-1, is the source position that is written to out[r], a buffer of `size` bytes that must not
     // overlap the blocks, for r < lostCount. Borrows everything.
     // Returns 0, with `index` unchanged; or 1, with `out` untouched, when size is above MAX_PACKET_SIZE (with
-    // a WARNING) or the positions determine no solution (silently; `index` may then be in another order).
+    // a WARNING), when a lost[r] is outside 0..k-1 or when the positions determine no solution (silently;
+    // `index` may then be in another order).
     static int Decode(rs_param_* model, unsigned char** blocks, int size, int* index, unsigned char** out,
                       int* lost, int lostCount);
     // The same for received blocks of different sizes: blocks[j] has sizes[j] bytes and counts as zero behind

@@ -553,13 +553,23 @@ bool rebuildMissing(const rs_param_& model, unsigned char** blocks, const int* s
     return true;
 }
 
+// False when one of `lost` is no source position.
+bool areSources(const int* lost, int lostCount, int k) {
+    for (int r = 0; r < lostCount; ++r) {
+        if (lost[r] < 0 || lost[r] >= k) {
+            return false;
+        }
+    }
+    return true;
+}
+
 // Rebuilds any source blocks, present ones too, from the whole decoding matrix. Kept out of its caller, for
 // the matrix on the stack.
 __attribute__((noinline)) int rebuildAny(rs_param_& model, unsigned char** blocks, const int* sizes,
                                          int length, int* index, unsigned char** out, const int* lost,
                                          int lostCount) {
     unsigned char matrix[kFieldSize * kFieldSize];
-    if (bld_dec_mat(&model, matrix, index) != 0) {
+    if (!areSources(lost, lostCount, model.k) || bld_dec_mat(&model, matrix, index) != 0) {
         return 1;
     }
     for (int r = 0; r < lostCount; ++r) {
