@@ -20,11 +20,8 @@ inline long& liveObjects() {
 }  // namespace test
 }  // namespace talrtp
 
-// Kept out of line: inlined, they look to g++ like a block from new that is given to free.
-__attribute__((noinline))  // Kept out of line: where g++ 12 sees one of the pair inlined and the other not,
-                           // it warns of a mismatch.
-                           __attribute__((noinline)) void*
-                           operator new(std::size_t size, const std::nothrow_t&) noexcept {
+// Kept out of line: where g++ 12 sees one of a pair inlined and the other not, it warns of a mismatch.
+__attribute__((noinline)) void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
     void* const memory = std::malloc(size == 0 ? 1 : size);
     talrtp::test::liveObjects() += memory != nullptr ? 1 : 0;
     return memory;
