@@ -43,15 +43,18 @@ CHandover::CHandover(CHandoverBuffer& lender, const CTalRtpPacket& received, int
     : m_lender(lender),
       m_size(bytesFor(capacity, received.get_header_size(), payloadSize)),
       m_packet(CPacketAccess::adopt(lender.take(m_size), capacity)),
-      m_lent(m_packet.get_buffer()) {
+      m_lentBytes(m_packet.get_buffer()) {
     const std::size_t headerSize = static_cast<std::size_t>(received.get_header_size());
     std::memcpy(m_packet.get_buffer(), received.get_buffer(), headerSize);
     std::memset(m_packet.get_buffer() + headerSize, 0, kExtensionHeaderSize);
     CPacketAccess::growTo(m_packet, m_packet.get_header_size() + payloadSize);
+    m_lentCapacity = m_packet.get_buffer_size();
 }
 
 CHandover::~CHandover() {
-    if (m_packet.get_buffer() != m_lent) {  // the sink put another buffer in its place
+    // The sink may have made the packet grow or assigned to it. Its bytes are then others, even where they
+    // lie in the same place, and of the capacity alone it is sure that they hold it.
+    if (m_packet.get_buffer() != m_lentBytes || m_packet.get_buffer_size() != m_lentCapacity) {
         m_size = static_cast<std::size_t>(m_packet.get_buffer_size());
     }
     m_lender.give(CPacketAccess::disown(m_packet), m_size);

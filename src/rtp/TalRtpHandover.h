@@ -47,7 +47,8 @@ private:
     CHandoverBuffer& m_lender;
     std::size_t m_size;
     CTalRtpPacket m_packet;
-    const unsigned char* m_lent;
+    const unsigned char* m_lentBytes;
+    int m_lentCapacity;
 };
 
 }  // namespace talrtp
