@@ -1,0 +1,192 @@
+// What a received datagram asks of the allocator once a session is warm: the packet object and its bytes. The
+// program puts functions of its own in front of the allocator's, under which the library's operator new ends
+// too. A sanitizer has functions of its own there, so nothing is counted under one.
+
+#include <gtest/gtest.h>
+#include <talrtp/TalRtpPacket.h>
+#include <talrtp/TalRtpSession.h>
+
+#include <cstddef>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "SessionFixture.h"
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define TALRTP_COUNTS_ALLOCATIONS 0
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || __has_feature(memory_sanitizer)
+#define TALRTP_COUNTS_ALLOCATIONS 0
+#else
+#define TALRTP_COUNTS_ALLOCATIONS 1
+#endif
+#else
+#define TALRTP_COUNTS_ALLOCATIONS 1
+#endif
+
+namespace {
+
+// The sizes asked for while a call is watched. A fixed array: noting a request must not make one.
+struct stRequests {
+    static constexpr int kMax = 64;
+
+    bool isWatching = false;
+    int count = 0;
+    std::size_t sizes[kMax] = {};
+};
+stRequests s_requests;
+
+#if TALRTP_COUNTS_ALLOCATIONS
+void note(std::size_t size) {
+    if (s_requests.isWatching && s_requests.count < stRequests::kMax) {
+        s_requests.sizes[s_requests.count++] = size;
+    }
+}
+#endif
+
+}  // namespace
+
+#if TALRTP_COUNTS_ALLOCATIONS
+extern "C" {
+
+// The allocator of the C library under its other names.
+void* __libc_malloc(std::size_t size);
+void* __libc_calloc(std::size_t count, std::size_t size);
+void* __libc_realloc(void* memory, std::size_t size);
+
+void* malloc(std::size_t size) {
+    note(size);
+    return __libc_malloc(size);
+}
+
+void* calloc(std::size_t count, std::size_t size) {
+    note(count * size);
+    return __libc_calloc(count, size);
+}
+
+void* realloc(void* memory, std::size_t size) {
+    note(size);
+    return __libc_realloc(memory, size);
+}
+
+}  // extern "C"
+#endif
+
+namespace talrtp {
+namespace test {
+namespace {
+
+class CountingSink : public ITalRTPSessionSink {
+public:
+    void OnReceivedRTPPacket(CTalRtpPacket*) override { ++handovers; }
+
+    int handovers = 0;
+};
+
+// Pictures of ten packets, one every 10 ms: two single NAL units, an aggregation packet, a run of six
+// fragments and a last single NAL unit. 500 pictures are held at a time.
+class AllocationTest : public ::testing::Test {
+protected:
+    static constexpr int kPictureSize = 10;
+
+    void SetUp() override {
+        if (!TALRTP_COUNTS_ALLOCATIONS) {
+            GTEST_SKIP() << "a sanitizer stands in front of the allocator";
+        }
+        // Every sequence number comes once, in either order of arrival.
+        for (int i = 0; i < 70000 / kPictureSize; ++i) {
+            receivePicture(i % 2 == 0);
+        }
+        m_isMeasuring = true;
+        sink.handovers = 0;
+    }
+
+    void receivePicture(bool isSwapped) {
+        std::vector<Bytes> datagrams = makePicture();
+        if (isSwapped) {
+            std::swap(datagrams[5], datagrams[6]);  // two fragments
+        }
+        for (Bytes& datagram : datagrams) {
+            receive(datagram);
+        }
+        m_now += 10;
+        m_timestamp += 900;
+        m_seq = static_cast<unsigned short>(m_seq + kPictureSize);
+    }
+
+    std::vector<Bytes> makePicture() const {
+        std::vector<Bytes> payloads = {unitOf(1), join({{0x41}, pattern(1200, 1)}),
+                                       aggregation({unitOf(2), unitOf(3), unitOf(4)})};
+        payloads.push_back(fragment(kStart, pattern(1200, 2)));
+        for (unsigned int i = 0; i < 4; ++i) {
+            payloads.push_back(fragment(kMiddle, pattern(1200, 3 + i)));
+        }
+        payloads.push_back(fragment(kEnd, pattern(700, 7)));
+        payloads.push_back(unitOf(5));
+        std::vector<Bytes> datagrams;
+        for (std::size_t i = 0; i < payloads.size(); ++i) {
+            datagrams.push_back(rtp(static_cast<unsigned short>(m_seq + i), m_timestamp, payloads[i]));
+        }
+        return datagrams;
+    }
+
+    void receive(Bytes& datagram) {
+        watch([&] { session.InputReceivedData(datagram.data(), static_cast<int>(datagram.size()), m_now); });
+        if (!m_isMeasuring) {
+            return;
+        }
+        SCOPED_TRACE("sequence number " + std::to_string(datagram[2] << 8 | datagram[3]));
+        ASSERT_EQ(s_requests.count, 2);
+        EXPECT_EQ(s_requests.sizes[0], sizeof(CTalRtpPacket));
+        EXPECT_GE(s_requests.sizes[1], datagram.size());
+    }
+
+    template <typename Call>
+    static void watch(Call call) {
+        s_requests.count = 0;
+        s_requests.isWatching = true;
+        call();
+        s_requests.isWatching = false;
+    }
+
+    CountingSink sink;
+    CMMRTPSession4SVC session{&sink, kSourceId};
+    unsigned long m_now = 1000;
+    unsigned int m_timestamp = kTimestamp;
+    unsigned short m_seq = 0;
+    bool m_isMeasuring = false;
+};
+
+// 3 single units, 3 aggregated ones and 1 in fragments.
+constexpr int kPictureUnits = 7;
+
+TEST_F(AllocationTest, DatagramInOrderAsksForThePacketAndItsBytesAlone) {
+    for (int i = 0; i < 1000; ++i) {
+        receivePicture(false);
+    }
+    EXPECT_EQ(sink.handovers, 1000 * kPictureUnits);
+}
+
+TEST_F(AllocationTest, SwappedFragmentsAskForNoMore) {
+    for (int i = 0; i < 1000; ++i) {
+        receivePicture(true);
+    }
+    EXPECT_EQ(sink.handovers, 1000 * kPictureUnits);
+}
+
+TEST_F(AllocationTest, ForcedHandoverAsksForNothing) {
+    std::vector<Bytes> datagrams = makePicture();
+    for (int i = 3; i < 6; ++i) {  // the first half of the run
+        receive(datagrams[static_cast<std::size_t>(i)]);
+    }
+    int result = -1;
+    watch([&] { result = session.ForceHandover(m_timestamp); });
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(sink.handovers, 1);
+    EXPECT_EQ(s_requests.count, 0);
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace talrtp
