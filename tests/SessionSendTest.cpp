@@ -560,6 +560,98 @@ TEST_F(HookedSendTest, FailingPieceEndsTheFuaWhereItStands) {
     EXPECT_EQ(session.m_sequenceNumber, 12);
 }
 
+// --- The library's own class ---------------------------------------------------------------------------
+
+// A packet class of a host, with a header of its own behind the fixed one.
+class WideHeaderPacket : public CTalRtpPacket {
+public:
+    using CTalRtpPacket::CTalRtpPacket;
+
+    int get_header_size() const override { return 16; }
+};
+
+// The sessions that `TalCreateRTPSession` makes write packets in a way of their own, which must not show.
+// Used packets, in which no byte is 0, are filled by such a session and by a class derived from it.
+class OwnClassTest : public SendTest {
+protected:
+    template <typename Packet>
+    static void use(Packet& used) {
+        used.set_payload_size(150);
+        std::fill_n(used.get_buffer(), used.get_buffer_size(), static_cast<unsigned char>(0xee));
+        used.set_packet_type(5);
+    }
+
+    // `make` fills `count` packets of `session`.
+    template <typename Packet, typename Make>
+    void expectTheSame(int count, Make make) {
+        PacketArray<Packet> made(count, 200);
+        PacketArray<Packet> expected(count, 200);
+        for (int i = 0; i < count; ++i) {
+            use(made[i]);
+            use(expected[i]);
+        }
+        EXPECT_EQ(make(own, made), 0);
+        session.m_sequenceNumber = made[0].get_sequence_number();
+        EXPECT_EQ(make(session, expected), 0);
+        for (int i = 0; i < count; ++i) {
+            SCOPED_TRACE("packet " + std::to_string(i));
+            EXPECT_EQ(made[i].get_packet_size(), expected[i].get_packet_size());
+            EXPECT_EQ(made[i].get_payload_size(), expected[i].get_payload_size());
+            EXPECT_EQ(made[i].get_packet_type(), expected[i].get_packet_type());
+            EXPECT_EQ(capacityOf(made[i]), capacityOf(expected[i]));
+        }
+    }
+    template <typename Packet>
+    void expectTheSameSingleUnit(const Bytes& unit) {
+        expectTheSame<Packet>(1, [&](ITalRTPSession& maker, CTalRtpPacket* into) {
+            return maker.CreateSinglePacket(kTimestamp, static_cast<int>(unit.size()),
+                                            const_cast<unsigned char*>(unit.data()), into);
+        });
+    }
+    template <typename Packet>
+    void expectTheSameFragments(const Bytes& unit, int count) {
+        expectTheSame<Packet>(count, [&](ITalRTPSession& maker, CTalRtpPacket* into) {
+            return maker.CreateFuaPackets(kTimestamp, static_cast<int>(unit.size()),
+                                          const_cast<unsigned char*>(unit.data()), count, into);
+        });
+    }
+
+    static Bytes capacityOf(const CTalRtpPacket& packet) {
+        return Bytes(packet.get_buffer(), packet.get_buffer() + packet.get_buffer_size());
+    }
+
+    CMMRTPSession4SVC own{nullptr, kSourceId};
+};
+
+TEST_F(OwnClassTest, SingleUnitsAreTheSame) {
+    expectTheSameSingleUnit<CTalRtpPacket>({0x65});
+    expectTheSameSingleUnit<CTalRtpPacket>(join({{0x65}, pattern(187, 1)}));
+}
+
+TEST_F(OwnClassTest, FragmentsAreTheSame) {
+    for (int count = 1; count <= 5; ++count) {
+        SCOPED_TRACE("packets: " + std::to_string(count));
+        expectTheSameFragments<CTalRtpPacket>(join({{0x65}, pattern(100, 1)}), count);
+    }
+}
+
+TEST_F(OwnClassTest, FragmentsWithoutBytesAreTheSame) {
+    expectTheSameFragments<CTalRtpPacket>({0x65, 0x11, 0x22, 0x33, 0x44}, 4);
+}
+
+TEST_F(OwnClassTest, PacketsWithAHeaderOfTheHostsAreTheSame) {
+    expectTheSameSingleUnit<WideHeaderPacket>({0x65, 0x11, 0x22});
+    expectTheSameFragments<WideHeaderPacket>({0x65, 0x11, 0x22, 0x33}, 2);
+}
+
+TEST_F(OwnClassTest, HeaderOfTheHostsIsZeroBehindTheFixedHeader) {
+    WideHeaderPacket wide(200);
+    use(wide);
+    unsigned char unit[] = {0x65, 0x11};
+    EXPECT_EQ(own.CreateSinglePacket(kTimestamp, 2, unit, &wide), 0);
+    EXPECT_EQ(slice(bytesOf(wide), 12), Bytes({0, 0, 0, 0, 0x65, 0x11}));
+}
+
 }  // namespace
 }  // namespace test
 }  // namespace talrtp

@@ -50,10 +50,11 @@ int CMMRTPSessionBase::setPacketPayload(int index, int count, int size, unsigned
 }
 
 // Makes one packet through the virtual writers or, when `own` says that they are the library's, without them.
-// A size of 0 or less, which the writers pass on as it is, takes the general way.
+// A size of 0 or less, which the writers pass on as it is, takes the general way, and so does a packet class
+// of the host, whose header is its own.
 int CMMRTPSessionBase::makePacket(CMMRTPSession4SVC* own, unsigned long timestamp, int index, int count,
                                   int size, unsigned char* data, CTalRtpPacket* packet) {
-    if (own != nullptr && size > 0) {
+    if (own != nullptr && size > 0 && typeid(*packet) == typeid(CTalRtpPacket)) {
         return own->makeOwnPacket(timestamp, index, count, size, data, packet);
     }
     setPacketHeader(timestamp, packet);
