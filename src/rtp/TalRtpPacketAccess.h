@@ -6,6 +6,7 @@
 
 #include <talrtp/TalRtpPacket.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "TalRtpPacketLayout.h"
@@ -63,8 +64,10 @@ public:
     // writes what follows and ends with `finish`.
     static void begin(CTalRtpPacket& packet, int headerSize) {
         clear(packet);
-        std::memset(packet.m_buffer, 0, static_cast<std::size_t>(kFixedHeaderSize + headerSize));
+        std::memset(packet.m_buffer, 0, kFixedHeaderSize);
         packet.set_version(kVersion);
+        const int rest = packet.get_header_size() + headerSize - kFixedHeaderSize;
+        std::memset(packet.m_buffer + kFixedHeaderSize, 0, static_cast<std::size_t>(std::max(rest, 0)));
     }
     // Zeroes the capacity from byte `written` on.
     static void finish(CTalRtpPacket& packet, int written) {
