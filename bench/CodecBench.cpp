@@ -2,9 +2,9 @@
 //
 // A name reads WHAT/WHO/k/m: `encode/talrtp/10/4` makes 4 parity blocks of 10 blocks of 1200 bytes each. WHO
 // is `talrtp` at the best level of this processor, `talrtp-avx2` with that level forced, `isal` at its best
-// and `isal-avx2` with its own forced, `xor` for the XOR of the k blocks in one pass, `memcpy` for copying as
-// much as the k blocks hold, and `stepwise` for the construction of a model by inverting a Vandermonde
-// matrix.
+// and `isal-avx2` with its own forced, `one-pass` for the XOR of the k blocks at the widest vectors, written
+// apart from the library's kernels, `memcpy` for copying as much as the k blocks hold, and `stepwise` for the
+// construction of a model by inverting a Vandermonde matrix.
 //
 // A decode row includes everything from the list of received positions to the rebuilt blocks: the matrix, its
 // inversion and, for ISA-L, its tables.
@@ -21,6 +21,8 @@
 #include <random>
 #include <string>
 #include <vector>
+
+#include "ReferenceXor.h"
 
 namespace talrtp {
 namespace {
@@ -148,6 +150,15 @@ void exclusiveOr(benchmark::State& state, Shape shape) {
     countBytes(state, group);
 }
 
+void exclusiveOrOnePass(benchmark::State& state, Shape shape) {
+    Group group(shape, 1);
+    for (auto _ : state) {
+        bench::xorOnePass(group.out[0], group.received.data(), group.k, kBlockBytes);
+        benchmark::ClobberMemory();
+    }
+    countBytes(state, group);
+}
+
 void copyBlocks(benchmark::State& state, Shape shape) {
     Group group(shape, 0);
     Bytes copies(static_cast<std::size_t>(group.k * kBlockBytes));
@@ -255,6 +266,7 @@ bool addRows() {
         addRow("decode-1-loss/talrtp", shape, decode, 1);
         addRow("decode-1-loss/isal", shape, decodeByIsal, 1);
         addRow("xor/talrtp", shape, exclusiveOr);
+        addRow("xor/one-pass", shape, exclusiveOrOnePass);
         addRow("copy/memcpy", shape, copyBlocks);
         addRow("model/talrtp", shape, makeModel);
         addRow("model/stepwise", shape, makeModelStepwise);
