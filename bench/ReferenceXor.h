@@ -25,7 +25,7 @@ inline void xorOnePassPortable(unsigned char* target, const unsigned char* const
 }
 
 #if defined(__x86_64__)
-// 256 bytes a step.
+// 256 bytes a step; the last vector ends with the blocks.
 __attribute__((target("avx512f"))) inline std::size_t xorOnePassAvx512(unsigned char* target,
                                                                        const unsigned char* const* sources,
                                                                        int count, std::size_t size) {
@@ -47,7 +47,10 @@ __attribute__((target("avx512f"))) inline std::size_t xorOnePassAvx512(unsigned 
         _mm512_storeu_si512(target + i + 128, c);
         _mm512_storeu_si512(target + i + 192, d);
     }
-    for (; i + 64 <= size; i += 64) {
+    for (; i < size && size >= 64; i += 64) {
+        if (i + 64 > size) {
+            i = size - 64;
+        }
         __m512i a = _mm512_loadu_si512(sources[0] + i);
         for (int j = 1; j < count; ++j) {
             a = _mm512_xor_si512(a, _mm512_loadu_si512(sources[j] + i));
