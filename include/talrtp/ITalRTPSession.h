@@ -33,7 +33,7 @@ public:
     //
     // The hand-overs of one aggregation packet (RFC 6184, 5.7.1), made on arrival, begin with their own unit
     // each, but declare a payload size that grows by every unit; the growth since the last one is the unit's
-    // length.
+    // length with its start code. Behind a whole unit the type stays 0 for the rest of that packet.
     virtual void OnReceivedRTPPacket(CTalRtpPacket* packet) = 0;
 };
 
@@ -104,8 +104,9 @@ public:
     // reception in milliseconds; it drives the ageing of what is held, 5000 ms after the last packet of a
     // timestamp. Everything that the datagram completes is handed to the sink before this returns. Returns 0
     // when it was taken (duplicates included); 1 when its payload type is neither of the two; -1 with an
-    // ERROR line when `data` is null, when `length` is below 12 or when the bytes are no valid RTP packet.
-    // Any bytes are safe. See docs/hosts.md for what to keep away from here: RTCP, STUN, DTLS, other sources.
+    // ERROR line when `data` is null, when `length` is below 12 or when the bytes are no valid RTP packet; of
+    // the last, one packet stays allocated for good. Any bytes are safe. See docs/hosts.md for what to keep
+    // away from here: RTCP, STUN, DTLS, other sources.
     virtual int InputReceivedData(unsigned char* data, int length, unsigned long arg) = 0;
 
     // Hands over what is held of the RTP timestamp `arg` (low 32 bits) and was not handed over yet, as far as
