@@ -3,6 +3,8 @@
 #include <talrtp/TalRtpFecPacket.h>
 #include <talrtp/TalRtpPacket.h>
 
+#include <malloc.h>
+
 #include <algorithm>
 #include <cstring>
 #include <random>
@@ -197,6 +199,28 @@ TEST(AddElement, GoesBehindTheSources) {
               Bytes({0x01, 0x02, 0x03, 0x04, 0xbe, 0xde, 0x00, 0x01, 0x10, 0xaa, 0x00, 0x00}));
 }
 
+TEST(AddElement, MovesThePayloadThatAStalePacketSizeDoesNotCover) {
+    CTalRtpPacket packet(100);
+    packet.set_payload_size(3);
+    std::memcpy(packet.get_payload_ptr(), "xyz", 3);
+    packet.set_contrib_source(1, 0x01020304);
+    ASSERT_EQ(packet.get_packet_size(), 15) << "without the two sources";
+    EXPECT_TRUE(addOne(packet, {0x10, 0xaa}));
+    EXPECT_EQ(packet.get_packet_size(), 12 + 8 + 8 + 3);
+    EXPECT_EQ(Bytes(packet.get_buffer() + 16, packet.get_buffer() + 31),
+              Bytes({1, 2, 3, 4, 0xbe, 0xde, 0x00, 0x01, 0x10, 0xaa, 0x00, 0x00, 'x', 'y', 'z'}));
+}
+
+TEST(AddElement, ToAnXorFecPacketBeginsBehindItsTwelveBytes) {
+    CRTPFECPacket packet(100);
+    packet.set_contrib_src_count(2);  // a recovery value
+    packet.set_payload_size(1);
+    packet.get_payload_ptr()[0] = 'x';
+    EXPECT_TRUE(addOne(packet, {0x10, 0xaa}));
+    EXPECT_EQ(Bytes(packet.get_buffer() + 12, packet.get_buffer() + 21),
+              Bytes({0xbe, 0xde, 0x00, 0x01, 0x10, 0xaa, 0x00, 0x00, 'x'}));
+}
+
 TEST(AddElement, IgnoresTheIdArgumentKept) {
     CTalRtpPacket packet(100);
     Bytes element = {0x31, 0x01, 0x02};
@@ -298,6 +322,18 @@ TEST(AddElement, GrowsAFullBufferToTheNewPacketSize) {
     EXPECT_EQ(packet.get_buffer_size(), 1424);
     EXPECT_EQ(bytesOf(packet), packetWith({0x10, 0xaa, 0x20, 0xdd, 0x30, 0xee, 0x00, 0x00}, payload));
     EXPECT_EQ(Bytes(packet.get_buffer() + 1424, packet.get_buffer() + 1424 + 88), Bytes(88, 0));
+}
+
+TEST(AddElements, ThatGrowTheBufferLeaveZerosBehindIt) {
+    CTalRtpPacket packet = received(packetWith({}, Bytes(1400, 0x41)));
+    Bytes element(17, 0xee);
+    element[0] = 0x1f;
+    mallopt(M_PERTURB, 0x5a);  // what the heap gives is not zero
+    EXPECT_TRUE(addMany(packet, std::vector<Bytes>(200, element)));
+    mallopt(M_PERTURB, 0);
+    EXPECT_EQ(packet.get_buffer_size(), 12 + 4 + 200 * 17 + 1400);
+    const unsigned char* const behind = packet.get_buffer() + packet.get_buffer_size();
+    EXPECT_EQ(Bytes(behind, behind + 88), Bytes(88, 0));
 }
 
 TEST(AddElement, GrowsOnlyWhenTheResultDoesNotFit) {

@@ -381,6 +381,18 @@ TEST(RsFecPacket, AccessorsLeaveTheReservedByteAsItWas) {
     EXPECT_EQ(payload(packet, 0, 8), Bytes({0x12, 0x34, 0x05, 0x06, 0x03, 0x04, 0x0a, 0x5a, 0x5a}));
 }
 
+TEST(RsFecPacket, IsWrittenBehindItsHeaderBeforeItsSizeIsSet) {
+    CRTPRSPacket withSources(100);
+    withSources.set_payload_size(0);
+    withSources.set_contrib_src_count(2);
+    withSources.set_rs_index(3);
+    EXPECT_EQ(withSources.get_buffer()[12 + 8 + 4], 3);
+    CRTPRSPacket withExtension(100);
+    withExtension.set_extension_flag(true);
+    withExtension.set_rs_index(3);
+    EXPECT_EQ(withExtension.get_buffer()[12 + 4 + 4], 3);
+}
+
 TEST(RsFecPacket, CutAtAnyLengthReadsZerosBeyond) {
     Bytes noise(1300, 0xee);
     for (int length = 12; length < static_cast<int>(kRsPacket.size()); ++length) {
