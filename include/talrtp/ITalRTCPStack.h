@@ -54,7 +54,7 @@ static_assert(sizeof(_SdesItem) == 264, "_SdesItem is binary interface");
 //
 // The virtual order is binary interface: never reorder. The stack calls the third entry of the table,
 // OnRtcpPacket, and never the destructors before it.
-class ITalRTCPStackSink {
+class TALRTP_API ITalRTCPStackSink {
 public:
     virtual ~ITalRTCPStackSink() {}
 
@@ -142,8 +142,8 @@ public:
     virtual unsigned int GetReportBlockCount(unsigned char* buf, int len) = 0;
     // Reads report blocks of an SR or RR into `blocks`, whose size in elements is given in `count`; sets
     // `count` to the number read. As many are read as begin within `len`, the first byte behind `len`
-    // included, whatever the header's count says. When none does, or `count` is
-    // not positive, `count` becomes 0.
+    // included, whatever the header's count says. When none does, or `count` is not positive, `count`
+    // becomes 0.
     // **The last block is read in full even when it runs past `len`: provide 24 readable bytes behind.**
     // Returns 0, or -1 for an invalid packet, another type, or null `blocks`.
     virtual std::int64_t GetReportBlock(unsigned char* buf, int len, _ReportBlock* blocks, int& count) = 0;

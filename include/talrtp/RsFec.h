@@ -21,8 +21,7 @@ namespace talrtp {
 struct rs_param_ {
     int k;  // number of source blocks, 1..256
     int n;  // number of blocks in all, k..256
-    // n rows of k coefficients, row by row; owned. Rows 0..k-1 are the identity, row k + i makes parity block
-    // i.
+    // n rows of k coefficients, row by row; owned. Rows 0..k-1 are the identity, row k + i makes parity i.
     unsigned char* enc_matrix;
 };
 

@@ -87,8 +87,8 @@ public:
     std::int64_t GetFBFCIData(unsigned char* buf, int len, unsigned char*& fci, int& fciLen) override;
 
     // Field writers. `buf` is the first byte of the packet, except where a field's own place is asked for.
-    // They **borrow** their pointers; with a null pointer they write nothing, and those
-    // that count bytes give 0.
+    // They **borrow** their pointers; with a null pointer they write nothing, and those that count bytes
+    // return 0.
 
     // Sets the version, bits 7 and 6 of byte 0. Of `version` the low 2 bits are used.
     void SetVersion(unsigned char version, unsigned char* buf);

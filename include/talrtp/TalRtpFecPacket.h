@@ -11,6 +11,7 @@
 #ifndef TALRTP_TALRTPFECPACKET_H
 #define TALRTP_TALRTPFECPACKET_H
 
+#include <talrtp/TalRtpDefs.h>
 #include <talrtp/TalRtpPacket.h>
 
 namespace talrtp {

@@ -18,6 +18,7 @@
 #define TALRTP_TALRTPSESSION_H
 
 #include <talrtp/ITalRTPSession.h>
+#include <talrtp/TalRtpDefs.h>
 #include <talrtp/TalRtpFecPacket.h>
 #include <talrtp/TalRtpPacket.h>
 

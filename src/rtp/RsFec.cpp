@@ -7,10 +7,12 @@
 #include "kernels/XorKernel.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 #include <map>
 #include <memory>
 #include <new>
+#include <utility>
 
 namespace talrtp {
 

@@ -435,8 +435,8 @@ std::int64_t CTalRTCPStack::GetReportBlock(unsigned char* buf, int len, _ReportB
     const int room = count;
     std::ptrdiff_t offset = reportBlocksOffset(type);
     // Compatibility: only the start of a block is held against `len`, and the first byte behind the packet is
-    // a start like any other. Hosts pass buffers with one block of room behind and count
-    // on the blocks they get.
+    // a start like any other. Hosts pass buffers with one block of room behind and count on the blocks they
+    // get.
     for (count = 0; count < room && offset <= len; ++count) {
         offset += GetReportBlock(buf + offset, &blocks[count]);
     }
@@ -620,8 +620,7 @@ unsigned char CTalRTCPStack::GetPayloadType(unsigned char* buf) {
     return buf != nullptr ? buf[kTypeOffset] : 0;
 }
 
-// Compatibility: the byte length has 16 bits, so of a packet beyond 65535 bytes
-// only the remainder is declared.
+// Compatibility: the byte length has 16 bits, so beyond 65535 bytes only the remainder is declared.
 void CTalRTCPStack::SetPacketLength(unsigned short length, unsigned char* buf) {
     if (buf != nullptr) {
         const int words = (length + kWordSize - 1) >> kWordShift;
