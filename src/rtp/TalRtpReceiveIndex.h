@@ -29,10 +29,7 @@ inline void prefetch(const void* address) {
 // A timestamp's record with its place in the list of timestamps and in the order of ageing.
 struct stTalRtpTSRecord : stTalRtpTSInfo {
     stTalRtpTSRecord(_uint32_t rtpTimestamp, _uint64_t receivedTime, CNodePool* pool)
-        : stTalRtpTSInfo(receivedTime, pool),
-          timestamp(rtpTimestamp),
-          older(nullptr),
-          newer(nullptr) {}
+        : stTalRtpTSInfo(receivedTime, pool), timestamp(rtpTimestamp), older(nullptr), newer(nullptr) {}
 
     const _uint32_t timestamp;
     CMMRTPSessionBase::TSInfoMap::iterator entry;
