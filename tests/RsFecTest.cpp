@@ -845,6 +845,7 @@ TEST_F(RsModelCacheTest, KeepsModelsOfDifferentNumbersApart) {
 TEST_F(RsModelCacheTest, KeyKeepsTheLowerSixteenBitsOfN) {
     rs_param_* const model = GetRsModel(3, 5);
     EXPECT_EQ(GetRsModel(3, 0x40005), model);
+    EXPECT_EQ(GetRsModel(2, 0x8005), nullptr) << "k stands above all sixteen";
 }
 
 TEST_F(RsModelCacheTest, TriesARefusedPairAgain) {
