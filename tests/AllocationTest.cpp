@@ -187,6 +187,25 @@ TEST_F(AllocationTest, ForcedHandoverAsksForNothing) {
     EXPECT_EQ(s_requests.count, 0);
 }
 
+// Each of these FEC packets waits for 128 of 256 packets, so it watches 129 numbers.
+TEST_F(AllocationTest, FecPacketsThatWaitAskForNoBlockThatGrowsWithTheirNumber) {
+    constexpr std::size_t kLargestBlock = 64 * 1024;
+    RsFecFields fields;
+    fields.timestamp = m_timestamp;
+    fields.base = 20000;
+    fields.count = 128;
+    fields.mediaCount = 128;
+    fields.parity = pattern(100, 1);
+    for (unsigned short seq = 0; seq < 2000; ++seq) {
+        fields.seq = seq;
+        Bytes datagram = fields.bytes();
+        watch([&] { session.InputReceivedData(datagram.data(), static_cast<int>(datagram.size()), m_now); });
+        for (int i = 0; i < s_requests.count; ++i) {
+            ASSERT_LE(s_requests.sizes[i], kLargestBlock) << "FEC packet " << seq;
+        }
+    }
+}
+
 }  // namespace
 }  // namespace test
 }  // namespace talrtp

@@ -25,9 +25,7 @@ CFecWaiting::CFecWaiting(CNodePool* pool, const CSequenceSet& media, const CSequ
       m_fec(fec),
       m_steps(steps),
       m_ready(false),
-      m_sharedGroups(std::less<_uint64_t>(), GroupMap::allocator_type(pool)),
-      m_watches(1),
-      m_freeWatch(0) {}
+      m_sharedGroups(std::less<_uint64_t>(), GroupMap::allocator_type(pool)) {}
 
 CFecWaiting::~CFecWaiting() = default;
 
@@ -117,11 +115,11 @@ void CFecWaiting::freeGroup(Group* group) {
 }
 
 void CFecWaiting::arrived(Number number) {
-    _uint32_t watch = m_watchesOf.peek(number);
-    while (watch != 0) {
+    Watch* watch = m_watchesOf.peek(number);
+    while (watch != nullptr) {
         ++m_steps;
-        const _uint32_t following = m_watches[watch].nextOfNumber;
-        Group* const group = m_watches[watch].group;
+        Watch* const following = watch->nextOfNumber;
+        Group* const group = watch->group;
         const int position = nextMissing(*group, group->cursor);
         if (position != kNone) {
             unlinkFromNumber(watch);
@@ -142,9 +140,9 @@ void CFecWaiting::setWatches(Group* group) {
     int position = nextMissing(*group, 0);
     while (position != kNone && watched <= group->spare) {
         ++m_steps;
-        const _uint32_t watch = takeWatch();
-        m_watches[watch].group = group;
-        m_watches[watch].nextOfGroup = group->firstWatch;
+        Watch* const watch = static_cast<Watch*>(m_pool->take(sizeof(Watch)));
+        watch->group = group;
+        watch->nextOfGroup = group->firstWatch;
         group->firstWatch = watch;
         linkToNumber(watch, numberAt(*group, static_cast<unsigned int>(position)));
         group->cursor = static_cast<unsigned int>(position) + 1;
@@ -159,13 +157,12 @@ void CFecWaiting::setWatches(Group* group) {
 }
 
 void CFecWaiting::clearWatches(Group* group) {
-    while (group->firstWatch != 0) {
+    while (group->firstWatch != nullptr) {
         ++m_steps;
-        const _uint32_t watch = group->firstWatch;
-        group->firstWatch = m_watches[watch].nextOfGroup;
+        Watch* const watch = group->firstWatch;
+        group->firstWatch = watch->nextOfGroup;
         unlinkFromNumber(watch);
-        m_watches[watch].nextOfGroup = m_freeWatch;
-        m_freeWatch = watch;
+        m_pool->give(watch, sizeof(Watch));
     }
     group->isWaiting = false;
 }
@@ -209,36 +206,25 @@ CFecWaiting::Number CFecWaiting::numberAt(const Group& group, unsigned int posit
     return kFirstFecNumber + static_cast<_uint16_t>(group.fecBase + position - group.mediaCount);
 }
 
-_uint32_t CFecWaiting::takeWatch() {
-    if (m_freeWatch == 0) {
-        m_watches.emplace_back();
-        return static_cast<_uint32_t>(m_watches.size() - 1);
+void CFecWaiting::linkToNumber(Watch* watch, Number number) {
+    Watch*& first = m_watchesOf[number];
+    watch->number = number;
+    watch->previousOfNumber = nullptr;
+    watch->nextOfNumber = first;
+    if (first != nullptr) {
+        first->previousOfNumber = watch;
     }
-    const _uint32_t watch = m_freeWatch;
-    m_freeWatch = m_watches[watch].nextOfGroup;
-    return watch;
+    first = watch;
 }
 
-void CFecWaiting::linkToNumber(_uint32_t watch, Number number) {
-    Watch& entry = m_watches[watch];
-    entry.number = number;
-    entry.previousOfNumber = 0;
-    entry.nextOfNumber = m_watchesOf[number];
-    if (entry.nextOfNumber != 0) {
-        m_watches[entry.nextOfNumber].previousOfNumber = watch;
-    }
-    m_watchesOf[number] = watch;
-}
-
-void CFecWaiting::unlinkFromNumber(_uint32_t watch) {
-    const Watch& entry = m_watches[watch];
-    if (entry.previousOfNumber != 0) {
-        m_watches[entry.previousOfNumber].nextOfNumber = entry.nextOfNumber;
+void CFecWaiting::unlinkFromNumber(Watch* watch) {
+    if (watch->previousOfNumber != nullptr) {
+        watch->previousOfNumber->nextOfNumber = watch->nextOfNumber;
     } else {
-        m_watchesOf[entry.number] = entry.nextOfNumber;
+        m_watchesOf[watch->number] = watch->nextOfNumber;
     }
-    if (entry.nextOfNumber != 0) {
-        m_watches[entry.nextOfNumber].previousOfNumber = entry.previousOfNumber;
+    if (watch->nextOfNumber != nullptr) {
+        watch->nextOfNumber->previousOfNumber = watch->previousOfNumber;
     }
 }
 

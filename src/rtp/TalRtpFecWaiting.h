@@ -15,8 +15,6 @@
 
 #include <talrtp/TalRtpSession.h>
 
-#include <vector>
-
 #include "TalRtpSequenceSet.h"
 
 namespace talrtp {
@@ -61,6 +59,8 @@ private:
     static constexpr Number kNumbers = 2 * CSequenceSet::kNumbers;
     static constexpr int kNone = -1;
 
+    struct Watch;
+
     // The packets of one FEC group. Its positions are the protected media packets, then the parity packets.
     struct Group {
         _uint16_t mediaBase;
@@ -72,7 +72,7 @@ private:
         bool isShared;          // filed under its key, for all parity packets of the group
         bool isWaiting;         // has its watches set
         unsigned int cursor;    // positions from here on are not watched
-        _uint32_t firstWatch;
+        Watch* firstWatch;
         int firstMember;  // FEC sequence number, or kNone
     };
 
@@ -80,9 +80,9 @@ private:
     struct Watch {
         Group* group;
         Number number;
-        _uint32_t nextOfNumber;
-        _uint32_t previousOfNumber;
-        _uint32_t nextOfGroup;
+        Watch* nextOfNumber;
+        Watch* previousOfNumber;
+        Watch* nextOfGroup;
     };
 
     struct Member {
@@ -108,20 +108,17 @@ private:
     int nextMissing(const Group& group, unsigned int position) const;
     static Number numberAt(const Group& group, unsigned int position);
 
-    _uint32_t takeWatch();
-    void linkToNumber(_uint32_t watch, Number number);
-    void unlinkFromNumber(_uint32_t watch);
+    void linkToNumber(Watch* watch, Number number);
+    void unlinkFromNumber(Watch* watch);
 
-    CNodePool* m_pool;
+    CNodePool* m_pool;  // the groups and their watches
     const CSequenceSet& m_media;
     const CSequenceSet& m_fec;
     _uint64_t& m_steps;
     CSequenceSet m_ready;
     GroupMap m_sharedGroups;
-    CSlotTable<Member> m_members;                 // by FEC sequence number
-    CSlotTable<_uint32_t, kNumbers> m_watchesOf;  // by number: its first watch, 0 for none
-    std::vector<Watch> m_watches;                 // entry 0 is not used
-    _uint32_t m_freeWatch;                        // linked by nextOfGroup, 0 for none
+    CSlotTable<Member> m_members;              // by FEC sequence number
+    CSlotTable<Watch*, kNumbers> m_watchesOf;  // by number: the first one of its list
 };
 
 }  // namespace talrtp
