@@ -394,6 +394,23 @@ TEST(RsEncodeTest, OfNoBytesWritesNothing) {
     EXPECT_THAT(parity[0], Each(0xEE));
 }
 
+TEST(RsEncodeTest, CountsANegativeSizeAsNothing) {
+    const Model model = makeModel(2, 3);
+    Blocks sources(2, Bytes(100, 7));
+    Bytes area(1200, 0xEE);
+    unsigned char* parity[] = {area.data() + 1100};
+    int sizes[] = {100, -1000};
+    EXPECT_EQ(CRsFec::Encode(model.get(), pointersTo(sources).data(), sizes, parity), 0);
+    Bytes expected(1200, 0xEE);
+    std::fill(expected.begin() + 1100, expected.end(), gf_mul_table[model->enc_matrix[2 * 2]][7]);
+    EXPECT_EQ(area, expected);
+
+    int nothing[] = {-1000, -1};
+    EXPECT_EQ(CRsFec::Encode(model.get(), pointersTo(sources).data(), -1000, parity), 0);
+    EXPECT_EQ(CRsFec::Encode(model.get(), pointersTo(sources).data(), nothing, parity), 0);
+    EXPECT_EQ(area, expected);
+}
+
 // ---------------------------------------------------------------------------------------------------------
 // The size limit
 
