@@ -48,6 +48,13 @@ public:
         packet.m_packetType = PACKET_TYPE_PLAIN;
     }
 
+    // Tells whether the payload of a new packet begins right behind the fixed header. Begins the packet's
+    // first byte anew.
+    static bool hasPlainHeader(CTalRtpPacket& packet) {
+        packet.m_buffer[kFlagsOffset] = kVersion << kVersionShift;
+        return packet.get_header_size() == kFixedHeaderSize;
+    }
+
     // Writes all of the fixed header: version 2, the marker, and no padding, extension or CSRC.
     static void writeMarkedHeader(CTalRtpPacket& packet, unsigned int payloadType, _uint16_t sequenceNumber,
                                   _uint32_t timestamp, _uint32_t ssrc) {

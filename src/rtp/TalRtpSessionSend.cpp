@@ -51,10 +51,10 @@ int CMMRTPSessionBase::setPacketPayload(int index, int count, int size, unsigned
 
 // Makes one packet through the virtual writers or, when `own` says that they are the library's, without them.
 // A size of 0 or less, which the writers pass on as it is, takes the general way, and so does a packet class
-// of the host, whose header is its own.
+// of the host with a header of its own.
 int CMMRTPSessionBase::makePacket(CMMRTPSession4SVC* own, unsigned long timestamp, int index, int count,
                                   int size, unsigned char* data, CTalRtpPacket* packet) {
-    if (own != nullptr && size > 0 && typeid(*packet) == typeid(CTalRtpPacket)) {
+    if (own != nullptr && size > 0 && CPacketAccess::hasPlainHeader(*packet)) {
         return own->makeOwnPacket(timestamp, index, count, size, data, packet);
     }
     setPacketHeader(timestamp, packet);
@@ -126,13 +126,13 @@ int CMMRTPSessionBase::CreateFuaPackets(unsigned long timestamp, int nalSize, un
 
 namespace {
 
-constexpr int kMaskBits = 32;                        // of the host's choice of packets, which repeats
+constexpr unsigned int kMaskBits = 32;               // of the host's choice of packets, which repeats
 constexpr unsigned int kFirstPacketMask = 0x800000;  // of the mask on the wire
 constexpr int kMaxXorDistance = 24;                  // covered by the mask on the wire
 constexpr int kXorBatch = 32;                        // packets XORed in one pass
 
 bool isSelected(unsigned int mask, int i) {
-    return (mask >> (i % kMaskBits) & 1) != 0;
+    return (mask >> (static_cast<unsigned int>(i) % kMaskBits) & 1) != 0;
 }
 
 // What one walk over the selected packets tells: where they begin, their latest timestamp, the longest body.

@@ -58,14 +58,31 @@ public:
             kernel.combine(dst, m_sources, m_count, end - kXorBytes, kXorBytes);
         }
         if (whole == 0) {
-            std::memcpy(dst + begin, m_sources[0] + begin, end - begin);
-            for (std::size_t j = 1; j < m_count; ++j) {
-                xorRest(dst + begin, dst + begin, m_sources[j] + begin, end - begin);
-            }
+            combineFew(dst, begin, end);
         }
     }
 
 private:
+    // The same for fewer bytes than a kernel takes: some bytes one by one over all sources, more of them one
+    // source after the other.
+    void combineFew(unsigned char* dst, std::size_t begin, std::size_t end) const {
+        constexpr std::size_t kSome = 8;
+        if (end - begin > kSome) {
+            std::memcpy(dst + begin, m_sources[0] + begin, end - begin);
+            for (std::size_t j = 1; j < m_count; ++j) {
+                xorRest(dst + begin, dst + begin, m_sources[j] + begin, end - begin);
+            }
+            return;
+        }
+        for (std::size_t i = begin; i < end; ++i) {
+            unsigned char sum = 0;
+            for (std::size_t j = 0; j < m_count; ++j) {
+                sum = static_cast<unsigned char>(sum ^ m_sources[j][i]);
+            }
+            dst[i] = sum;
+        }
+    }
+
     static constexpr std::size_t kMaxSources = 256;
 
     int m_next;
