@@ -273,12 +273,12 @@ int CMMRTPSessionBase::CreateXorFecPackets(CTalRtpPacket* pPacket, int count, un
         const CTalRtpPacket& packet = pPacket[i];
         const _uint16_t seq = readSequenceNumber(CPacketAccess::buffer(packet));
         const int distance = static_cast<_uint16_t>(seq - selection.baseSeq);
-        if (distance >= kMaxXorDistance) {
+        if (__builtin_expect(distance >= kMaxXorDistance, 0)) {
             TAL_TRACE(WARNING, "CMMRTPSessionBase::CreateXorFecPackets sequence number slop over"
                                    << ", baseSeq = " << selection.baseSeq << ", packetSeq = " << seq);
             continue;
         }
-        if (CPacketAccess::packetSize(packet) - kFixedHeaderSize > selection.maxLen) {
+        if (__builtin_expect(CPacketAccess::packetSize(packet) - kFixedHeaderSize > selection.maxLen, 0)) {
             TAL_TRACE(WARNING,
                       "CMMRTPSessionBase::CreateXorFecPackets packet length is bigger than fec max length"
                           << ", packet_index = " << i + 1 << ", mask = " << mask);
