@@ -6,7 +6,6 @@
 
 #include <talrtp/TalRtpDefs.h>
 
-#include <cstdlib>
 #include <cstring>
 
 namespace talrtp {
@@ -159,7 +158,7 @@ public:
     CSlotTable() : m_pages() {}
     ~CSlotTable() {
         for (Slot* const page : m_pages) {
-            std::free(page);
+            delete[] page;
         }
     }
     CSlotTable(const CSlotTable&) = delete;
@@ -169,7 +168,7 @@ public:
     Slot& operator[](unsigned int number) {
         Slot*& page = m_pages[number / kPageSlots];
         if (page == nullptr) {
-            page = static_cast<Slot*>(std::calloc(kPageSlots, sizeof(Slot)));
+            page = new Slot[kPageSlots]();
         }
         return page[number % kPageSlots];
     }
