@@ -570,6 +570,22 @@ public:
     int get_header_size() const override { return 16; }
 };
 
+// One whose payload begins in the fixed header.
+class NarrowHeaderPacket : public CTalRtpPacket {
+public:
+    using CTalRtpPacket::CTalRtpPacket;
+
+    int get_header_size() const override { return 8; }
+};
+
+// One that says in the byte behind the fixed header how many more there are: none in a packet that was reset.
+class CountedHeaderPacket : public CTalRtpPacket {
+public:
+    using CTalRtpPacket::CTalRtpPacket;
+
+    int get_header_size() const override { return 12 + get_buffer()[12]; }
+};
+
 // The sessions that `TalCreateRTPSession` makes write packets in a way of their own, which must not show.
 // Used packets, in which no byte is 0, are filled by such a session and by a class derived from it.
 class OwnClassTest : public SendTest {
@@ -642,6 +658,17 @@ TEST_F(OwnClassTest, FragmentsWithoutBytesAreTheSame) {
 TEST_F(OwnClassTest, PacketsWithAHeaderOfTheHostsAreTheSame) {
     expectTheSameSingleUnit<WideHeaderPacket>({0x65, 0x11, 0x22});
     expectTheSameFragments<WideHeaderPacket>({0x65, 0x11, 0x22, 0x33}, 2);
+    expectTheSameSingleUnit<NarrowHeaderPacket>({0x65});
+    expectTheSameFragments<NarrowHeaderPacket>({0x65, 0x11, 0x22, 0x33}, 2);
+    expectTheSameSingleUnit<CountedHeaderPacket>({0x65, 0x11, 0x22});
+    expectTheSameFragments<CountedHeaderPacket>({0x65, 0x11, 0x22, 0x33}, 2);
+}
+
+TEST_F(OwnClassTest, PayloadTypeBeyondSevenBitsFailsTheSameAssertion) {
+    own.SetPayloadType(128, 111);
+    unsigned char unit[] = {0x65, 0x11};
+    EXPECT_DEATH(own.CreateSinglePacket(kTimestamp, 2, unit, &packet),
+                 "src/rtp/TalRtpPacket\\.cpp:.*set_payload_type.*Assertion `t <= 0x7f' failed");
 }
 
 TEST_F(OwnClassTest, HeaderOfTheHostsIsZeroBehindTheFixedHeader) {

@@ -368,8 +368,8 @@ protected:
 private:
     friend class CMMRTPSessionBase;
 
-    TALRTP_LOCAL int makeOwnPacket(unsigned long timestamp, int index, int count, int size,
-                                   unsigned char* data, CTalRtpPacket* packet);
+    TALRTP_LOCAL void makeOwnPacket(_uint32_t timestamp, int index, int count, int size,
+                                    const unsigned char* data, CTalRtpPacket& packet);
     TALRTP_LOCAL _uint64_t fragmentRunSize(unsigned short start, unsigned short end) const;
 };
 

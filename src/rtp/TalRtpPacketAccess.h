@@ -48,23 +48,32 @@ public:
         packet.m_packetType = PACKET_TYPE_PLAIN;
     }
 
-    // Tells whether the payload of a new packet begins right behind the fixed header. Begins the packet's
-    // first byte anew.
-    static bool hasPlainHeader(CTalRtpPacket& packet) {
-        packet.m_buffer[kFlagsOffset] = kVersion << kVersionShift;
-        return packet.get_header_size() == kFixedHeaderSize;
-    }
-
     // Writes all of the fixed header: version 2, the marker, and no padding, extension or CSRC.
     static void writeMarkedHeader(CTalRtpPacket& packet, unsigned int payloadType, _uint16_t sequenceNumber,
                                   _uint32_t timestamp, _uint32_t ssrc) {
+        if (__builtin_expect(payloadType > kPayloadTypeMask, 0)) {
+            packet.set_payload_type(payloadType);  // asserts the range
+        }
         unsigned char* const header = packet.m_buffer;
-        header[kFlagsOffset] = kVersion << kVersionShift;
-        header[kMarkerAndTypeOffset] = kMarkerMask;
-        packet.set_payload_type(payloadType);  // asserts the range
-        storeBig16(header + kSequenceNumberOffset, sequenceNumber);
+        const unsigned int flags = kVersion << kVersionShift;
+        const unsigned int markerAndType = kMarkerMask | payloadType;
+        storeBig32(header + kFlagsOffset, flags << 24 | markerAndType << 16 | sequenceNumber);
         storeBig32(header + kTimestampOffset, timestamp);
         storeBig32(header + kSyncSourceOffset, ssrc);
+    }
+
+    // Sets the payload size of a packet of which only the fixed header was written, zeroes everything else
+    // but the payload, and returns where that goes.
+    static unsigned char* beginPayload(CTalRtpPacket& packet, int size) {
+        packet.set_payload_size(size);
+        if (__builtin_expect(packet.m_packetSize - size == kFixedHeaderSize, 1)) {
+            finish(packet, kFixedHeaderSize + size);
+            return packet.m_buffer + kFixedHeaderSize;
+        }
+        // A host's class with a header of its own, which may read its size from the bytes just zeroed.
+        finish(packet, kFixedHeaderSize);
+        packet.set_payload_size(size);
+        return payload(packet);
     }
 
     // Does what `reset` does, but zeroes only the RTP header and `headerSize` bytes behind it. The caller

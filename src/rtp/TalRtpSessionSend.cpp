@@ -50,12 +50,12 @@ int CMMRTPSessionBase::setPacketPayload(int index, int count, int size, unsigned
 }
 
 // Makes one packet through the virtual writers or, when `own` says that they are the library's, without them.
-// A size of 0 or less, which the writers pass on as it is, takes the general way, and so does a packet class
-// of the host with a header of its own.
+// A size of 0 or less, which the writers pass on as it is, takes the general way.
 int CMMRTPSessionBase::makePacket(CMMRTPSession4SVC* own, unsigned long timestamp, int index, int count,
                                   int size, unsigned char* data, CTalRtpPacket* packet) {
-    if (own != nullptr && size > 0 && CPacketAccess::hasPlainHeader(*packet)) {
-        return own->makeOwnPacket(timestamp, index, count, size, data, packet);
+    if (own != nullptr && size > 0) {
+        own->makeOwnPacket(static_cast<_uint32_t>(timestamp), index, count, size, data, *packet);
+        return 0;
     }
     setPacketHeader(timestamp, packet);
     return setPacketPayload(index, count, size, data, packet);

@@ -69,6 +69,27 @@ unsigned char* append(unsigned char* target, const unsigned char* source, int si
     return target + size;
 }
 
+// The payload that a piece of `size` bytes makes: the first piece leaves the unit's header out.
+int fragmentPayloadSize(int index, int size) {
+    return size + kFuHeadersSize - (index == 1 ? 1 : 0);
+}
+
+// Writes piece `index`, from 1, of `count`. The unit's header is taken off the first one and kept in
+// `nalHeader` for the others.
+void writeFragment(unsigned char* payload, int index, int count, int size, const unsigned char* data,
+                   _uint8_t& nalHeader) {
+    unsigned int edges = index == count ? kFuEndMask : 0;
+    if (index == 1) {
+        edges |= kFuStartMask;
+        nalHeader = *data++;
+        --size;
+    }
+    const unsigned int indicator = (nalHeader & kForbiddenAndNriMask) + kFuAType;
+    const unsigned int header = edges | (nalHeader & kUnitTypeMask);
+    storeBig16(payload, static_cast<_uint16_t>(indicator << 8 | header));
+    append(payload + kFuHeadersSize, data, size);
+}
+
 }  // namespace
 
 CMMRTPSession4SVC::CMMRTPSession4SVC(ITalRTPSessionSink* pSink, unsigned int sourceId)
@@ -94,14 +115,19 @@ int CMMRTPSession4SVC::setPacketPayload(int index, int count, int size, unsigned
     return setFUPayload(index, count, size, data, packet);
 }
 
-// Does what the two virtual writers do, without zeroing what is about to be written.
-int CMMRTPSession4SVC::makeOwnPacket(unsigned long timestamp, int index, int count, int size,
-                                     unsigned char* data, CTalRtpPacket* packet) {
-    CPacketAccess::clear(*packet);
-    writePacketHeader(static_cast<_uint32_t>(timestamp), *packet);
-    const int result = CMMRTPSession4SVC::setPacketPayload(index, count, size, data, packet);
-    CPacketAccess::finish(*packet, packet->get_packet_size());
-    return result;
+// Does what the two virtual writers do, without zeroing what is about to be written. `size` is at least 1.
+void CMMRTPSession4SVC::makeOwnPacket(_uint32_t timestamp, int index, int count, int size,
+                                      const unsigned char* data, CTalRtpPacket& packet) {
+    CPacketAccess::clear(packet);
+    writePacketHeader(timestamp, packet);
+    if (count == 1) {
+        unsigned char* const payload = CPacketAccess::beginPayload(packet, size);
+        m_nalHeader = data[0];
+        append(payload, data, size);
+    } else {
+        unsigned char* const payload = CPacketAccess::beginPayload(packet, fragmentPayloadSize(index, size));
+        writeFragment(payload, index, count, size, data, m_nalHeader);
+    }
 }
 
 int CMMRTPSession4SVC::setSinglePayload(int size, unsigned char* data, CTalRtpPacket* packet) {
@@ -143,20 +169,8 @@ int CMMRTPSession4SVC::setFUPayload(int index, int count, int size, unsigned cha
                              << packet << ", data = " << data);
         return -1;
     }
-    const bool isFirst = index == 1;
-    if (isFirst) {
-        m_nalHeader = data[0];
-        ++data;
-        --size;
-    }
-    unsigned char fuHeader = m_nalHeader & kUnitTypeMask;
-    fuHeader = static_cast<unsigned char>(fuHeader | (isFirst ? kFuStartMask : 0));
-    fuHeader = static_cast<unsigned char>(fuHeader | (index == count ? kFuEndMask : 0));
-    packet->set_payload_size(size + kFuHeadersSize);
-    unsigned char* const payload = CPacketAccess::payload(*packet);
-    payload[0] = static_cast<unsigned char>((m_nalHeader & kForbiddenAndNriMask) + kFuAType);
-    payload[kFuHeaderOffset] = fuHeader;
-    append(payload + kFuHeadersSize, data, size);
+    packet->set_payload_size(fragmentPayloadSize(index, size));
+    writeFragment(CPacketAccess::payload(*packet), index, count, size, data, m_nalHeader);
     return 0;
 }
 
