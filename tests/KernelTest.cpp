@@ -140,9 +140,11 @@ TEST_P(KernelTest, AddProductInPlace) {
     }
 }
 
-// A product of random blocks, each behind a guard, and what it must give.
+// A product of random blocks, each behind a guard, and what it must give. The sources lie at random unless
+// their misalignment is given.
 struct RandomProduct {
-    RandomProduct(std::mt19937& random, int rows, int count, int length, const std::vector<int>& sizes)
+    RandomProduct(std::mt19937& random, int rows, int count, int length, const std::vector<int>& sizes,
+                  int misalignment = -1)
         : coefficients(static_cast<std::size_t>(rows * count)) {
         for (unsigned char& c : coefficients) {
             c = static_cast<unsigned char>(random());
@@ -150,7 +152,8 @@ struct RandomProduct {
         for (int j = 0; j < count; ++j) {
             const std::size_t size =
                 static_cast<std::size_t>(std::max(sizes[static_cast<std::size_t>(j)], 0));
-            sources.emplace_back(size, random() % kMaxMisalignment);
+            sources.emplace_back(size, misalignment < 0 ? random() % kMaxMisalignment
+                                                        : static_cast<std::size_t>(misalignment));
             sources.back().fill(random);
         }
         for (int r = 0; r < rows; ++r) {
@@ -212,6 +215,18 @@ TEST_P(KernelTest, MultiplyWithEveryNumberOfRows) {
         for (const int length : {64, 320, 500}) {
             SCOPED_TRACE(testing::Message() << rows << " rows of " << length);
             RandomProduct random(m_random, rows, 3, length, std::vector<int>(3, length));
+            multiplyBlocks(random.product, nullptr, length);
+            random.expectCorrect(length);
+            ASSERT_FALSE(HasFatalFailure());
+        }
+    }
+}
+
+TEST_P(KernelTest, MultiplyOneRowOfSourcesAtEveryCommonMisalignment) {
+    for (int misalignment = 0; misalignment < kMaxMisalignment; ++misalignment) {
+        for (const int length : {511, 512, 513, 575, 576, 1025, 1200}) {
+            SCOPED_TRACE(testing::Message() << length << " bytes at " << misalignment);
+            RandomProduct random(m_random, 1, 5, length, std::vector<int>(5, length), misalignment);
             multiplyBlocks(random.product, nullptr, length);
             random.expectCorrect(length);
             ASSERT_FALSE(HasFatalFailure());

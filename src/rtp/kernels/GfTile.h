@@ -26,6 +26,8 @@
 namespace talrtp {
 namespace {
 
+constexpr std::size_t kCacheLineBytes = 64;
+
 // A tile is the part of the result whose sums are held in registers at a time.
 struct stTileShape {
     int maxRows;
@@ -33,10 +35,11 @@ struct stTileShape {
 };
 
 // Adds the products of kStep sources to the sums of a tile. `coefficients` is the first row's for the first
-// of the sources.
+// of the sources. Inlined in any case: a call would move the sums to memory and back.
 template <class V, int kRows, int kVectors, int kStep>
-inline void addSources(typename V::Vector (&sums)[kRows][kVectors], const unsigned char* const* sources,
-                       std::size_t offset, const unsigned char* coefficients, std::size_t stride) {
+__attribute__((always_inline)) inline void addSources(typename V::Vector (&sums)[kRows][kVectors],
+                                                      const unsigned char* const* sources, std::size_t offset,
+                                                      const unsigned char* coefficients, std::size_t stride) {
     typename V::Source source[kStep][kVectors];
     TALRTP_UNROLL
     for (int s = 0; s < kStep; ++s) {
@@ -89,9 +92,10 @@ void multiplyTile(const stGfProduct& product, int firstRow, std::size_t offset) 
     }
     TALRTP_UNROLL
     for (int r = 0; r < kRows; ++r) {
+        unsigned char* const dst = product.dst[firstRow + r] + offset;
         TALRTP_UNROLL
         for (int v = 0; v < kVectors; ++v) {
-            V::store(product.dst[firstRow + r] + offset + v * V::kBytes, sums[r][v]);
+            V::store(dst + v * V::kBytes, sums[r][v]);
         }
     }
 }
@@ -129,6 +133,14 @@ inline void multiplyRest(const stGfProduct& product, std::size_t vectors, std::s
     }
 }
 
+// Returns how far the first boundary of a cache line is from the begin of the sources, or 0 when they do not
+// lie alike: buffers of one kind mostly do, so two of them stand for all.
+inline std::size_t getHead(const stGfProduct& product) {
+    const std::size_t middle = reinterpret_cast<std::size_t>(product.sources[product.count / 2]);
+    const std::size_t last = reinterpret_cast<std::size_t>(product.sources[product.count - 1]);
+    return (middle - last) % kCacheLineBytes == 0 ? (0 - last) % kCacheLineBytes : 0;
+}
+
 // Computes `size` bytes of all rows, at least one vector, in strips of kVectors vectors. What is left is a
 // narrower strip that ends with the blocks: it may compute bytes of the strip before it again, to the same
 // values.
@@ -136,6 +148,14 @@ template <class V, int kMaxRows, int kVectors>
 inline void multiplyStrips(const stGfProduct& product, std::size_t size) {
     constexpr std::size_t kStripBytes = static_cast<std::size_t>(kVectors) * V::kBytes;
     std::size_t offset = 0;
+    // A vector as long as a cache line touches two lines at each load of a misaligned source. In a single row
+    // the loads are what takes the time, so its strips begin at a boundary, behind one vector.
+    if constexpr (kMaxRows == 1 && V::kBytes == kCacheLineBytes) {
+        offset = size >= kStripBytes ? getHead(product) : 0;
+        if (offset > 0) {
+            multiplyStrip<V, kMaxRows, 1>(product, 0);
+        }
+    }
     for (; offset + kStripBytes <= size; offset += kStripBytes) {
         multiplyStrip<V, kMaxRows, kVectors>(product, offset);
     }
