@@ -398,14 +398,64 @@ int bld_dec_mat(rs_param_* model, unsigned char* matrix, int* index) {
 
 namespace {
 
+// Clears a flag for each of k positions, and maybe more: a small constant size is cleared in a few stores.
+void clearFlags(bool (&flags)[kFieldSize], int k) {
+    constexpr int kSmallGroup = 32;
+    std::memset(flags, 0, k <= kSmallGroup ? kSmallGroup : kFieldSize);
+}
+
+// One lost block leaves one equation in one unknown. Over the coefficient of that block it gives the block as
+// a sum of the received ones, which may be added in the order in which they came.
+class CSingleErasure {
+public:
+    CSingleErasure(const rs_param_& model, int lost) : m_model(model), m_lost(lost) {}
+
+    // Computes the coefficients of the blocks at the positions `index`. False unless these are all source
+    // positions but the lost one, and a parity block that says something about it.
+    bool solve(const int* index);
+    void rebuild(unsigned char** out, unsigned char** blocks, const int* sizes, int length) const {
+        multiplyBlocks({out, 1, m_row, m_model.k, blocks, m_model.k}, sizes, length);
+    }
+
+private:
+    const rs_param_& m_model;
+    int m_lost;
+    unsigned char m_row[kFieldSize];
+};
+
+bool CSingleErasure::solve(const int* index) {
+    const int k = m_model.k;
+    const int* const parity = std::find_if(index, index + k, [k](int position) { return position >= k; });
+    if (parity == index + k || *parity >= m_model.n || m_lost < 0 || m_lost >= k) {
+        return false;
+    }
+    const unsigned char* const coefficients = m_model.enc_matrix + *parity * k;
+    const unsigned char inverse = gf_div_table[1][coefficients[m_lost]];
+    bool isTaken[kFieldSize];
+    clearFlags(isTaken, k);
+    isTaken[m_lost] = true;
+    for (int j = 0; j < k; ++j) {
+        if (index + j == parity) {
+            m_row[j] = inverse;
+            continue;
+        }
+        const int position = index[j];
+        if (position < 0 || position >= k || isTaken[position]) {
+            return false;
+        }
+        isTaken[position] = true;
+        m_row[j] = gf_mul_table[inverse][coefficients[position]];
+    }
+    return inverse != 0;
+}
+
 // The received blocks in source order: slot s holds source block s or, where that is missing, a parity block.
 class CErasures {
 public:
     // Borrows everything. Null sizes stand for blocks that are all alike.
     CErasures(const rs_param_& model, unsigned char** blocks, const int* sizes)
         : m_model(model), m_blocks(blocks), m_sizes(sizes), m_missingCount(0) {
-        // A small constant size is cleared in a few stores.
-        std::memset(m_isFilled, 0, model.k <= kSmallGroup ? kSmallGroup : kFieldSize);
+        clearFlags(m_isFilled, model.k);
     }
 
     // Deals the blocks to their slots. False unless all positions are valid, no source position occurs twice
@@ -421,8 +471,8 @@ public:
     }
 
 private:
-    static constexpr int kSmallGroup = 32;
     static constexpr int kRowBytes = kFieldSize;
+    static constexpr std::size_t kRowStep = 64;         // whole vectors, at every kernel level
     static constexpr int kMaxMissing = kFieldSize / 2;  // there are no more missing blocks than parity blocks
 
     unsigned char* row(int r) { return m_rows + r * kRowBytes; }
@@ -438,7 +488,6 @@ private:
     }
     bool dealParity(const int* index, const int* parityBlocks, int parityCount, const int* lost,
                     int lostCount);
-    bool solveSingle();
     void eliminate(int pivotRow, std::size_t size);
 
     const rs_param_& m_model;
@@ -450,7 +499,7 @@ private:
     bool m_isFilled[kFieldSize];
     unsigned char* m_slots[kFieldSize];
     int m_slotSizes[kFieldSize];
-    unsigned char m_rows[kMaxMissing * kRowBytes];
+    alignas(kRowStep) unsigned char m_rows[kMaxMissing * kRowBytes];
 };
 
 bool CErasures::deal(const int* index, const int* lost, int lostCount) {
@@ -495,14 +544,11 @@ bool CErasures::dealParity(const int* index, const int* parityBlocks, int parity
 }
 
 bool CErasures::solve() {
-    if (m_missingCount == 1) {
-        return solveSingle();
-    }
     const std::size_t width = static_cast<std::size_t>(m_model.k);
-    const std::size_t size = (width + kAddProductBytes - 1) / kAddProductBytes * kAddProductBytes;
+    const std::size_t size = (width + kRowStep - 1) / kRowStep * kRowStep;
     for (int r = 0; r < m_missingCount; ++r) {
+        std::memset(row(r) + size - kRowStep, 0, kRowStep);
         std::memcpy(row(r), m_model.enc_matrix + m_parityPositions[r] * m_model.k, width);
-        std::memset(row(r) + width, 0, size - width);
     }
     for (int r = 0; r < m_missingCount; ++r) {
         if (row(r)[m_missing[r]] == 0) {
@@ -513,19 +559,6 @@ bool CErasures::solve() {
     return true;
 }
 
-// One equation in one unknown: the parity block and what the present blocks added to it, over the coefficient
-// of the missing one.
-bool CErasures::solveSingle() {
-    const unsigned char* const coefficients = m_model.enc_matrix + m_parityPositions[0] * m_model.k;
-    const unsigned char inverse = gf_div_table[1][coefficients[m_missing[0]]];
-    const unsigned char* const products = gf_mul_table[inverse];
-    for (int j = 0; j < m_model.k; ++j) {
-        m_rows[j] = products[coefficients[j]];
-    }
-    m_rows[m_missing[0]] = inverse;
-    return inverse != 0;
-}
-
 // One step of Gauss-Jordan elimination in place: the column of the pivot takes the entries of the inverse,
 // and the columns of the present blocks become its product with their coefficients.
 void CErasures::eliminate(int pivotRow, std::size_t size) {
@@ -533,18 +566,36 @@ void CErasures::eliminate(int pivotRow, std::size_t size) {
     const int col = m_missing[pivotRow];
     unsigned char* const pivots = row(pivotRow);
     const unsigned char inverse = gf_div_table[1][pivots[col]];
-    pivots[col] = 1;
+    // The scaled pivot is to be 1 + inverse: with it an entry f of the column becomes f + f * (1 + inverse),
+    // which is f * inverse. Writing a zero to each entry instead would hold up the kernel, which reads the
+    // whole row right behind.
+    pivots[col] ^= 1;
     // x + (c - 1) * x = c * x
     kernel.addProduct(pivots, pivots, inverse ^ 1, size);
     for (int r = 0; r < m_missingCount; ++r) {
         const unsigned char factor = row(r)[col];
         if (r != pivotRow && factor != 0) {
-            row(r)[col] = 0;
             kernel.addProduct(row(r), pivots, factor, size);
         }
     }
+    pivots[col] ^= 1;
 }
 
+// Rebuilds the only missing block. False, with nothing written, when that is not what is asked for.
+bool rebuildSingle(const rs_param_& model, unsigned char** blocks, const int* sizes, int length,
+                   const int* index, unsigned char** out, const int* lost, int lostCount) {
+    if (lostCount != 1) {
+        return false;
+    }
+    CSingleErasure erasure(model, lost[0]);
+    if (!erasure.solve(index)) {
+        return false;
+    }
+    erasure.rebuild(out, blocks, sizes, length);
+    return true;
+}
+
+// Rebuilds missing blocks. False, with nothing written, when one of `lost` is none, or nothing determines it.
 bool rebuildMissing(const rs_param_& model, unsigned char** blocks, const int* sizes, int length,
                     const int* index, unsigned char** out, const int* lost, int lostCount) {
     CErasures erasures(model, blocks, sizes);
@@ -582,7 +633,8 @@ __attribute__((noinline)) int rebuildAny(rs_param_& model, unsigned char** block
 
 int decodeBlocks(rs_param_& model, unsigned char** blocks, const int* sizes, int length, int* index,
                  unsigned char** out, const int* lost, int lostCount) {
-    if (rebuildMissing(model, blocks, sizes, length, index, out, lost, lostCount)) {
+    if (rebuildSingle(model, blocks, sizes, length, index, out, lost, lostCount) ||
+        rebuildMissing(model, blocks, sizes, length, index, out, lost, lostCount)) {
         return 0;
     }
     return rebuildAny(model, blocks, sizes, length, index, out, lost, lostCount);
