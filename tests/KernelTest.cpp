@@ -210,6 +210,16 @@ TEST_P(KernelTest, MultiplyAtEveryLength) {
     }
 }
 
+TEST_P(KernelTest, MultiplyMoreRowsThanFitIntoRegistersAtEveryLength) {
+    for (int length = 0; length <= 2 * kMaxLength; ++length) {
+        SCOPED_TRACE(testing::Message() << length << " bytes");
+        RandomProduct random(m_random, 23, 3, length, std::vector<int>(3, length));
+        multiplyBlocks(random.product, nullptr, length);
+        random.expectCorrect(length);
+        ASSERT_FALSE(HasFatalFailure());
+    }
+}
+
 TEST_P(KernelTest, MultiplyWithEveryNumberOfRows) {
     for (int rows = 0; rows <= 25; ++rows) {
         for (const int length : {64, 320, 500}) {

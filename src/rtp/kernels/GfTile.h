@@ -68,7 +68,7 @@ __attribute__((always_inline)) inline void addSources(typename V::Vector (&sums)
 // Computes kRows rows of the result over kVectors vectors. The sums stay in registers while all sources pass
 // by, so that each byte of the result is written once.
 template <class V, int kRows, int kVectors>
-void multiplyTile(const stGfProduct& product, int firstRow, std::size_t offset) {
+inline void multiplyTile(const stGfProduct& product, int firstRow, std::size_t offset) {
     const std::size_t stride = static_cast<std::size_t>(product.stride);
     const unsigned char* const coefficients =
         product.coefficients + static_cast<std::size_t>(firstRow) * stride;
@@ -100,36 +100,14 @@ void multiplyTile(const stGfProduct& product, int firstRow, std::size_t offset) 
     }
 }
 
-// Computes `rows` rows, 1..kRows.
+// Computes kRows rows over `vectors` vectors, 1..kVectors.
 template <class V, int kRows, int kVectors>
-inline void multiplyRows(const stGfProduct& product, int firstRow, int rows, std::size_t offset) {
-    if (rows == kRows) {
-        multiplyTile<V, kRows, kVectors>(product, firstRow, offset);
-    } else if constexpr (kRows > 1) {
-        multiplyRows<V, kRows - 1, kVectors>(product, firstRow, rows, offset);
-    }
-}
-
-// Computes all rows over kVectors vectors, in groups of nearly equal size. The bytes of the sources that one
-// group reads are in the first-level cache for the next.
-template <class V, int kMaxRows, int kVectors>
-inline void multiplyStrip(const stGfProduct& product, std::size_t offset) {
-    int groups = (product.rows + kMaxRows - 1) / kMaxRows;
-    for (int row = 0; row < product.rows; --groups) {
-        const int left = product.rows - row;
-        const int rows = groups == 1 ? left : (left + groups - 1) / groups;
-        multiplyRows<V, kMaxRows, kVectors>(product, row, rows, offset);
-        row += rows;
-    }
-}
-
-// Computes all rows over `vectors` vectors, kVectors..kMaxVectors.
-template <class V, int kMaxRows, int kMaxVectors, int kVectors = 1>
-inline void multiplyRest(const stGfProduct& product, std::size_t vectors, std::size_t offset) {
+inline void multiplyVectors(const stGfProduct& product, int firstRow, std::size_t vectors,
+                            std::size_t offset) {
     if (vectors == kVectors) {
-        multiplyStrip<V, kMaxRows, kVectors>(product, offset);
-    } else if constexpr (kVectors < kMaxVectors) {
-        multiplyRest<V, kMaxRows, kMaxVectors, kVectors + 1>(product, vectors, offset);
+        multiplyTile<V, kRows, kVectors>(product, firstRow, offset);
+    } else if constexpr (kVectors > 1) {
+        multiplyVectors<V, kRows, kVectors - 1>(product, firstRow, vectors, offset);
     }
 }
 
@@ -141,48 +119,79 @@ inline std::size_t getHead(const stGfProduct& product) {
     return (middle - last) % kCacheLineBytes == 0 ? (0 - last) % kCacheLineBytes : 0;
 }
 
-// Computes `size` bytes of all rows, at least one vector, in strips of kVectors vectors. What is left is a
-// narrower strip that ends with the blocks: it may compute bytes of the strip before it again, to the same
-// values.
-template <class V, int kMaxRows, int kVectors>
-inline void multiplyStrips(const stGfProduct& product, std::size_t size) {
+// Computes the bytes from `offset` to `end`, at least one vector, of kRows rows in strips of kVectors
+// vectors. What is left is a narrower strip that ends there: it may compute bytes of the strip before it
+// again, to the same values.
+template <class V, int kRows, int kVectors>
+void multiplyStrips(const stGfProduct& product, int firstRow, std::size_t offset, std::size_t end) {
     constexpr std::size_t kStripBytes = static_cast<std::size_t>(kVectors) * V::kBytes;
-    std::size_t offset = 0;
     // A vector as long as a cache line touches two lines at each load of a misaligned source. In a single row
     // the loads are what takes the time, so its strips begin at a boundary, behind one vector.
-    if constexpr (kMaxRows == 1 && V::kBytes == kCacheLineBytes) {
-        offset = size >= kStripBytes ? getHead(product) : 0;
-        if (offset > 0) {
-            multiplyStrip<V, kMaxRows, 1>(product, 0);
+    if constexpr (kRows == 1 && V::kBytes == kCacheLineBytes) {
+        const std::size_t head = end - offset >= kStripBytes ? getHead(product) : 0;
+        if (head > 0) {
+            multiplyTile<V, 1, 1>(product, firstRow, offset);
+            offset += head;
         }
     }
-    for (; offset + kStripBytes <= size; offset += kStripBytes) {
-        multiplyStrip<V, kMaxRows, kVectors>(product, offset);
+    for (; offset + kStripBytes <= end; offset += kStripBytes) {
+        multiplyTile<V, kRows, kVectors>(product, firstRow, offset);
     }
-    while (offset < size) {
-        std::size_t vectors = (size - offset + V::kBytes - 1) / V::kBytes;
-        if (vectors * V::kBytes <= size) {
-            offset = size - vectors * V::kBytes;
+    while (offset < end) {
+        std::size_t vectors = (end - offset + V::kBytes - 1) / V::kBytes;
+        if (vectors * V::kBytes <= end) {
+            offset = end - vectors * V::kBytes;
         } else {
             --vectors;
         }
-        multiplyRest<V, kMaxRows, kVectors>(product, vectors, offset);
+        multiplyVectors<V, kRows, kVectors>(product, firstRow, vectors, offset);
         offset += vectors * V::kBytes;
     }
 }
 
+// Computes the bytes from `offset` to `end` of `rows` rows, kMinRows..kRows.
+template <class V, int kMinRows, int kRows, int kVectors>
+inline void multiplyRows(const stGfProduct& product, int firstRow, int rows, std::size_t offset,
+                         std::size_t end) {
+    if (rows == kRows) {
+        multiplyStrips<V, kRows, kVectors>(product, firstRow, offset, end);
+    } else if constexpr (kRows > kMinRows) {
+        multiplyRows<V, kMinRows, kRows - 1, kVectors>(product, firstRow, rows, offset, end);
+    }
+}
+
+// Computes more rows than a tile holds, in groups of nearly equal size, panel by panel: the bytes of the
+// sources that one group reads are in the first-level cache for the next.
+template <class V, int kMaxRows, int kVectors>
+void multiplyPanels(const stGfProduct& product, std::size_t size) {
+    constexpr std::size_t kPanelBytes = 2 * kCacheLineBytes;
+    constexpr int kMinRows = (kMaxRows + 1) / 2;  // the least that two groups or more get
+    const int groups = (product.rows + kMaxRows - 1) / kMaxRows;
+    const int rows = product.rows / groups;
+    const int largerGroups = product.rows % groups;
+    for (std::size_t offset = 0; offset < size; offset += kPanelBytes) {
+        const std::size_t end = offset + kPanelBytes < size ? offset + kPanelBytes : size;
+        int row = 0;
+        for (int group = 0; group < groups; ++group) {
+            const int count = rows + (group < largerGroups ? 1 : 0);
+            multiplyRows<V, kMinRows, kMaxRows, kVectors>(product, row, count, offset, end);
+            row += count;
+        }
+    }
+}
+
 // Computes everything with the first shape of tile that holds all rows at once, or else the last one.
-template <class V, int kShape = 0>
+template <class V, int kShape = 0, int kMinRows = 1>
 void multiplyWithTiles(const stGfProduct& product, std::size_t size) {
     constexpr stTileShape shape = V::kShapes[kShape];
     constexpr int kLastShape = static_cast<int>(sizeof V::kShapes / sizeof shape) - 1;
-    if constexpr (kShape < kLastShape) {
-        if (product.rows > shape.maxRows) {
-            multiplyWithTiles<V, kShape + 1>(product, size);
-            return;
-        }
+    if (product.rows <= shape.maxRows) {
+        multiplyRows<V, kMinRows, shape.maxRows, shape.maxVectors>(product, 0, product.rows, 0, size);
+    } else if constexpr (kShape < kLastShape) {
+        multiplyWithTiles<V, kShape + 1, shape.maxRows + 1>(product, size);
+    } else {
+        multiplyPanels<V, shape.maxRows, shape.maxVectors>(product, size);
     }
-    multiplyStrips<V, shape.maxRows, shape.maxVectors>(product, size);
 }
 
 // Adds c times `src` to `dst` over whole vectors; returns the bytes done.
