@@ -15,7 +15,7 @@ struct stAvx512Gfni {
     using Factor = __m512i;
     static constexpr int kBytes = 64;
     static constexpr int kStep = 2;
-    static constexpr stTileShape kShapes[] = {{1, 8}, {4, 5}, {6, 4}, {10, 2}};
+    static constexpr stTileShape kShapes[] = {{1, 8}, {5, 4}};
     static constexpr int kExclusiveOrOfThree = 0x96;
 
     static Vector zero() { return _mm512_setzero_si512(); }

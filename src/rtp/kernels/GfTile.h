@@ -23,6 +23,8 @@
 #define TALRTP_UNROLL _Pragma("GCC unroll 16")
 #endif
 
+#define TALRTP_INLINED __attribute__((always_inline)) inline
+
 namespace talrtp {
 namespace {
 
@@ -37,9 +39,9 @@ struct stTileShape {
 // Adds the products of kStep sources to the sums of a tile. `coefficients` is the first row's for the first
 // of the sources. Inlined in any case: a call would move the sums to memory and back.
 template <class V, int kRows, int kVectors, int kStep>
-__attribute__((always_inline)) inline void addSources(typename V::Vector (&sums)[kRows][kVectors],
-                                                      const unsigned char* const* sources, std::size_t offset,
-                                                      const unsigned char* coefficients, std::size_t stride) {
+TALRTP_INLINED void addSources(typename V::Vector (&sums)[kRows][kVectors],
+                               const unsigned char* const* sources, std::size_t offset,
+                               const unsigned char* coefficients, std::size_t stride) {
     typename V::Source source[kStep][kVectors];
     TALRTP_UNROLL
     for (int s = 0; s < kStep; ++s) {
@@ -66,9 +68,10 @@ __attribute__((always_inline)) inline void addSources(typename V::Vector (&sums)
 }
 
 // Computes kRows rows of the result over kVectors vectors. The sums stay in registers while all sources pass
-// by, so that each byte of the result is written once.
+// by, so that each byte of the result is written once. Inlined into the loop over the strips, where a call
+// counts in a tile of few sources.
 template <class V, int kRows, int kVectors>
-inline void multiplyTile(const stGfProduct& product, int firstRow, std::size_t offset) {
+TALRTP_INLINED void multiplyTile(const stGfProduct& product, int firstRow, std::size_t offset) {
     const std::size_t stride = static_cast<std::size_t>(product.stride);
     const unsigned char* const coefficients =
         product.coefficients + static_cast<std::size_t>(firstRow) * stride;
@@ -119,7 +122,7 @@ inline std::size_t getHead(const stGfProduct& product) {
     return (middle - last) % kCacheLineBytes == 0 ? (0 - last) % kCacheLineBytes : 0;
 }
 
-// Computes the bytes from `offset` to `end`, at least one vector, of kRows rows in strips of kVectors
+// Computes the bytes from `offset` to `end`, which is a vector or more, of kRows rows in strips of kVectors
 // vectors. What is left is a narrower strip that ends there: it may compute bytes of the strip before it
 // again, to the same values.
 template <class V, int kRows, int kVectors>
@@ -161,10 +164,11 @@ inline void multiplyRows(const stGfProduct& product, int firstRow, int rows, std
 }
 
 // Computes more rows than a tile holds, in groups of nearly equal size, panel by panel: the bytes of the
-// sources that one group reads are in the first-level cache for the next.
+// sources that one group reads are in the first-level cache for the next, or most of them: those of 200
+// sources are a little more than there is room for, and still cheaper than narrower tiles.
 template <class V, int kMaxRows, int kVectors>
 void multiplyPanels(const stGfProduct& product, std::size_t size) {
-    constexpr std::size_t kPanelBytes = 2 * kCacheLineBytes;
+    constexpr std::size_t kPanelBytes = 4 * kCacheLineBytes;
     constexpr int kMinRows = (kMaxRows + 1) / 2;  // the least that two groups or more get
     const int groups = (product.rows + kMaxRows - 1) / kMaxRows;
     const int rows = product.rows / groups;
