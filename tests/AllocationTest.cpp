@@ -85,17 +85,19 @@ public:
 };
 
 // Pictures of ten packets, one every 10 ms: two single NAL units, an aggregation packet, a run of six
-// fragments and a last single NAL unit. 500 pictures are held at a time.
+// fragments and a last single NAL unit. kHeldPictures are held at a time.
 class AllocationTest : public ::testing::Test {
 protected:
     static constexpr int kPictureSize = 10;
+    static constexpr int kHeldPictures = 500;
 
     void SetUp() override {
         if (!TALRTP_COUNTS_ALLOCATIONS) {
             GTEST_SKIP() << "a sanitizer stands in front of the allocator";
         }
-        // Every sequence number comes once, in either order of arrival.
-        for (int i = 0; i < 70000 / kPictureSize; ++i) {
+        // Until as many pictures are held as ever will be, in either order of arrival. The numbers that come
+        // then are all new.
+        for (int i = 0; i < 2 * kHeldPictures; ++i) {
             receivePicture(i % 2 == 0);
         }
         m_isMeasuring = true;

@@ -59,7 +59,7 @@ void CFecWaiting::addRs(_uint16_t fecSeq, _uint16_t base, unsigned int mediaCoun
 }
 
 void CFecWaiting::remove(_uint16_t fecSeq) {
-    Member& member = m_members[fecSeq];
+    const Member& member = m_members.peek(fecSeq);
     Group* const group = member.group;
     if (group == nullptr) {
         return;
@@ -72,7 +72,7 @@ void CFecWaiting::remove(_uint16_t fecSeq) {
     if (member.next != kNone) {
         m_members[static_cast<unsigned int>(member.next)].previous = member.previous;
     }
-    member = Member();
+    m_members.release(fecSeq);
     m_ready.erase(fecSeq);
     if (group->firstMember == kNone) {
         freeGroup(group);
@@ -94,7 +94,7 @@ _uint64_t CFecWaiting::keyOf(const Group& group) {
 
 void CFecWaiting::join(Group* group, _uint16_t fecSeq) {
     const int first = group->firstMember;
-    m_members[fecSeq] = Member{group, first, kNone};
+    m_members.claim(fecSeq) = Member{group, first, kNone};
     if (first != kNone) {
         m_members[static_cast<unsigned int>(first)].previous = fecSeq;
     }
@@ -207,24 +207,28 @@ CFecWaiting::Number CFecWaiting::numberAt(const Group& group, unsigned int posit
 }
 
 void CFecWaiting::linkToNumber(Watch* watch, Number number) {
-    Watch*& first = m_watchesOf[number];
+    Watch* const first = m_watchesOf.peek(number);
     watch->number = number;
     watch->previousOfNumber = nullptr;
     watch->nextOfNumber = first;
     if (first != nullptr) {
         first->previousOfNumber = watch;
+        m_watchesOf[number] = watch;
+    } else {
+        m_watchesOf.claim(number) = watch;
     }
-    first = watch;
 }
 
 void CFecWaiting::unlinkFromNumber(Watch* watch) {
-    if (watch->previousOfNumber != nullptr) {
-        watch->previousOfNumber->nextOfNumber = watch->nextOfNumber;
-    } else {
-        m_watchesOf[watch->number] = watch->nextOfNumber;
-    }
     if (watch->nextOfNumber != nullptr) {
         watch->nextOfNumber->previousOfNumber = watch->previousOfNumber;
+    }
+    if (watch->previousOfNumber != nullptr) {
+        watch->previousOfNumber->nextOfNumber = watch->nextOfNumber;
+    } else if (watch->nextOfNumber != nullptr) {
+        m_watchesOf[watch->number] = watch->nextOfNumber;
+    } else {
+        m_watchesOf.release(watch->number);
     }
 }
 

@@ -47,8 +47,8 @@ public:
     void mediaArrived(_uint16_t seq) { arrived(seq); }
     void fecArrived(_uint16_t seq) { arrived(kFirstFecNumber + seq); }
 
-    // Finds the lowest FEC number, not below `from`, that is worth another try; false when there is none.
-    bool findReady(_uint16_t from, _uint16_t& fecSeq) const { return m_ready.findUpward(from, fecSeq); }
+    // The FEC numbers that are worth another try.
+    const CSequenceSet& ready() const { return m_ready; }
     // Lets a FEC packet whose try was in vain wait again.
     void waitAgain(_uint16_t fecSeq);
 

@@ -39,7 +39,7 @@ CReceiveIndex::CReceiveIndex(CNodePool* pool)
 
 void CReceiveIndex::addMedia(_uint16_t seq, CTalRtpPacket* packet,
                              CMMRTPSessionBase::PacketMap::iterator entry) {
-    media[seq] = stMediaSlot{packet, entry, nullptr, nullptr};
+    media.claim(seq) = stMediaSlot{packet, entry, nullptr, nullptr};
     mediaNumbers.insert(seq);
 }
 
@@ -49,7 +49,7 @@ void CReceiveIndex::setUnitBounds(_uint16_t seq, bool starts, bool ends) {
 }
 
 void CReceiveIndex::removeMedia(_uint16_t seq) {
-    media[seq] = stMediaSlot();
+    media.release(seq);
     mediaNumbers.erase(seq);
     knownNumbers.erase(seq);
     m_startStops.insert(seq);
@@ -102,6 +102,12 @@ bool CReceiveIndex::findEnd(_uint16_t start, _uint16_t& end) const {
     const bool isEnd = mediaNumbers.contains(stop);
     end = isEnd ? stop : static_cast<_uint16_t>(stop - 1);
     return isEnd;
+}
+
+void CReceiveIndex::removeFec(_uint16_t seq) {
+    fec.release(seq);
+    fecNumbers.erase(seq);
+    waiting.remove(seq);
 }
 
 }  // namespace talrtp

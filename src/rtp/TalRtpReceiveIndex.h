@@ -118,6 +118,8 @@ public:
 
     // --- FEC packets ---
 
+    void removeFec(_uint16_t seq);
+
     CSlotTable<stFecSlot> fec;
     CSequenceSet fecNumbers;                // stored FEC packets
     CFecWaiting waiting;                    // which of them may have something new to give

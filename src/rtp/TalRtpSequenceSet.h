@@ -34,16 +34,20 @@ public:
 
     void insert(unsigned short number) {
         const unsigned int leaf = number >> kShift;
-        m_size += contains(number) ? 0 : 1;
-        m_leaves[leaf] |= bit(number);
-        m_groups[leaf >> kShift] |= bit(leaf);
-        m_top |= 1u << (leaf >> kShift);
+        const _uint64_t before = m_leaves[leaf];
+        m_leaves[leaf] = before | bit(number);
+        m_size += (before & bit(number)) == 0;
+        if (before == 0) {
+            m_groups[leaf >> kShift] |= bit(leaf);
+            m_top |= 1u << (leaf >> kShift);
+        }
     }
 
     void erase(unsigned short number) {
         const unsigned int leaf = number >> kShift;
-        m_size -= contains(number) ? 1 : 0;
-        m_leaves[leaf] &= ~bit(number);
+        const _uint64_t before = m_leaves[leaf];
+        m_leaves[leaf] = before & ~bit(number);
+        m_size -= (before & bit(number)) != 0;
         if (m_leaves[leaf] == 0) {
             m_groups[leaf >> kShift] &= ~bit(leaf);
             if (m_groups[leaf >> kShift] == 0) {
@@ -150,40 +154,79 @@ private:
     unsigned int m_size;
 };
 
-// One slot for each number, all zero at first. Slots come in pages, which are made when a number of theirs is
-// first written to.
+// One slot for each number, `Slot()` until it is claimed. Slots come in pages; a page whose last slot is
+// released serves the next numbers, so that a window of numbers that moves on stays in the memory that it
+// began in.
 template <typename Slot, unsigned int kCount = CSequenceSet::kNumbers>
 class CSlotTable {
 public:
-    CSlotTable() : m_pages() {}
+    CSlotTable() : m_pages(), m_spare(nullptr) {}
     ~CSlotTable() {
-        for (Slot* const page : m_pages) {
-            delete[] page;
+        for (Page* const page : m_pages) {
+            delete page;
+        }
+        while (m_spare != nullptr) {
+            Page* const page = m_spare;
+            m_spare = page->next;
+            delete page;
         }
     }
     CSlotTable(const CSlotTable&) = delete;
     CSlotTable& operator=(const CSlotTable&) = delete;
 
-    // For writing.
-    Slot& operator[](unsigned int number) {
-        Slot*& page = m_pages[number / kPageSlots];
-        if (page == nullptr) {
-            page = new Slot[kPageSlots]();
-        }
-        return page[number % kPageSlots];
-    }
-    // For reading; makes no page.
+    // For reading any slot.
     const Slot& peek(unsigned int number) const {
-        static const Slot kUntouched = Slot();
-        const Slot* const page = m_pages[number / kPageSlots];
-        return page != nullptr ? page[number % kPageSlots] : kUntouched;
+        const Page* const page = m_pages[number / kPageSlots];
+        return page != nullptr ? page->slots[number % kPageSlots] : kUntouched;
+    }
+    // For changing a claimed slot.
+    Slot& operator[](unsigned int number) { return m_pages[number / kPageSlots]->slots[number % kPageSlots]; }
+    // Makes a slot one that may hold something.
+    Slot& claim(unsigned int number) {
+        Page*& page = m_pages[number / kPageSlots];
+        if (page == nullptr) {
+            page = takePage();
+        }
+        ++page->claimed;
+        return page->slots[number % kPageSlots];
+    }
+    // Empties a claimed slot.
+    void release(unsigned int number) {
+        Page*& page = m_pages[number / kPageSlots];
+        page->slots[number % kPageSlots] = Slot();
+        if (--page->claimed == 0) {
+            page->next = m_spare;
+            m_spare = page;
+            page = nullptr;
+        }
     }
 
 private:
     static constexpr unsigned int kPageSlots = 256;
 
-    Slot* m_pages[kCount / kPageSlots];
+    struct Page {
+        Slot slots[kPageSlots];
+        unsigned int claimed;
+        Page* next;
+    };
+
+    Page* takePage() {
+        if (m_spare == nullptr) {
+            return new Page();
+        }
+        Page* const page = m_spare;
+        m_spare = page->next;
+        return page;
+    }
+
+    static const Slot kUntouched;
+
+    Page* m_pages[kCount / kPageSlots];
+    Page* m_spare;
 };
+
+template <typename Slot, unsigned int kCount>
+const Slot CSlotTable<Slot, kCount>::kUntouched = Slot();
 
 }  // namespace talrtp
 

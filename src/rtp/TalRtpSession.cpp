@@ -325,9 +325,9 @@ stTalRtpDataInfo* CMMRTPSessionBase::findDataInfo(stTalRtpTSRecord* record, unsi
 
 // The same, made now if there is none; null when the map holds a null record.
 stTalRtpDataInfo* CMMRTPSessionBase::findOrMakeDataInfo(stTalRtpTSRecord* record, unsigned short startSeq) {
-    stMediaSlot& slot = m_index->media[startSeq];
-    if (slot.unitOwner == record) {
-        return slot.unit;
+    const stMediaSlot& known = m_index->media.peek(startSeq);
+    if (known.unitOwner == record) {
+        return known.unit;
     }
     auto& units = record->dataInfoMap;
     m_index->countSearch(units.size());
@@ -340,7 +340,8 @@ stTalRtpDataInfo* CMMRTPSessionBase::findOrMakeDataInfo(stTalRtpTSRecord* record
         unit = new (m_pool->take(sizeof(stTalRtpDataInfo))) stTalRtpDataInfo{startSeq, 1, false, false};
         units.emplace_hint(place, startSeq, unit);
     }
-    if (slot.packet != nullptr) {
+    if (known.packet != nullptr) {
+        stMediaSlot& slot = m_index->media[startSeq];
         slot.unit = unit;
         slot.unitOwner = record;
     }
@@ -351,8 +352,8 @@ stTalRtpDataInfo* CMMRTPSessionBase::findOrMakeDataInfo(stTalRtpTSRecord* record
 void CMMRTPSessionBase::freeTSRecord(stTalRtpTSRecord* record) {
     for (const auto& entry : record->dataInfoMap) {
         ++m_index->steps;
-        stMediaSlot& slot = m_index->media[entry.first];
-        if (slot.unitOwner == record) {
+        if (m_index->media.peek(entry.first).unitOwner == record) {
+            stMediaSlot& slot = m_index->media[entry.first];
             slot.unit = nullptr;
             slot.unitOwner = nullptr;
         }
@@ -361,9 +362,8 @@ void CMMRTPSessionBase::freeTSRecord(stTalRtpTSRecord* record) {
         }
     }
     for (const _uint16_t seq : record->fecSeqList) {
-        stFecSlot& slot = m_index->fec[seq];
-        if (slot.owner == record) {
-            slot.owner = nullptr;
+        if (m_index->fec.peek(seq).owner == record) {
+            m_index->fec[seq].owner = nullptr;
         }
     }
     m_index->ageOrder.remove(record);
@@ -464,7 +464,7 @@ void CMMRTPSessionBase::ageOut(stTalRtpTSRecord* record) {
     m_index->steps += record->mediaSeqList.size() + record->fecSeqList.size();
     for (const _uint16_t seq : record->mediaSeqList) {
         m_index->prefetchBehind(seq);
-        stMediaSlot& slot = m_index->media[seq];
+        const stMediaSlot& slot = m_index->media.peek(seq);
         if (slot.packet != nullptr) {
             delete slot.packet;
             m_mediaPacketList.extract(slot.entry);  // as erase, without the search for the next one
@@ -485,12 +485,18 @@ void CMMRTPSessionBase::clearAllList() {
     m_tsInfoList.clear();
     for (const auto& entry : m_mediaPacketList) {
         delete entry.second;
-        m_index->removeMedia(entry.first);
+        if (m_index->media.peek(entry.first).packet != nullptr) {
+            m_index->removeMedia(entry.first);
+        }
     }
     m_mediaPacketList.clear();
-    while (!m_fecPacketList.empty()) {
-        eraseFecPacket(m_fecPacketList.begin()->first);
+    for (const auto& entry : m_fecPacketList) {
+        delete entry.second;
+        if (m_index->fec.peek(entry.first).packet != nullptr) {
+            m_index->removeFec(entry.first);
+        }
     }
+    m_fecPacketList.clear();
     for (const auto& entry : m_recoverPacketList) {
         delete entry.second;
         m_index->knownNumbers.erase(entry.first);

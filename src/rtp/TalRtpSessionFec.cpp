@@ -78,7 +78,7 @@ void CMMRTPSessionBase::storeFecPacket(CTalRtpPacket* fecPacket) {
         m_index->retryEveryFec |= !m_index->fecNumbers.isEmpty();
         m_index->fecTypeAtStore = m_fecType;
     }
-    m_index->fec[seq] = stFecSlot{fecPacket, entry, nullptr, stTalRtpTSInfo::SeqList::iterator()};
+    m_index->fec.claim(seq) = stFecSlot{fecPacket, entry, nullptr, stTalRtpTSInfo::SeqList::iterator()};
     m_index->fecNumbers.insert(seq);
     if (const auto* const xorPacket = dynamic_cast<const CRTPFECPacket*>(fecPacket)) {
         m_index->waiting.addXor(seq, xorPacket->get_fec_sequence_number_base(), xorPacket->get_fec_mask());
@@ -93,15 +93,13 @@ void CMMRTPSessionBase::storeFecPacket(CTalRtpPacket* fecPacket) {
 // Destroys the FEC packet stored under `seq`, if there is one, and takes it out of the FEC list and the
 // index.
 void CMMRTPSessionBase::eraseFecPacket(unsigned short seq) {
-    stFecSlot& slot = m_index->fec[seq];
+    const stFecSlot& slot = m_index->fec.peek(seq);
     if (slot.packet == nullptr) {
         return;
     }
     delete slot.packet;
     m_fecPacketList.extract(slot.entry);
-    slot = stFecSlot();
-    m_index->fecNumbers.erase(seq);
-    m_index->waiting.remove(seq);
+    m_index->removeFec(seq);
 }
 
 CTalRtpPacket* CMMRTPSessionBase::getFECPacketBySeq(unsigned short seq) const {
@@ -115,8 +113,10 @@ void CMMRTPSessionBase::updateFECListInfo(unsigned int timestamp, unsigned short
     }
     touchTSRecord(record);
     record->fecSeqList.push_back(seq);
-    stFecSlot& slot = m_index->fec[seq];
-    if (slot.owner != record) {  // of several equal notes the slot knows the first
+    const stFecSlot& known = m_index->fec.peek(seq);
+    // Of several equal notes the slot knows the first.
+    if (known.packet != nullptr && known.owner != record) {
+        stFecSlot& slot = m_index->fec[seq];
         slot.owner = record;
         slot.note = std::prev(record->fecSeqList.end());
     }
@@ -128,10 +128,10 @@ void CMMRTPSessionBase::removeFECInfoFromList(unsigned int timestamp, unsigned s
         return;
     }
     stTalRtpTSInfo::SeqList& notes = record->fecSeqList;
-    stFecSlot& slot = m_index->fec[seq];
+    const stFecSlot& slot = m_index->fec.peek(seq);
     if (slot.owner == record) {
         notes.erase(slot.note);
-        slot.owner = nullptr;
+        m_index->fec[seq].owner = nullptr;
         return;
     }
     // Only a derived class can have noted a number that the slot does not know.
@@ -156,7 +156,8 @@ void CMMRTPSessionBase::retryFecPackets() {
     m_index->retryEveryFec = false;
     m_index->fecTypeAtStore = m_fecType;
     _uint16_t seq = 0;
-    while (isEvery ? m_index->fecNumbers.findUpward(seq, seq) : m_index->waiting.findReady(seq, seq)) {
+    const CSequenceSet& worthTrying = isEvery ? m_index->fecNumbers : m_index->waiting.ready();
+    while (worthTrying.findUpward(seq, seq)) {
         ++m_index->steps;
         retryFecPacket(seq);
         if (++seq == 0) {
