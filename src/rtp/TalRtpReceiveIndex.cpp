@@ -1,6 +1,14 @@
 #include "TalRtpReceiveIndex.h"
 
+#include "TalRtpPacketLayout.h"
+
 namespace talrtp {
+
+namespace {
+
+constexpr int kCacheLine = 64;
+
+}  // namespace
 
 void CAgeOrder::insert(stTalRtpTSRecord* record) {
     stTalRtpTSRecord* before = m_lastFiled != nullptr ? m_lastFiled : m_newest;
@@ -67,17 +75,29 @@ void CReceiveIndex::prefetchRun(_uint16_t seq) const {
 
 void CReceiveIndex::prefetchBehind(_uint16_t seq) const {
     constexpr int kFar = 8;   // its slot is at hand, as slots lie in a row
-    constexpr int kNear = 4;  // its packet object has been fetched since
+    constexpr int kNear = 4;  // what its slot points to has been fetched since
     const stMediaSlot& far = media.peek(static_cast<_uint16_t>(seq + kFar));
     if (far.packet != nullptr) {
         prefetch(far.packet);
         prefetch(&*far.entry);
+    }
+    if (far.unitOwner != nullptr) {
         prefetch(far.unit);
         prefetch(far.unitOwner);
+        prefetch(reinterpret_cast<const unsigned char*>(far.unitOwner) + kCacheLine);
+        prefetch(reinterpret_cast<const unsigned char*>(far.unitOwner) + 2 * kCacheLine);
     }
     const stMediaSlot& near = media.peek(static_cast<_uint16_t>(seq + kNear));
     if (near.packet != nullptr) {
-        prefetch(near.packet->get_buffer());
+        // What allocators keep beside the bytes.
+        const unsigned char* const bytes = near.packet->get_buffer();
+        prefetch(bytes);
+        prefetch(bytes + near.packet->get_buffer_size() + kSpareSize);
+    }
+    if (near.unitOwner != nullptr) {
+        prefetch(&*near.unitOwner->entry);
+        prefetch(&*near.unitOwner->mediaSeqList.begin());
+        prefetch(&*near.unitOwner->dataInfoMap.begin());
     }
 }
 
