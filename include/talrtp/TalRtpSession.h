@@ -293,10 +293,12 @@ private:
     TALRTP_LOCAL void writeCommonFecHeader(_uint32_t timestamp, CTalRtpPacket& packet) const;
 
     TALRTP_LOCAL CTalRtpPacket* makeReceivedPacket(unsigned char* data, int dataLen) const;
-    TALRTP_LOCAL void storeMediaPacket(CTalRtpPacket* packet);
+    TALRTP_LOCAL void takeMediaPacket(CTalRtpPacket* packet, unsigned int timestamp, unsigned short seq);
+    TALRTP_LOCAL void storeMediaPacket(CTalRtpPacket* packet, unsigned short seq);
+    TALRTP_LOCAL stTalRtpTSRecord* noteMediaPacket(unsigned int timestamp, unsigned short seq);
+    TALRTP_LOCAL static void growUnit(stTalRtpDataInfo& unit, unsigned short endSeq, bool isComplete);
     TALRTP_LOCAL stTalRtpTSRecord* findTSRecord(unsigned int timestamp) const;
     TALRTP_LOCAL stTalRtpTSRecord* findOrMakeTSRecord(unsigned int timestamp);
-    TALRTP_LOCAL void touchTSRecord(stTalRtpTSRecord* record);
     TALRTP_LOCAL stTalRtpDataInfo* findDataInfo(stTalRtpTSRecord* record, unsigned short startSeq) const;
     TALRTP_LOCAL stTalRtpDataInfo* findOrMakeDataInfo(stTalRtpTSRecord* record, unsigned short startSeq);
     TALRTP_LOCAL void ageOut(stTalRtpTSRecord* record);
@@ -370,6 +372,9 @@ private:
 
     TALRTP_LOCAL void makeOwnPacket(_uint32_t timestamp, int index, int count, int size,
                                     const unsigned char* data, CTalRtpPacket& packet);
+    TALRTP_LOCAL stTalRtpDataInfo* updateOwnDataInfo(unsigned int timestamp, unsigned short seq, bool starts,
+                                                     bool ends);
+    TALRTP_LOCAL void dealOwnPacket(CTalRtpPacket* packet, unsigned int timestamp, unsigned short seq);
     TALRTP_LOCAL _uint64_t fragmentRunSize(unsigned short start, unsigned short end) const;
 };
 

@@ -58,6 +58,7 @@ void CReceiveIndex::setUnitBounds(_uint16_t seq, bool starts, bool ends) {
 
 void CReceiveIndex::removeMedia(_uint16_t seq) {
     media.release(seq);
+    openUnit = stOpenUnit();
     mediaNumbers.erase(seq);
     knownNumbers.erase(seq);
     m_startStops.insert(seq);

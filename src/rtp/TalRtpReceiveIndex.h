@@ -49,6 +49,17 @@ public:
     // while the host's clock runs forward, and few when it stepped back.
     void insert(stTalRtpTSRecord* record);
     void remove(stTalRtpTSRecord* record);
+    // Files a record anew under `time`.
+    void touch(stTalRtpTSRecord* record, _uint64_t time) {
+        if (record == m_newest && record->updateTime <= time) {  // nearly always
+            record->updateTime = time;
+            m_lastFiled = record;
+        } else if (record->updateTime != time) {
+            remove(record);
+            record->updateTime = time;
+            insert(record);
+        }
+    }
 
 private:
     _uint64_t& m_steps;
@@ -64,6 +75,13 @@ struct stMediaSlot {
     // can have one, since a unit is found across timestamps; this is the one used last.
     stTalRtpDataInfo* unit;
     const stTalRtpTSRecord* unitOwner;
+};
+
+// The unit whose packets arrive in order now.
+struct stOpenUnit {
+    stTalRtpDataInfo* unit;
+    const stTalRtpTSRecord* owner;  // null: none
+    _uint16_t next;                 // the number behind the packets that it has, all of them stored
 };
 
 struct stFecSlot {
@@ -115,6 +133,7 @@ public:
     CSlotTable<stMediaSlot> media;
     CSequenceSet mediaNumbers;  // stored media packets
     CSequenceSet knownNumbers;  // stored media packets, and rebuilt ones that are not dealt yet
+    stOpenUnit openUnit = stOpenUnit();
 
     // --- FEC packets ---
 
@@ -125,6 +144,11 @@ public:
     CFecWaiting waiting;                    // which of them may have something new to give
     _uint32_t fecTypeAtStore = RTP_FEC_RS;  // of the FEC packet stored last
     bool retryEveryFec = false;             // FEC packets of both kinds may be stored
+
+    // Tells whether FEC packets are worth a try, now that the session's FEC type is `fecType`.
+    bool hasFecWork(_uint32_t fecType) const {
+        return !waiting.ready().isEmpty() || retryEveryFec || fecTypeAtStore != fecType;
+    }
 
     // --- Timestamps ---
 

@@ -211,23 +211,31 @@ int CMMRTPSessionBase::inputReceivedMediaPacket(CTalRtpPacket* packet) {
     }
     ++m_receivedValidMediaPacketNumber;
     m_receivedValidMediaPacketBytes += static_cast<_uint64_t>(packet->get_buffer_size());
-    storeMediaPacket(packet);
-    updateMediaDataInfo(packet->get_timestamp(), seq);
-    dealPacket(packet);
+    takeMediaPacket(packet, packet->get_timestamp(), seq);
     recoverPacketWithFEC();
     checkAllLists();
     return 0;
 }
 
-// **Takes** `packet` into the media list and the index.
-void CMMRTPSessionBase::storeMediaPacket(CTalRtpPacket* packet) {
-    const _uint16_t seq = packet->get_sequence_number();
+// **Takes** a packet that is new: stores it, records it, deals it.
+void CMMRTPSessionBase::takeMediaPacket(CTalRtpPacket* packet, unsigned int timestamp, unsigned short seq) {
+    storeMediaPacket(packet, seq);
+    if (CMMRTPSession4SVC* const own = ownClass()) {
+        own->dealOwnPacket(packet, timestamp, seq);
+        return;
+    }
+    m_index->setUnitBounds(seq, isStartSeq(seq), isEndSeq(seq));
+    updateMediaDataInfo(timestamp, seq);
+    dealPacket(packet);
+}
+
+// **Takes** `packet` into the media list and the index, which is told its place in a unit afterwards.
+void CMMRTPSessionBase::storeMediaPacket(CTalRtpPacket* packet, unsigned short seq) {
     ++m_index->steps;
     const auto place = CReceiveIndex::placeFor(seq, m_mediaPacketList, m_index->mediaNumbers, m_index->media);
     const auto entry = m_mediaPacketList.emplace_hint(place, seq, packet);
     entry->second = packet;  // an entry that held null is filled
     m_index->addMedia(seq, packet, entry);
-    m_index->setUnitBounds(seq, isStartSeq(seq), isEndSeq(seq));
     m_index->knownNumbers.insert(seq);
     m_index->waiting.mediaArrived(seq);
 }
@@ -237,15 +245,9 @@ CTalRtpPacket* CMMRTPSessionBase::getMediaPacketBySeq(unsigned short seq) const 
 }
 
 void CMMRTPSessionBase::updateMediaDataInfo(unsigned int timestamp, unsigned short seq) {
-    stTalRtpTSRecord* const record = findOrMakeTSRecord(timestamp);
-    if (record == nullptr) {
-        return;
-    }
-    touchTSRecord(record);
-    record->mediaSeqList.push_back(seq);
-
+    stTalRtpTSRecord* const record = noteMediaPacket(timestamp, seq);
     unsigned short startSeq = 0;
-    if (!findStartSeq(seq, startSeq)) {
+    if (record == nullptr || !findStartSeq(seq, startSeq)) {
         return;
     }
     stTalRtpDataInfo* const unit = findOrMakeDataInfo(record, startSeq);
@@ -254,12 +256,26 @@ void CMMRTPSessionBase::updateMediaDataInfo(unsigned int timestamp, unsigned sho
     }
     unsigned short endSeq = 0;
     const bool isComplete = findEndSeq(startSeq, endSeq);
-    const int span = static_cast<unsigned short>(endSeq - startSeq) + 1;
-    if (span < unit->packetCount) {
-        return;
+    growUnit(*unit, endSeq, isComplete);
+}
+
+// Records a packet under its timestamp. **Lends** the record; null when the list holds a null record.
+stTalRtpTSRecord* CMMRTPSessionBase::noteMediaPacket(unsigned int timestamp, unsigned short seq) {
+    stTalRtpTSRecord* const record = findOrMakeTSRecord(timestamp);
+    if (record != nullptr) {
+        m_index->ageOrder.touch(record, m_lastReceivedTime);
+        record->mediaSeqList.push_back(seq);
     }
-    unit->packetCount = span;
-    unit->complete = isComplete;
+    return record;
+}
+
+// Lets a unit span up to `endSeq`, unless it spans more.
+void CMMRTPSessionBase::growUnit(stTalRtpDataInfo& unit, unsigned short endSeq, bool isComplete) {
+    const int span = static_cast<unsigned short>(endSeq - unit.startSeq) + 1;
+    if (span >= unit.packetCount) {
+        unit.packetCount = span;
+        unit.complete = isComplete;
+    }
 }
 
 stTalRtpDataInfo* CMMRTPSessionBase::getMediaDataInfo(unsigned int timestamp, unsigned short seq) {
@@ -301,15 +317,6 @@ stTalRtpTSRecord* CMMRTPSessionBase::findOrMakeTSRecord(unsigned int timestamp) 
     m_index->ageOrder.insert(record);
     m_index->lastRecord = record;
     return record;
-}
-
-// Notes that a packet of this timestamp came now.
-void CMMRTPSessionBase::touchTSRecord(stTalRtpTSRecord* record) {
-    if (record->updateTime != m_lastReceivedTime) {
-        m_index->ageOrder.remove(record);
-        record->updateTime = m_lastReceivedTime;
-        m_index->ageOrder.insert(record);
-    }
 }
 
 // **Lends** the record of the unit that starts at `startSeq`, or null.
@@ -367,6 +374,7 @@ void CMMRTPSessionBase::freeTSRecord(stTalRtpTSRecord* record) {
         }
     }
     m_index->ageOrder.remove(record);
+    m_index->openUnit = stOpenUnit();
     if (m_index->lastRecord == record) {
         m_index->lastRecord = nullptr;
     }

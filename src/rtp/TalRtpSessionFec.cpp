@@ -111,7 +111,7 @@ void CMMRTPSessionBase::updateFECListInfo(unsigned int timestamp, unsigned short
     if (record == nullptr) {
         return;
     }
-    touchTSRecord(record);
+    m_index->ageOrder.touch(record, m_lastReceivedTime);
     record->fecSeqList.push_back(seq);
     const stFecSlot& known = m_index->fec.peek(seq);
     // Of several equal notes the slot knows the first.
@@ -144,8 +144,12 @@ void CMMRTPSessionBase::removeFECInfoFromList(unsigned int timestamp, unsigned s
 // --- The cycle ---
 
 void CMMRTPSessionBase::recoverPacketWithFEC() {
-    retryFecPackets();
-    dealRecoverPacketList();
+    if (m_index->hasFecWork(m_fecType)) {
+        retryFecPackets();
+    }
+    if (!m_recoverPacketList.empty()) {
+        dealRecoverPacketList();
+    }
 }
 
 // Tries the stored FEC packets in ascending order. Those that wait for more than has come would change
@@ -226,9 +230,7 @@ bool CMMRTPSessionBase::dealRecoveredPackets() {
         }
         ++m_recoveredMediaPacketNumber;
         m_recoveredMediaPacketBytes += static_cast<_uint64_t>(packet->get_buffer_size());
-        storeMediaPacket(packet);
-        updateMediaDataInfo(timestamp, seq);
-        dealPacket(packet);
+        takeMediaPacket(packet, timestamp, seq);
         isAnyDealt = true;
     }
     m_recoverPacketList.clear();

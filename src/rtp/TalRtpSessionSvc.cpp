@@ -55,6 +55,23 @@ unsigned int unitType(const CTalRtpPacket& packet) {
     return payloadByte(packet, 0) & kUnitTypeMask;
 }
 
+// What the first bytes of a payload say.
+struct stPayloadHead {
+    stPayloadHead(const unsigned char* payload, int size)
+        : type(size > 0 ? payload[0] & kUnitTypeMask : 0),
+          fuHeader(type == kFuAType && size > kFuHeaderOffset ? payload[kFuHeaderOffset] : 0) {}
+    explicit stPayloadHead(const CTalRtpPacket& packet)
+        : stPayloadHead(packet.get_payload_ptr(), packet.get_payload_size()) {}
+
+    bool isFragment() const { return type == kFuAType; }
+    bool isWhole() const { return isSingleUnit(type) || type == kStapAType; }
+    bool starts() const { return isWhole() || (fuHeader & kFuStartMask) != 0; }
+    bool ends() const { return isWhole() || (fuHeader & kFuEndMask) != 0; }
+
+    unsigned int type;       // 0 of an empty payload
+    unsigned char fuHeader;  // 0 unless it is a fragment
+};
+
 // Bytes of a fragment behind its two headers.
 int fragmentDataSize(const CTalRtpPacket& packet) {
     return std::max(packet.get_payload_size() - kFuHeadersSize, 0);
@@ -191,6 +208,54 @@ void CMMRTPSession4SVC::dealPacket(CTalRtpPacket* packet) {
     } else {
         TAL_TRACE(WARNING, "CMMRTPSession4SVC::dealPacket payload type is unknown, type = " << type);
     }
+}
+
+// Does what `isStartSeq`, `isEndSeq`, `updateMediaDataInfo` and `dealPacket` do one after another for a
+// packet just stored, where no derived class can have its own of one: what the packet says is read once, and
+// the record of its unit is looked up once.
+void CMMRTPSession4SVC::dealOwnPacket(CTalRtpPacket* packet, unsigned int timestamp, unsigned short seq) {
+    // The library made the packet, so its sizes tell where the payload is.
+    const stPayloadHead head(CPacketAccess::payload(*packet), packet->get_payload_size());
+    m_index->setUnitBounds(seq, head.starts(), head.ends());
+    const stTalRtpDataInfo* const unit = updateOwnDataInfo(timestamp, seq, head.starts(), head.ends());
+    if (!head.isFragment()) {
+        CMMRTPSession4SVC::dealPacket(packet);
+    } else if (unit != nullptr && unit->complete) {
+        deliveFUPacket(unit->startSeq, static_cast<unsigned short>(unit->startSeq + unit->packetCount - 1),
+                       true);
+    }
+}
+
+// Does what `updateMediaDataInfo` does. **Lends** the record of the packet's unit, if its start is known.
+stTalRtpDataInfo* CMMRTPSession4SVC::updateOwnDataInfo(unsigned int timestamp, unsigned short seq,
+                                                       bool starts, bool ends) {
+    stTalRtpTSRecord* const record = noteMediaPacket(timestamp, seq);
+    if (record == nullptr) {
+        return nullptr;
+    }
+    stOpenUnit& open = m_index->openUnit;
+    const unsigned short next = static_cast<unsigned short>(seq + 1);
+    if (open.owner == record && open.next == seq && !starts && !m_index->mediaNumbers.contains(next)) {
+        stTalRtpDataInfo* const unit = open.unit;
+        growUnit(*unit, seq, ends);
+        open = ends ? stOpenUnit() : stOpenUnit{unit, record, next};
+        return unit;
+    }
+    unsigned short start;
+    if (!m_index->findStart(seq, start)) {
+        return nullptr;
+    }
+    stTalRtpDataInfo* const unit = findOrMakeDataInfo(record, start);
+    if (unit == nullptr || unit->complete) {
+        return unit;
+    }
+    unsigned short end;
+    const bool isComplete = m_index->findEnd(start, end);
+    growUnit(*unit, end, isComplete);
+    if (end == seq && !isComplete) {
+        open = stOpenUnit{unit, record, next};
+    }
+    return unit;
 }
 
 void CMMRTPSession4SVC::forceHandoverPacket(CTalRtpPacket* packet) {
@@ -379,22 +444,12 @@ void CMMRTPSession4SVC::splitAUPacket(CTalRtpPacket* packet) {
 
 bool CMMRTPSession4SVC::isStartSeq(unsigned short seq) {
     const CTalRtpPacket* const packet = getMediaPacketBySeq(seq);
-    if (packet == nullptr) {
-        return false;
-    }
-    const unsigned int type = unitType(*packet);
-    return isSingleUnit(type) || type == kStapAType ||
-           (type == kFuAType && (payloadByte(*packet, kFuHeaderOffset) & kFuStartMask) != 0);
+    return packet != nullptr && stPayloadHead(*packet).starts();
 }
 
 bool CMMRTPSession4SVC::isEndSeq(unsigned short seq) {
     const CTalRtpPacket* const packet = getMediaPacketBySeq(seq);
-    if (packet == nullptr) {
-        return false;
-    }
-    const unsigned int type = unitType(*packet);
-    return isSingleUnit(type) || type == kStapAType ||
-           (type == kFuAType && (payloadByte(*packet, kFuHeaderOffset) & kFuEndMask) != 0);
+    return packet != nullptr && stPayloadHead(*packet).ends();
 }
 
 bool CMMRTPSession4SVC::findStartSeq(unsigned short seq, unsigned short& startSeq) {
