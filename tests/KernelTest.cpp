@@ -286,17 +286,50 @@ TEST_P(KernelTest, XorOfTwoAtEveryLengthAndMisalignment) {
     }
 }
 
+// From the first length with a whole tile on: where the tiles begin depends on the first source, and a result
+// that is written over a source must not be read again where tiles overlap.
+TEST_P(KernelTest, XorOfTwoOverManyTiles) {
+    for (int length = kMaxLength; length < 1200; length += 7) {
+        const std::size_t size = static_cast<std::size_t>(length);
+        const std::size_t misalignment = size % kMaxMisalignment;
+        GuardedBlock dst(size, m_random() % kMaxMisalignment);
+        GuardedBlock a(size, misalignment);
+        GuardedBlock b(size, m_random() % kMaxMisalignment);
+        GuardedBlock c(size, m_random() % kMaxMisalignment);
+        a.fill(m_random);
+        b.fill(m_random);
+        const Bytes other = b.bytes();
+        Bytes expected = a.bytes();
+        std::copy(expected.begin(), expected.end(), c.data());
+        for (std::size_t i = 0; i < size; ++i) {
+            expected[i] = static_cast<unsigned char>(expected[i] ^ other[i]);
+        }
+
+        xorBlocks(dst.data(), a.data(), b.data(), size);
+        ASSERT_EQ(dst.bytes(), expected) << length << " bytes at " << misalignment;
+        xorBlocks(b.data(), a.data(), b.data(), size);
+        ASSERT_EQ(b.bytes(), expected) << "over the second, " << length << " bytes at " << misalignment;
+        std::copy(other.begin(), other.end(), b.data());
+        xorBlocks(a.data(), a.data(), b.data(), size);
+        ASSERT_EQ(a.bytes(), expected) << "over the first, " << length << " bytes at " << misalignment;
+        xorBlocks(c.data(), c.data(), c.data(), size);
+        ASSERT_EQ(c.bytes(), Bytes(size, 0)) << length << " bytes";
+        ASSERT_TRUE(dst.isGuardIntact() && a.isGuardIntact() && b.isGuardIntact() && c.isGuardIntact());
+    }
+}
+
 TEST_P(KernelTest, XorOfManyWithSizesOfTheirOwn) {
-    for (int trial = 0; trial < 600; ++trial) {
-        const int length = static_cast<int>(m_random() % 400);
+    for (int trial = 0; trial < 900; ++trial) {
+        const int length = static_cast<int>(m_random() % (trial % 2 == 0 ? 400 : 1300));
         const int count = static_cast<int>(m_random() % (trial % 20 == 0 ? 400 : 25));
-        const bool isUniform = trial % 3 == 0;
+        const int spread = trial % 3 == 0 ? 1 : trial % 3 == 1 ? 20 : length + 20;
         std::vector<int> sizes;
         std::vector<GuardedBlock> sources;
         Bytes expected(static_cast<std::size_t>(length), 0);
         for (int j = 0; j < count; ++j) {
-            const int size = static_cast<int>(m_random() % static_cast<unsigned>(length + 20)) - 1;
-            sizes.push_back(isUniform ? length : size);
+            // All of one size, or of nearly one as fragments are, or of any; some are longer or negative.
+            const int less = static_cast<int>(m_random() % static_cast<unsigned>(spread));
+            sizes.push_back(length - less + (spread > 1 ? 9 : 0));
             sources.emplace_back(static_cast<std::size_t>(std::max(sizes.back(), 0)),
                                  m_random() % kMaxMisalignment);
             sources.back().fill(m_random);
@@ -316,6 +349,32 @@ TEST_P(KernelTest, XorOfManyWithSizesOfTheirOwn) {
         ASSERT_EQ(dst.bytes(), expected) << "trial " << trial << ", " << count << " of " << length;
         ASSERT_TRUE(dst.isGuardIntact()) << "trial " << trial;
     }
+}
+
+// More than one pass takes, of which one is too short for them to go the way of sources of one size.
+TEST_P(KernelTest, XorOfHundredsOfSourcesBehindAShortOne) {
+    constexpr int kCount = 600;
+    constexpr std::size_t kSize = 700;
+    std::vector<GuardedBlock> sources;
+    std::vector<const unsigned char*> pointers;
+    std::vector<int> sizes;
+    Bytes expected(kSize, 0);
+    for (int j = 0; j < kCount; ++j) {
+        const std::size_t size = j == 7 ? 3 : kSize;
+        sources.emplace_back(size, m_random() % kMaxMisalignment);
+        sources.back().fill(m_random);
+        for (std::size_t i = 0; i < size; ++i) {
+            expected[i] = static_cast<unsigned char>(expected[i] ^ sources.back().data()[i]);
+        }
+        sizes.push_back(static_cast<int>(size));
+    }
+    for (GuardedBlock& block : sources) {
+        pointers.push_back(block.data());
+    }
+    GuardedBlock dst(kSize, 5);
+    xorMany(dst.data(), pointers.data(), sizes.data(), kCount, static_cast<int>(kSize));
+    EXPECT_EQ(dst.bytes(), expected);
+    EXPECT_TRUE(dst.isGuardIntact());
 }
 
 TEST(GfTablesTest, NibbleTablesHoldTheProducts) {

@@ -15,13 +15,7 @@
 #define TALRTP_SRC_KERNELS_GFTILE_H
 
 #include "kernels/GfKernel.h"
-
-// Unrolls the loop behind it, so that arrays of vectors stay in registers.
-#ifdef __clang__
-#define TALRTP_UNROLL _Pragma("unroll")
-#else
-#define TALRTP_UNROLL _Pragma("GCC unroll 16")
-#endif
+#include "kernels/Unroll.h"
 
 #define TALRTP_INLINED __attribute__((always_inline)) inline
 

@@ -1,5 +1,6 @@
 #include "kernels/XorKernel.h"
 
+#include "TalRtpByteOrder.h"
 #include "kernels/Kernels.h"
 
 #include <algorithm>
@@ -10,120 +11,148 @@ namespace talrtp {
 
 namespace {
 
+using Word = std::uint64_t;
+
+Word loadWord(const unsigned char* bytes) {
+    Word word;
+    std::memcpy(&word, bytes, sizeof word);
+    return word;
+}
+
 // XORs `size` bytes, fewer than kXorBytes: whole words, then single bytes.
 void xorRest(unsigned char* dst, const unsigned char* a, const unsigned char* b, std::size_t size) {
     std::size_t i = 0;
-    for (; i + sizeof(std::uint64_t) <= size; i += sizeof(std::uint64_t)) {
-        std::uint64_t wordA;
-        std::uint64_t wordB;
-        std::memcpy(&wordA, a + i, sizeof wordA);
-        std::memcpy(&wordB, b + i, sizeof wordB);
-        wordA ^= wordB;
-        std::memcpy(dst + i, &wordA, sizeof wordA);
+    for (; i + sizeof(Word) <= size; i += sizeof(Word)) {
+        const Word word = loadWord(a + i) ^ loadWord(b + i);
+        std::memcpy(dst + i, &word, sizeof word);
     }
     for (; i < size; ++i) {
         dst[i] = static_cast<unsigned char>(a[i] ^ b[i]);
     }
 }
 
-// The sources that reach beyond a position, as many as one pass takes.
-class CLongerSources {
-public:
-    // Collects those that are longer than `begin`, in their order.
-    CLongerSources(const unsigned char* const* sources, const int* sizes, int count, std::size_t begin,
-                   std::size_t length)
-        : m_next(0), m_count(0), m_end(length) {
-        for (; m_next < count && m_count < kMaxSources; ++m_next) {
-            const std::size_t size = static_cast<std::size_t>(std::max(sizes[m_next], 0));
-            if (size > begin) {
-                m_sources[m_count++] = sources[m_next];
-                m_end = std::min(m_end, size);
-            }
+std::size_t toSize(int size) {
+    return static_cast<std::size_t>(std::max(size, 0));
+}
+
+// Returns what the shortest source has of `length` bytes; 0 when that is less than a kernel takes.
+std::size_t sharedSize(const int* sizes, int count, int length) {
+    int shortest = count > 0 ? length : 0;
+    for (int j = 0; j < count && shortest >= static_cast<int>(kXorBytes); ++j) {
+        shortest = std::min(shortest, sizes[j]);
+    }
+    return shortest >= static_cast<int>(kXorBytes) ? static_cast<std::size_t>(shortest) : 0;
+}
+
+// Returns the word at `begin` of a source of `size` bytes; the bytes behind its end are zero.
+Word paddedWord(const unsigned char* source, std::size_t size, std::size_t begin) {
+    if (begin + sizeof(Word) <= size) {
+        return loadWord(source + begin);
+    }
+    if (size <= begin) {
+        return 0;
+    }
+    if (size < sizeof(Word)) {
+        Word word = 0;
+        std::memcpy(&word, source + begin, size - begin);
+        return word;
+    }
+    // The last word of the source, moved to where its bytes count.
+    const std::size_t behind = 8 * (begin + sizeof(Word) - size);
+    const Word word = loadWord(source + size - sizeof(Word));
+    return kHostIsLittleEndian ? word >> behind : word << behind;
+}
+
+// Writes the XOR of the bytes from `begin` to `end`, word by word over all sources. The last word ends at
+// `end` and so may write bytes before `begin` for the second time.
+void xorWords(unsigned char* dst, const unsigned char* const* sources, const int* sizes, int count,
+              std::size_t begin, std::size_t end) {
+    for (; begin < end; begin += sizeof(Word)) {
+        const std::size_t wordBegin = end < sizeof(Word) ? 0 : std::min(begin, end - sizeof(Word));
+        Word sum = 0;
+        for (int j = 0; j < count; ++j) {
+            sum ^= paddedWord(sources[j], toSize(sizes[j]), wordBegin);
+        }
+        const Word word = sum;  // the sum itself stays in a register
+        if (end < sizeof(Word)) {
+            std::memcpy(dst, &word, end);
+        } else {
+            std::memcpy(dst + wordBegin, &word, sizeof word);
         }
     }
+}
 
-    int next() const { return m_next; }  // the first source that was not looked at
-    bool isEmpty() const { return m_count == 0; }
-    std::size_t end() const { return m_end; }  // what all of them have, from the position on
-
-    // Writes the XOR of the bytes from `begin` to `end`. The last piece ends there and may do some bytes for
-    // the second time.
-    void combine(unsigned char* dst, std::size_t begin, std::size_t end) const {
-        const stXorKernel& kernel = *getKernels().exclusiveOr;
-        const std::size_t whole = (end - begin) / kXorBytes * kXorBytes;
-        if (whole > 0) {
-            kernel.combine(dst, m_sources, m_count, begin, whole);
-        }
-        if (whole > 0 && begin + whole < end) {
-            kernel.combine(dst, m_sources, m_count, end - kXorBytes, kXorBytes);
-        }
-        if (whole == 0) {
-            combineFew(dst, begin, end);
+// Where the first of the sources ends that are longer than `begin`; 0 when none is.
+std::size_t nextEnd(const int* sizes, int count, std::size_t begin, std::size_t length) {
+    std::size_t end = 0;
+    for (int j = 0; j < count; ++j) {
+        const std::size_t size = std::min(toSize(sizes[j]), length);
+        if (size > begin && (end == 0 || size < end)) {
+            end = size;
         }
     }
+    return end;
+}
 
-private:
-    // The same for fewer bytes than a kernel takes: some bytes one by one over all sources, more of them one
-    // source after the other.
-    void combineFew(unsigned char* dst, std::size_t begin, std::size_t end) const {
-        constexpr std::size_t kSome = 8;
-        if (end - begin > kSome) {
-            std::memcpy(dst + begin, m_sources[0] + begin, end - begin);
-            for (std::size_t j = 1; j < m_count; ++j) {
-                xorRest(dst + begin, dst + begin, m_sources[j] + begin, end - begin);
-            }
-            return;
+// Writes the XOR of the bytes from `begin` to `end`, kXorBytes or more, of the sources that are longer than
+// `begin`, at least one, each of which reaches to `end`.
+void combineLonger(unsigned char* dst, const unsigned char* const* sources, const int* sizes, int count,
+                   std::size_t begin, std::size_t end) {
+    constexpr std::size_t kMaxSources = 256;  // in one pass
+    const stXorKernel& kernel = *getKernels().exclusiveOr;
+    const unsigned char* longer[kMaxSources];
+    std::size_t longerCount = 0;
+    for (int j = 0; j < count; ++j) {
+        if (toSize(sizes[j]) <= begin) {
+            continue;
         }
-        for (std::size_t i = begin; i < end; ++i) {
-            unsigned char sum = 0;
-            for (std::size_t j = 0; j < m_count; ++j) {
-                sum = static_cast<unsigned char>(sum ^ m_sources[j][i]);
-            }
-            dst[i] = sum;
+        if (longerCount == kMaxSources) {
+            kernel.combine(dst, longer, longerCount, begin, end - begin);
+            longer[0] = dst;
+            longerCount = 1;
         }
+        longer[longerCount++] = sources[j];
     }
-
-    static constexpr std::size_t kMaxSources = 256;
-
-    int m_next;
-    std::size_t m_count;
-    std::size_t m_end;
-    const unsigned char* m_sources[kMaxSources];
-};
+    kernel.combine(dst, longer, longerCount, begin, end - begin);
+}
 
 }  // namespace
 
 void xorBlocks(unsigned char* dst, const unsigned char* a, const unsigned char* b, std::size_t size) {
-    const std::size_t whole = size / kXorBytes * kXorBytes;
-    if (whole > 0) {
+    if (size >= kXorBytes) {
         const unsigned char* const sources[] = {a, b};
-        getKernels().exclusiveOr->combine(dst, sources, 2, 0, whole);
+        getKernels().exclusiveOr->combine(dst, sources, 2, 0, size);
+    } else {
+        xorRest(dst, a, b, size);
     }
-    xorRest(dst + whole, a + whole, b + whole, size - whole);
 }
 
 void xorMany(unsigned char* dst, const unsigned char* const* sources, const int* sizes, int count,
              int length) {
-    const std::size_t size = static_cast<std::size_t>(std::max(length, 0));
-    // One pass per distinct size: over the bytes that all sources have, then over those of all but the
-    // shortest, and so on. Sources are of a few sizes, mostly of one.
+    const std::size_t size = toSize(length);
     std::size_t begin = 0;
-    while (begin < size) {
-        const CLongerSources longer(sources, sizes, count, begin, size);
-        if (longer.isEmpty()) {
+    // Fragments of one unit, which most sources are, differ by some bytes.
+    const std::size_t shared = sharedSize(sizes, count, length);
+    if (shared > 0) {
+        getKernels().exclusiveOr->combine(dst, sources, static_cast<std::size_t>(count), 0, shared);
+        begin = shared;
+    }
+    // One pass per distinct size: over the bytes that all but the shortest sources have, and so on.
+    while (begin + kXorBytes <= size) {
+        std::size_t end = nextEnd(sizes, count, begin, size);
+        if (end == 0) {
             std::memset(dst + begin, 0, size - begin);
             return;
         }
-        longer.combine(dst, begin, longer.end());
-        for (int rest = longer.next(); rest < count; ++rest) {
-            const std::size_t end =
-                std::min(static_cast<std::size_t>(std::max(sizes[rest], 0)), longer.end());
-            if (end > begin) {
-                xorBlocks(dst + begin, dst + begin, sources[rest] + begin, end - begin);
-            }
+        if (end - begin >= kXorBytes) {
+            combineLonger(dst, sources, sizes, count, begin, end);
+        } else {
+            end = begin + kXorBytes;
+            xorWords(dst, sources, sizes, count, begin, end);
         }
-        begin = longer.end();
+        begin = end;
     }
+    xorWords(dst, sources, sizes, count, begin, size);
 }
 
 }  // namespace talrtp

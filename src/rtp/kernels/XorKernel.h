@@ -18,13 +18,14 @@ void xorBlocks(unsigned char* dst, const unsigned char* a, const unsigned char* 
 void xorMany(unsigned char* dst, const unsigned char* const* sources, const int* sizes, int count,
              int length);
 
-// The sizes that the kernels take are multiples of this.
+// The smallest size that the kernels take.
 constexpr std::size_t kXorBytes = 64;
 
 // One variant of the loop; each is in a source file of its own.
 struct stXorKernel {
     // Writes the XOR of bytes offset .. offset + size - 1 of `count` sources, at least one, to the same bytes
-    // of `dst`. No alignment is needed; `dst` may equal a source, but no other overlap.
+    // of `dst`. `size` is at least kXorBytes. No alignment is needed; `dst` may equal a source, but no other
+    // overlap.
     void (*combine)(unsigned char* dst, const unsigned char* const* sources, std::size_t count,
                     std::size_t offset, std::size_t size);
 };

@@ -10,6 +10,7 @@ namespace {
 struct stAvx2Xor {
     using Vector = __m256i;
     static constexpr int kBytes = 32;
+    static constexpr int kPieces = 4;
 
     static Vector load(const unsigned char* bytes) {
         return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(bytes));

@@ -10,6 +10,7 @@ namespace {
 struct stAvx512Xor {
     using Vector = __m512i;
     static constexpr int kBytes = 64;
+    static constexpr int kPieces = 4;
 
     static Vector load(const unsigned char* bytes) { return _mm512_loadu_si512(bytes); }
     static void store(unsigned char* bytes, Vector vector) { _mm512_storeu_si512(bytes, vector); }

@@ -11,6 +11,7 @@ namespace {
 struct stWordXor {
     using Vector = std::uint64_t;
     static constexpr int kBytes = 8;
+    static constexpr int kPieces = 2;
 
     static Vector load(const unsigned char* bytes) {
         Vector word;

@@ -10,6 +10,7 @@ namespace {
 struct stSsse3Xor {
     using Vector = __m128i;
     static constexpr int kBytes = 16;
+    static constexpr int kPieces = 2;
 
     static Vector load(const unsigned char* bytes) {
         return _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes));
