@@ -278,6 +278,51 @@ TEST_F(XorGenerationTest, ShorterPacketCountsAsZeroBeyondItsEnd) {
     EXPECT_EQ(fec.get_fec_recover_length(), 48 ^ 88);
 }
 
+TEST_F(XorGenerationTest, LargeGroupHasTheParityOfAllPacketsButThoseLeftOut) {
+    Bytes parity(100, 0);
+    int length = 0;
+    std::vector<ExpectedLine> lines;
+    for (int i = 0; i < 70; ++i) {
+        const bool isFar = i == 31 || i == 32 || i == 69;
+        const unsigned short seq = static_cast<unsigned short>(isFar ? 1000 + i : 100 + i % 20);
+        const int size = 112 - i % 9;
+        set(i, seq, 1, size);
+        if (isFar) {
+            lines.push_back(
+                warning("CMMRTPSessionBase::CreateXorFecPackets sequence number slop over, "
+                        "baseSeq = 100, packetSeq = " +
+                        std::to_string(seq)));
+            continue;
+        }
+        const Bytes body = slice(bytesOf(group[i]), 12);
+        for (std::size_t at = 0; at < body.size(); ++at) {
+            parity[at] = static_cast<unsigned char>(parity[at] ^ body[at]);
+        }
+        length ^= size - 12;
+    }
+    EXPECT_EQ(create(70, 0xffffffff), 0);
+    EXPECT_EQ(slice(payloadOf(fec), 12), parity);
+    EXPECT_EQ(fec.get_fec_recover_length(), length);
+    EXPECT_EQ(fec.get_fec_mask(), 0xfffff0u);
+    expectLines(lines);
+}
+
+// The only packet that can be longer than the longest that was selected: it grows in between.
+TEST_F(XorGenerationTest, PacketThatBecomesTheFecPacketIsTooLong) {
+    PacketArray<CRTPFECPacket> packets(2, 200);
+    for (int i = 0; i < 2; ++i) {
+        packets[i].set_sequence_number(static_cast<unsigned short>(100 + i));
+        packets[i].set_payload_size(50);
+    }
+    session.m_fecSequenceNumber = 110;
+    EXPECT_EQ(session.CreateXorFecPackets(packets, 2, 0xf3, &packets[1]), 0);
+    expectLines(
+        {warning("CMMRTPSessionBase::CreateXorFecPackets packet length is bigger than fec max length"
+                 ", packet_index = 2, mask = 243")});
+    EXPECT_EQ(packets[1].get_fec_recover_length(), 50 ^ 62);
+    EXPECT_EQ(packets[1].get_fec_mask(), 0x802000u);
+}
+
 TEST_F(XorGenerationTest, SessionsTypesAndNumbersGoOnFromCallToCall) {
     set(0, 1, 1, 20);
     session.SetPayloadType(96, 97);

@@ -290,7 +290,6 @@ private:
     TALRTP_LOCAL int makePacket(CMMRTPSession4SVC* own, unsigned long timestamp, int index, int count,
                                 int size, unsigned char* data, CTalRtpPacket* packet);
     TALRTP_LOCAL void writePacketHeader(_uint32_t timestamp, CTalRtpPacket& packet);
-    TALRTP_LOCAL void writeCommonFecHeader(_uint32_t timestamp, CTalRtpPacket& packet) const;
 
     TALRTP_LOCAL CTalRtpPacket* makeReceivedPacket(unsigned char* data, int dataLen) const;
     TALRTP_LOCAL void takeMediaPacket(CTalRtpPacket* packet, unsigned int timestamp, unsigned short seq);

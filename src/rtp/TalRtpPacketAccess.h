@@ -6,8 +6,8 @@
 
 #include <talrtp/TalRtpPacket.h>
 
-#include <algorithm>
 #include <cstring>
+#include <limits>
 
 #include "TalRtpPacketLayout.h"
 
@@ -48,48 +48,43 @@ public:
         packet.m_packetType = PACKET_TYPE_PLAIN;
     }
 
-    // Writes all of the fixed header: version 2, the marker, and no padding, extension or CSRC.
-    static void writeMarkedHeader(CTalRtpPacket& packet, unsigned int payloadType, _uint16_t sequenceNumber,
-                                  _uint32_t timestamp, _uint32_t ssrc) {
+    // Writes all of the fixed header: version 2, the marker bit or none, and no padding, extension or CSRC.
+    static void writeHeader(CTalRtpPacket& packet, unsigned int markerBit, unsigned int payloadType,
+                            _uint16_t sequenceNumber, _uint32_t timestamp, _uint32_t ssrc) {
         if (__builtin_expect(payloadType > kPayloadTypeMask, 0)) {
             packet.set_payload_type(payloadType);  // asserts the range
         }
         unsigned char* const header = packet.m_buffer;
         const unsigned int flags = kVersion << kVersionShift;
-        const unsigned int markerAndType = kMarkerMask | payloadType;
-        storeBig32(header + kFlagsOffset, flags << 24 | markerAndType << 16 | sequenceNumber);
+        storeBig32(header + kFlagsOffset, flags << 24 | (markerBit | payloadType) << 16 | sequenceNumber);
         storeBig32(header + kTimestampOffset, timestamp);
         storeBig32(header + kSyncSourceOffset, ssrc);
     }
 
-    // Sets the payload size of a packet of which only the fixed header was written, zeroes everything else
-    // but the payload, and returns where that goes.
-    static unsigned char* beginPayload(CTalRtpPacket& packet, int size) {
+    // Sets the payload size of a packet of which only the fixed header was written, and returns where the
+    // payload goes. Zeroes everything else behind the fixed header, and the first `zeroed` bytes of the
+    // payload.
+    static unsigned char* beginPayload(CTalRtpPacket& packet, int size, int zeroed = 0) {
         packet.set_payload_size(size);
-        if (__builtin_expect(packet.m_packetSize - size == kFixedHeaderSize, 1)) {
-            finish(packet, kFixedHeaderSize + size);
-            return packet.m_buffer + kFixedHeaderSize;
+        const bool isPlain = packet.m_packetSize - size == kFixedHeaderSize;
+        if (__builtin_expect(isPlain && zeroed <= size, 1)) {
+            zeroFrom(packet, kFixedHeaderSize + size);
+            unsigned char* const payload = packet.m_buffer + kFixedHeaderSize;
+            std::memset(payload, 0, static_cast<std::size_t>(zeroed));
+            return payload;
         }
-        // A host's class with a header of its own, which may read its size from the bytes just zeroed.
-        finish(packet, kFixedHeaderSize);
+        // A host's class with a header of its own may read its size from the bytes that are zeroed here.
+        zeroFrom(packet, kFixedHeaderSize);
         packet.set_payload_size(size);
         return payload(packet);
     }
+    static constexpr int kWholePayload = std::numeric_limits<int>::max();  // as many zeroes as there is room
 
-    // Does what `reset` does, but zeroes only the RTP header and `headerSize` bytes behind it. The caller
-    // writes what follows and ends with `finish`.
-    static void begin(CTalRtpPacket& packet, int headerSize) {
-        clear(packet);
-        std::memset(packet.m_buffer, 0, kFixedHeaderSize);
-        packet.set_version(kVersion);
-        const int rest = packet.get_header_size() + headerSize - kFixedHeaderSize;
-        std::memset(packet.m_buffer + kFixedHeaderSize, 0, static_cast<std::size_t>(std::max(rest, 0)));
-    }
-    // Zeroes the capacity from byte `written` on.
-    static void finish(CTalRtpPacket& packet, int written) {
-        if (written < packet.m_bufferSize) {
-            std::memset(packet.m_buffer + written, 0,
-                        static_cast<std::size_t>(packet.m_bufferSize - written));
+private:
+    // Zeroes the capacity from byte `begin` on.
+    static void zeroFrom(CTalRtpPacket& packet, int begin) {
+        if (begin < packet.m_bufferSize) {
+            std::memset(packet.m_buffer + begin, 0, static_cast<std::size_t>(packet.m_bufferSize - begin));
         }
     }
 };

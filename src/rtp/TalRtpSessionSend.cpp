@@ -30,7 +30,7 @@ int CMMRTPSessionBase::setPacketHeader(unsigned long timestamp, CTalRtpPacket* p
 // Writes the header of the next media packet.
 void CMMRTPSessionBase::writePacketHeader(_uint32_t timestamp, CTalRtpPacket& packet) {
     ++m_createdMediaPacketNumber;
-    CPacketAccess::writeMarkedHeader(packet, m_payloadType, m_sequenceNumber++, timestamp, m_sourceId);
+    CPacketAccess::writeHeader(packet, kMarkerMask, m_payloadType, m_sequenceNumber++, timestamp, m_sourceId);
 }
 
 int CMMRTPSessionBase::setPacketPayload(int index, int count, int size, unsigned char* data,
@@ -131,6 +131,11 @@ constexpr unsigned int kFirstPacketMask = 0x800000;  // of the mask on the wire
 constexpr int kMaxXorDistance = 24;                  // covered by the mask on the wire
 constexpr int kXorBatch = 32;                        // packets XORed in one pass
 
+// The bytes behind the fixed header, which the parity covers.
+int bodySize(const CTalRtpPacket& packet) {
+    return CPacketAccess::packetSize(packet) - kFixedHeaderSize;
+}
+
 bool isSelected(unsigned int mask, int i) {
     return (mask >> (static_cast<unsigned int>(i) % kMaskBits) & 1) != 0;
 }
@@ -143,18 +148,23 @@ struct stXorSelection {
     int maxLen = 0;
 
     stXorSelection(const CTalRtpPacket* packets, int packetCount, unsigned int mask) {
+        stXorSelection walked;  // in registers, which the members of an object that is passed on are not
         for (int i = 0; i < packetCount; ++i) {
             if (isSelected(mask, i)) {
-                add(packets[i]);
+                walked.add(packets[i]);
             }
         }
+        *this = walked;
     }
 
 private:
+    stXorSelection() = default;
+
     void add(const CTalRtpPacket& packet) {
-        const _uint16_t seq = readSequenceNumber(CPacketAccess::buffer(packet));
-        const _uint32_t ts = readTimestamp(CPacketAccess::buffer(packet));
-        const int len = CPacketAccess::packetSize(packet) - kFixedHeaderSize;
+        const unsigned char* const bytes = CPacketAccess::buffer(packet);
+        const _uint16_t seq = readSequenceNumber(bytes);
+        const _uint32_t ts = readTimestamp(bytes);
+        const int len = bodySize(packet);
         const bool isFirst = count++ == 0;
         if (isFirst || CMMRTPSessionBase::compareSeq(seq, baseSeq) < 0) {
             baseSeq = seq;
@@ -166,70 +176,101 @@ private:
     }
 };
 
-// The recovery fields of an XOR FEC packet, each the XOR over the protected packets. The bits of the first
-// two header bytes are gathered as they lie.
-struct stXorRecoveryFields {
-    unsigned char header[kSequenceNumberOffset] = {};
-    _uint32_t timestamp = 0;
-    int length = 0;
-    unsigned int mask = 0;
-
+// The recovery fields of an XOR FEC packet, each the XOR over the protected packets. Those of the RTP header
+// are gathered as they lie in its first eight bytes; the sequence numbers among them mean nothing.
+class CXorRecoveryFields {
+public:
     void add(const CTalRtpPacket& packet, int distance) {
-        const unsigned char* const bytes = CPacketAccess::buffer(packet);
-        header[kFlagsOffset] ^= bytes[kFlagsOffset];
-        header[kMarkerAndTypeOffset] ^= bytes[kMarkerAndTypeOffset];
-        timestamp ^= readTimestamp(bytes);
-        length ^= CPacketAccess::packetSize(packet) - kFixedHeaderSize;
-        mask |= kFirstPacketMask >> distance;
+        std::uint64_t bytes;
+        std::memcpy(&bytes, CPacketAccess::buffer(packet), sizeof bytes);
+        m_header ^= bytes;
+        m_length ^= bodySize(packet);
+        m_mask |= kFirstPacketMask >> distance;
     }
 
-    // The mask comes before the payload type: writing it clears the byte that the payload type shares with
-    // the E flag.
-    void writeTo(CRTPFECPacket& fec, _uint16_t baseSeq) const {
-        fec.set_pad_flag(readPadFlag(header));
-        fec.set_extension_flag(readExtensionFlag(header));
-        fec.set_marker_flag(readMarkerFlag(header));
-        fec.set_contrib_src_count(readContribCount(header));
-        fec.set_fec_sequence_number_base(baseSeq);
-        fec.set_fec_mask(mask);
-        fec.set_fec_recover_payload_type(static_cast<unsigned char>(readPayloadType(header)));
-        fec.set_fec_recover_timestamp(timestamp);
-        fec.set_fec_recover_length(static_cast<_uint16_t>(length));
+    // Flags and CSRC count go into the RTP header, the rest behind it.
+    void writeTo(unsigned char* packet, _uint16_t baseSeq) const {
+        unsigned char header[sizeof m_header];
+        std::memcpy(header, &m_header, sizeof m_header);
+        constexpr unsigned char kFlags = kPaddingMask | kExtensionMask | kContribCountMask;
+        packet[kFlagsOffset] |= header[kFlagsOffset] & kFlags;
+        packet[kMarkerAndTypeOffset] |= header[kMarkerAndTypeOffset] & kMarkerMask;
+        unsigned char* const fecHeader = packet + kFixedHeaderSize;
+        storeBig16(fecHeader + kFecBaseOffset, baseSeq);
+        storeBig16(fecHeader + kFecLengthOffset, static_cast<_uint16_t>(m_length));
+        storeBig32(fecHeader + kFecMaskWordOffset, readPayloadType(header) << 24 | m_mask);
+        storeBig32(fecHeader + kFecTimestampOffset, readTimestamp(header));
     }
+
+private:
+    std::uint64_t m_header = 0;
+    int m_length = 0;
+    unsigned int m_mask = 0;
 };
 
-// The parity area of an XOR FEC packet. Packets are collected and XORed many at a time, so that the area is
+// What goes into an XOR FEC packet. Packets are collected and XORed many at a time, so that the parity is
 // written once for most groups.
 class CXorParity {
 public:
-    CXorParity(unsigned char* area, int size) : m_area(area), m_size(size) {}
+    CXorParity(const stXorSelection& selection, unsigned int mask)
+        : m_baseSeq(selection.baseSeq), m_maxLen(selection.maxLen), m_selectionMask(mask) {}
 
-    void add(const CTalRtpPacket& packet) {
-        if (m_count == kXorBatch) {
-            flush();
+    // Takes the selected ones of packets `i` .. `count` - 1 up to one that does not go in without further
+    // ado. Returns its place, or `count`.
+    int take(const CTalRtpPacket* packets, int i, int count) {
+        CXorRecoveryFields fields = m_fields;  // a copy stays in registers
+        int taken = m_count;
+        for (; i < count; ++i) {
+            if (!isSelected(m_selectionMask, i)) {
+                continue;
+            }
+            const CTalRtpPacket& packet = packets[i];
+            if (taken == kXorBatch || distanceOf(packet) >= kMaxXorDistance || isTooLong(packet)) {
+                break;
+            }
+            put(packet, taken++, fields);
         }
-        m_bodies[m_count] = CPacketAccess::buffer(packet) + kFixedHeaderSize;
-        m_sizes[m_count] = CPacketAccess::packetSize(packet) - kFixedHeaderSize;
-        ++m_count;
+        m_fields = fields;
+        m_count = taken;
+        return i;
     }
+    // Takes one packet that is not too far away.
+    void add(const CTalRtpPacket& packet) { put(packet, m_count++, m_fields); }
 
-    void flush() {
+    int distanceOf(const CTalRtpPacket& packet) const {
+        return static_cast<_uint16_t>(readSequenceNumber(CPacketAccess::buffer(packet)) - m_baseSeq);
+    }
+    bool isTooLong(const CTalRtpPacket& packet) const { return bodySize(packet) > m_maxLen; }
+    bool isFull() const { return m_count == kXorBatch; }
+
+    // XORs what was collected into the parity at `area`.
+    void flush(unsigned char* area) {
         if (!m_isBegun) {
-            xorMany(m_area, m_bodies, m_sizes, m_count, m_size);
+            xorMany(area, m_bodies, m_sizes, m_count, m_maxLen);
             m_isBegun = true;
         } else {
             for (int i = 0; i < m_count; ++i) {
                 if (m_sizes[i] > 0) {
-                    xorBlocks(m_area, m_area, m_bodies[i], static_cast<std::size_t>(m_sizes[i]));
+                    xorBlocks(area, area, m_bodies[i], static_cast<std::size_t>(m_sizes[i]));
                 }
             }
         }
         m_count = 0;
     }
 
+    const CXorRecoveryFields& fields() const { return m_fields; }
+
 private:
-    unsigned char* const m_area;
-    const int m_size;
+    void put(const CTalRtpPacket& packet, int place, CXorRecoveryFields& fields) {
+        fields.add(packet, distanceOf(packet));
+        m_bodies[place] = CPacketAccess::buffer(packet) + kFixedHeaderSize;
+        m_sizes[place] = bodySize(packet);
+    }
+
+    const _uint16_t m_baseSeq;
+    const int m_maxLen;
+    const unsigned int m_selectionMask;
+    CXorRecoveryFields m_fields;
     bool m_isBegun = false;
     int m_count = 0;
     const unsigned char* m_bodies[kXorBatch];
@@ -259,44 +300,37 @@ int CMMRTPSessionBase::CreateXorFecPackets(CTalRtpPacket* pPacket, int count, un
     }
 
     ++m_createdFECPacketNumber;
-    CPacketAccess::begin(*pFecPacket, kFecHeaderSize);
-    writeCommonFecHeader(selection.timestamp, *pFecPacket);
-    pFecPacket->set_sequence_number(m_fecSequenceNumber++);
-    pFecPacket->set_payload_size(selection.maxLen + kFecHeaderSize);
+    CPacketAccess::clear(*pFecPacket);
+    CPacketAccess::writeHeader(*pFecPacket, 0, m_fecPayloadType, m_fecSequenceNumber++, selection.timestamp,
+                               m_sourceId);
+    unsigned char* const payload =
+        CPacketAccess::beginPayload(*pFecPacket, selection.maxLen + kFecHeaderSize, kFecHeaderSize);
+    unsigned char* const area = payload + kFecHeaderSize;
 
-    CXorParity parity(pFecPacket->get_payload_ptr() + kFecHeaderSize, selection.maxLen);
-    stXorRecoveryFields fields;
-    for (int i = 0; i < count; ++i) {
-        if (!isSelected(mask, i)) {
-            continue;
-        }
+    CXorParity parity(selection, mask);
+    for (int i = parity.take(pPacket, 0, count); i < count; i = parity.take(pPacket, i, count)) {
         const CTalRtpPacket& packet = pPacket[i];
-        const _uint16_t seq = readSequenceNumber(CPacketAccess::buffer(packet));
-        const int distance = static_cast<_uint16_t>(seq - selection.baseSeq);
-        if (__builtin_expect(distance >= kMaxXorDistance, 0)) {
+        if (parity.distanceOf(packet) >= kMaxXorDistance) {
             TAL_TRACE(WARNING, "CMMRTPSessionBase::CreateXorFecPackets sequence number slop over"
-                                   << ", baseSeq = " << selection.baseSeq << ", packetSeq = " << seq);
+                                   << ", baseSeq = " << selection.baseSeq
+                                   << ", packetSeq = " << readSequenceNumber(CPacketAccess::buffer(packet)));
+            ++i;
             continue;
         }
-        if (__builtin_expect(CPacketAccess::packetSize(packet) - kFixedHeaderSize > selection.maxLen, 0)) {
+        if (parity.isFull()) {
+            parity.flush(area);
+        }
+        if (parity.isTooLong(packet)) {
             TAL_TRACE(WARNING,
                       "CMMRTPSessionBase::CreateXorFecPackets packet length is bigger than fec max length"
                           << ", packet_index = " << i + 1 << ", mask = " << mask);
+            parity.add(packet);
+            ++i;
         }
-        fields.add(packet, distance);
-        parity.add(packet);
     }
-    parity.flush();
-    CPacketAccess::finish(*pFecPacket, pFecPacket->get_packet_size());
-    fields.writeTo(*pFecPacket, selection.baseSeq);
+    parity.flush(area);
+    parity.fields().writeTo(pFecPacket->get_buffer(), selection.baseSeq);
     return 0;
-}
-
-// Writes what the RTP headers of all FEC packets have in common, but for the sequence number.
-void CMMRTPSessionBase::writeCommonFecHeader(_uint32_t timestamp, CTalRtpPacket& packet) const {
-    packet.set_payload_type(m_fecPayloadType);
-    packet.set_sync_source(m_sourceId);
-    packet.set_timestamp(timestamp);
 }
 
 // --- Reed-Solomon FEC ---
@@ -410,13 +444,10 @@ int CMMRTPSessionBase::CreateRsFecPackets(CTalRtpPacket* pPacket, int count, CTa
     const bool isEncoded = model != nullptr && span.maxSize <= MAX_PACKET_SIZE;
     for (int j = 0; j < fecCount; ++j) {
         CTalRtpPacket& fecPacket = pFecPacket[j];
-        if (isEncoded) {
-            CPacketAccess::begin(fecPacket, kRsHeaderSize);
-        } else {
-            fecPacket.reset();
-        }
-        writeCommonFecHeader(span.timestamp, fecPacket);
-        fecPacket.set_payload_size(span.maxSize + kRsHeaderSize);
+        CPacketAccess::clear(fecPacket);
+        CPacketAccess::writeHeader(fecPacket, 0, m_fecPayloadType, 0, span.timestamp, m_sourceId);
+        CPacketAccess::beginPayload(fecPacket, span.maxSize + kRsHeaderSize,
+                                    isEncoded ? kRsHeaderSize : CPacketAccess::kWholePayload);
     }
     if (model == nullptr) {
         TAL_TRACE(ERROR, "CMMRTPSessionBase::CreateRsFecPackets get rs model failed"
@@ -432,9 +463,6 @@ int CMMRTPSessionBase::CreateRsFecPackets(CTalRtpPacket* pPacket, int count, CTa
         fecPacket.set_sequence_number(m_fecSequenceNumber++);
         writeRsHeader(fecPacket.get_payload_ptr(), span.minSeq, count, j, fecCount,
                       encoding.recoverLength(j));
-        if (isEncoded) {
-            CPacketAccess::finish(fecPacket, fecPacket.get_packet_size());
-        }
     }
     return 0;
 }
