@@ -36,11 +36,14 @@ std::size_t allocationSize(int capacity) {
     return static_cast<std::size_t>(capacity) + kSpareSize;
 }
 
-// A buffer of `capacity` bytes, not zeroed, with zeroed spare bytes behind them.
+// A buffer for `capacity` bytes and the spare ones behind them, none of them zeroed.
 unsigned char* allocateBuffer(int capacity) {
-    unsigned char* const buffer = static_cast<unsigned char*>(std::malloc(allocationSize(capacity)));
-    std::memset(buffer + capacity, 0, kSpareSize);
-    return buffer;
+    return static_cast<unsigned char*>(std::malloc(allocationSize(capacity)));
+}
+
+// Zeroes the spare bytes behind byte `end`.
+void zeroSpare(unsigned char* buffer, int end) {
+    std::memset(buffer + end, 0, kSpareSize);
 }
 
 // Gives the buffer room for `needed` bytes; what it gains reads as zero.
@@ -121,6 +124,7 @@ CTalRtpPacket::CTalRtpPacket(unsigned char* data, int length)
       m_packetType(PACKET_TYPE_PLAIN) {
     m_buffer = allocateBuffer(m_bufferSize);
     from_buffer(data, length);
+    zeroSpare(m_buffer, m_bufferSize);  // last, in the order in which memory is fetched ahead
 }
 
 CTalRtpPacket::CTalRtpPacket(CTalRtpPacket& other)
@@ -131,6 +135,7 @@ CTalRtpPacket::CTalRtpPacket(CTalRtpPacket& other)
       m_packetType(other.m_packetType) {
     m_buffer = allocateBuffer(m_bufferSize);
     from_buffer(other.m_buffer, other.m_packetSize);
+    zeroSpare(m_buffer, m_bufferSize);
 }
 
 CTalRtpPacket::CTalRtpPacket(unsigned char* buffer, int capacity, const CPacketAccess& /*access*/)
@@ -263,7 +268,7 @@ void CTalRtpPacket::from_buffer(unsigned char* data, int len) {
         m_bufferSize = len;
     }
     std::memmove(m_buffer, data, static_cast<std::size_t>(len));
-    std::memset(m_buffer + len, 0, kSpareSize);
+    zeroSpare(m_buffer, len);
     std::free(outgrown);
     m_packetSize = len;
     m_payloadSize = len - get_header_size();
