@@ -287,8 +287,6 @@ private:
     TALRTP_LOCAL CMMRTPSessionBase(ITalRTPSessionSink* pSink, unsigned int sourceId, CNodePool* pool);
 
     TALRTP_LOCAL CMMRTPSession4SVC* ownClass();
-    TALRTP_LOCAL int makePacket(CMMRTPSession4SVC* own, unsigned long timestamp, int index, int count,
-                                int size, unsigned char* data, CTalRtpPacket* packet);
     TALRTP_LOCAL void writePacketHeader(_uint32_t timestamp, CTalRtpPacket& packet);
 
     TALRTP_LOCAL CTalRtpPacket* makeReceivedPacket(unsigned char* data, int dataLen) const;
@@ -369,8 +367,10 @@ protected:
 private:
     friend class CMMRTPSessionBase;
 
-    TALRTP_LOCAL void makeOwnPacket(_uint32_t timestamp, int index, int count, int size,
-                                    const unsigned char* data, CTalRtpPacket& packet);
+    TALRTP_LOCAL void makeOwnSinglePacket(_uint32_t timestamp, int size, const unsigned char* data,
+                                          CTalRtpPacket& packet);
+    TALRTP_LOCAL void makeOwnFuaPackets(_uint32_t timestamp, int size, const unsigned char* data,
+                                        int packetCount, CTalRtpPacket* packets);
     TALRTP_LOCAL stTalRtpDataInfo* updateOwnDataInfo(unsigned int timestamp, unsigned short seq, bool starts,
                                                      bool ends);
     TALRTP_LOCAL void dealOwnPacket(CTalRtpPacket* packet, unsigned int timestamp, unsigned short seq);

@@ -49,18 +49,6 @@ int CMMRTPSessionBase::setPacketPayload(int index, int count, int size, unsigned
     return 0;
 }
 
-// Makes one packet through the virtual writers or, when `own` says that they are the library's, without them.
-// A size of 0 or less, which the writers pass on as it is, takes the general way.
-int CMMRTPSessionBase::makePacket(CMMRTPSession4SVC* own, unsigned long timestamp, int index, int count,
-                                  int size, unsigned char* data, CTalRtpPacket* packet) {
-    if (own != nullptr && size > 0) {
-        own->makeOwnPacket(static_cast<_uint32_t>(timestamp), index, count, size, data, *packet);
-        return 0;
-    }
-    setPacketHeader(timestamp, packet);
-    return setPacketPayload(index, count, size, data, packet);
-}
-
 // This session as an object of the library's own class, none derived from it; else null.
 CMMRTPSession4SVC* CMMRTPSessionBase::ownClass() {
     return typeid(*this) == typeid(CMMRTPSession4SVC) ? static_cast<CMMRTPSession4SVC*>(this) : nullptr;
@@ -73,7 +61,13 @@ int CMMRTPSessionBase::CreateSinglePacket(unsigned long timestamp, int nalSize, 
                              << nal_buf << ", pRtpPacket = " << pRtpPacket);
         return -1;
     }
-    return makePacket(ownClass(), timestamp, 1, 1, nalSize, nal_buf, pRtpPacket);
+    CMMRTPSession4SVC* const own = ownClass();
+    if (own != nullptr && nalSize > 0) {
+        own->makeOwnSinglePacket(static_cast<_uint32_t>(timestamp), nalSize, nal_buf, *pRtpPacket);
+        return 0;
+    }
+    setPacketHeader(timestamp, pRtpPacket);
+    return setPacketPayload(1, 1, nalSize, nal_buf, pRtpPacket);
 }
 
 int CMMRTPSessionBase::CreateStapaPacket(unsigned long timestamp, int nalCount, int* nal_len,
@@ -102,15 +96,21 @@ int CMMRTPSessionBase::CreateFuaPackets(unsigned long timestamp, int nalSize, un
                              << nal_buf << ", pRtpPacket = " << pRtpPacket);
         return -1;
     }
-    CMMRTPSession4SVC* const own = ownClass();
     const int pieceSize = (nalSize + packetCount - 1) / packetCount;
+    CMMRTPSession4SVC* const own = ownClass();
+    if (own != nullptr && packetCount > 1 && nalSize > pieceSize * (packetCount - 1)) {
+        own->makeOwnFuaPackets(static_cast<_uint32_t>(timestamp), nalSize, nal_buf, packetCount, pRtpPacket);
+        return 0;
+    }
+    // A unit too short for its packets has pieces of 0 or less bytes, which the writers take as they are.
     int remaining = nalSize;
     unsigned char* piece = nal_buf;
     for (int k = 1; k <= packetCount; ++k) {
         CTalRtpPacket* const packet = pRtpPacket + (k - 1);
         const int size = std::min(remaining, pieceSize);
         remaining -= pieceSize;
-        const int ret = makePacket(own, timestamp, k, packetCount, size, piece, packet);
+        setPacketHeader(timestamp, packet);
+        const int ret = setPacketPayload(k, packetCount, size, piece, packet);
         if (ret != 0) {
             TAL_TRACE(WARNING,
                       "CMMRTPSessionBase::CreateFuaPackets ret = " << ret << ", packet_index = " << k);

@@ -132,18 +132,29 @@ int CMMRTPSession4SVC::setPacketPayload(int index, int count, int size, unsigned
     return setFUPayload(index, count, size, data, packet);
 }
 
-// Does what the two virtual writers do, without zeroing what is about to be written. `size` is at least 1.
-void CMMRTPSession4SVC::makeOwnPacket(_uint32_t timestamp, int index, int count, int size,
-                                      const unsigned char* data, CTalRtpPacket& packet) {
+// The two operations for sessions of this class itself: they do what the virtual writers do, without zeroing
+// what is about to be written. Each packet gets at least one byte.
+void CMMRTPSession4SVC::makeOwnSinglePacket(_uint32_t timestamp, int size, const unsigned char* data,
+                                            CTalRtpPacket& packet) {
     CPacketAccess::clear(packet);
     writePacketHeader(timestamp, packet);
-    if (count == 1) {
-        unsigned char* const payload = CPacketAccess::beginPayload(packet, size);
-        m_nalHeader = data[0];
-        append(payload, data, size);
-    } else {
-        unsigned char* const payload = CPacketAccess::beginPayload(packet, fragmentPayloadSize(index, size));
-        writeFragment(payload, index, count, size, data, m_nalHeader);
+    unsigned char* const payload = CPacketAccess::beginPayload(packet, size);
+    m_nalHeader = data[0];
+    append(payload, data, size);
+}
+
+void CMMRTPSession4SVC::makeOwnFuaPackets(_uint32_t timestamp, int size, const unsigned char* data,
+                                          int packetCount, CTalRtpPacket* packets) {
+    const int pieceSize = (size + packetCount - 1) / packetCount;
+    for (int k = 1; k <= packetCount; ++k, ++packets) {
+        const int piece = k == packetCount ? size : pieceSize;
+        CPacketAccess::clear(*packets);
+        writePacketHeader(timestamp, *packets);
+        unsigned char* const payload = CPacketAccess::beginPayload(*packets, fragmentPayloadSize(k, piece));
+        writeFragment(payload, k, packetCount, piece, data, m_nalHeader);
+        packets->set_marker_flag(k == packetCount);
+        data += piece;
+        size -= piece;
     }
 }
 
