@@ -114,8 +114,8 @@ void CFecWaiting::freeGroup(Group* group) {
     m_pool->give(group, sizeof(Group));
 }
 
-void CFecWaiting::arrived(Number number) {
-    Watch* watch = m_watchesOf.peek(number);
+// Moves all watches of a number, of which `watch` is the first, to others that are missing.
+void CFecWaiting::moveWatches(Watch* watch) {
     while (watch != nullptr) {
         ++m_steps;
         Watch* const following = watch->nextOfNumber;

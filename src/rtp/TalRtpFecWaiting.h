@@ -100,7 +100,12 @@ private:
     void join(Group* group, _uint16_t fecSeq);
     void freeGroup(Group* group);
 
-    void arrived(Number number);
+    void arrived(Number number) {
+        if (Watch* const watch = m_watchesOf.peek(number)) {
+            moveWatches(watch);
+        }
+    }
+    void moveWatches(Watch* watch);
     void setWatches(Group* group);
     void clearWatches(Group* group);
     void markReady(const Group* group);

@@ -22,11 +22,9 @@ public:
         std::memset(m_leaves, fill, sizeof(m_leaves));
         std::memset(m_groups, fill, sizeof(m_groups));
         m_top = full ? (1u << kGroups) - 1 : 0;
-        m_size = full ? kNumbers : 0;
     }
 
-    unsigned int size() const { return m_size; }
-    bool isEmpty() const { return m_size == 0; }
+    bool isEmpty() const { return m_top == 0; }
 
     bool contains(unsigned short number) const {
         return (m_leaves[number >> kShift] >> (number & kMask) & 1) != 0;
@@ -36,7 +34,6 @@ public:
         const unsigned int leaf = number >> kShift;
         const _uint64_t before = m_leaves[leaf];
         m_leaves[leaf] = before | bit(number);
-        m_size += (before & bit(number)) == 0;
         if (before == 0) {
             m_groups[leaf >> kShift] |= bit(leaf);
             m_top |= 1u << (leaf >> kShift);
@@ -45,9 +42,7 @@ public:
 
     void erase(unsigned short number) {
         const unsigned int leaf = number >> kShift;
-        const _uint64_t before = m_leaves[leaf];
-        m_leaves[leaf] = before & ~bit(number);
-        m_size -= (before & bit(number)) != 0;
+        m_leaves[leaf] &= ~bit(number);
         if (m_leaves[leaf] == 0) {
             m_groups[leaf >> kShift] &= ~bit(leaf);
             if (m_groups[leaf >> kShift] == 0) {
@@ -151,7 +146,6 @@ private:
     _uint64_t m_leaves[kLeaves];
     _uint64_t m_groups[kGroups];
     unsigned int m_top;
-    unsigned int m_size;
 };
 
 // One slot for each number, `Slot()` until it is claimed. Slots come in pages; a page whose last slot is

@@ -201,7 +201,7 @@ int CMMRTPSessionBase::inputReceivedMediaPacket(CTalRtpPacket* packet) {
                   "CMMRTPSessionBase::inputReceivedMediaPacket invalid parameter: packet = " << packet);
         return -1;
     }
-    if (m_index->mediaNumbers.size() == CSequenceSet::kNumbers) {
+    if (m_mediaPacketList.size() == CSequenceSet::kNumbers) {
         checkAllLists();  // every packet is a duplicate now, and nothing else would ever age out again
     }
     const _uint16_t seq = packet->get_sequence_number();
