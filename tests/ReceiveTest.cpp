@@ -359,6 +359,87 @@ TEST_F(ReceiveTest, ClearAllListEmptiesTheLists) {
     expectDelivered({1});
 }
 
+// Null entries, which only a derived class can have put into the lists.
+
+TEST_F(ReceiveTest, NullEntryOfTheMediaListIsFilled) {
+    session.m_mediaPacketList[700] = nullptr;
+    media(700);
+    media(700);
+    expectDelivered({700});
+    EXPECT_EQ(session.m_receivedValidMediaPacketNumber, 1u);
+    EXPECT_EQ(session.m_mediaPacketList[700], session.getMediaPacketBySeq(700));
+}
+
+TEST_F(ReceiveTest, NullEntryOfTheFecListIsPassedOverAndFilled) {
+    session.SetFecType(RTP_FEC_XOR);
+    session.m_fecPacketList[700] = nullptr;
+    media(1);
+    XorFec fec;
+    fec.seq = 700;
+    fec.base = 100;
+    fec.mask = 0xc00000;
+    receive(fec.bytes());
+    ASSERT_NE(session.getFECPacketBySeq(700), nullptr);
+    EXPECT_EQ(session.m_fecPacketList[700], session.getFECPacketBySeq(700));
+    EXPECT_EQ(session.m_receivedValidFECPacketNumber, 1u);
+}
+
+TEST_F(ReceiveTest, NullRecordOfATimestampStaysAndThePacketIsDealt) {
+    session.m_tsInfoList[kTimestamp] = nullptr;
+    media(1);
+    media(2);
+    expectDelivered({1, 2});
+    EXPECT_EQ(session.m_tsInfoList[kTimestamp], nullptr);
+    EXPECT_EQ(session.ForceHandover(kTimestamp), 1);
+}
+
+TEST_F(ReceiveTest, NullEntriesAreClearedWithTheOthers) {
+    session.SetFecType(RTP_FEC_XOR);
+    XorFec fec;
+    fec.base = 100;
+    fec.mask = 0xc00000;
+    media(1);
+    receive(fec.bytes());
+    for (const unsigned short seq : {2, 700}) {  // beside a packet, and far from all
+        session.m_mediaPacketList[seq] = nullptr;
+        session.m_fecPacketList[seq] = nullptr;
+        session.m_recoverPacketList[seq] = nullptr;
+        session.m_tsInfoList[seq] = nullptr;
+    }
+    session.clearAllList();
+    EXPECT_THAT(session.m_mediaPacketList, IsEmpty());
+    EXPECT_THAT(session.m_fecPacketList, IsEmpty());
+    EXPECT_THAT(session.m_recoverPacketList, IsEmpty());
+    EXPECT_THAT(session.m_tsInfoList, IsEmpty());
+    expectDelivered({1});
+    media(1);  // all are new again
+    media(2);
+    media(700);
+    expectDelivered({1, 2, 700});
+}
+
+// The packet that is being dealt goes with the others.
+TEST_F(ReceiveTest, ListsMayBeClearedWhileAPacketIsDealt) {
+    class ClearingSession : public SvcProbe {
+    public:
+        using SvcProbe::SvcProbe;
+        void dealPacket(CTalRtpPacket* packet) override {
+            SvcProbe::dealPacket(packet);
+            clearAllList();
+        }
+    };
+    ClearingSession clearing(&sink, kSourceId);
+    for (int round = 0; round < 2; ++round) {
+        for (const unsigned short seq : {1, 2, 700}) {
+            Bytes datagram = rtp(seq, kTimestamp, unitOf(seq));
+            EXPECT_EQ(clearing.InputReceivedData(datagram.data(), static_cast<int>(datagram.size()), 0), 0);
+            EXPECT_THAT(clearing.m_mediaPacketList, IsEmpty());
+            EXPECT_THAT(clearing.m_tsInfoList, IsEmpty());
+        }
+    }
+    expectDelivered({1, 2, 700, 1, 2, 700});
+}
+
 // --- Records -------------------------------------------------------------------------------------------
 
 TEST_F(ReceiveTest, FirstPacketOfATimestampMakesItsRecord) {
