@@ -586,6 +586,14 @@ public:
     int get_header_size() const override { return 12 + get_buffer()[12]; }
 };
 
+// One with four bytes of its own, unless the byte behind the fixed header says that they are left out.
+class OmittedHeaderPacket : public CTalRtpPacket {
+public:
+    using CTalRtpPacket::CTalRtpPacket;
+
+    int get_header_size() const override { return get_buffer()[12] == 0 ? 16 : 12; }
+};
+
 // The sessions that `TalCreateRTPSession` makes write packets in a way of their own, which must not show.
 // Used packets, in which no byte is 0, are filled by such a session and by a class derived from it.
 class OwnClassTest : public SendTest {
@@ -662,6 +670,8 @@ TEST_F(OwnClassTest, PacketsWithAHeaderOfTheHostsAreTheSame) {
     expectTheSameFragments<NarrowHeaderPacket>({0x65, 0x11, 0x22, 0x33}, 2);
     expectTheSameSingleUnit<CountedHeaderPacket>({0x65, 0x11, 0x22});
     expectTheSameFragments<CountedHeaderPacket>({0x65, 0x11, 0x22, 0x33}, 2);
+    expectTheSameSingleUnit<OmittedHeaderPacket>({0x65, 0x11, 0x22});
+    expectTheSameFragments<OmittedHeaderPacket>({0x65, 0x11, 0x22, 0x33}, 2);
 }
 
 TEST_F(OwnClassTest, PayloadTypeBeyondSevenBitsFailsTheSameAssertion) {

@@ -6,6 +6,7 @@
 
 #include <talrtp/TalRtpPacket.h>
 
+#include <algorithm>
 #include <cstring>
 #include <limits>
 
@@ -65,15 +66,15 @@ public:
     // payload goes. Zeroes everything else behind the fixed header, and the first `zeroed` bytes of the
     // payload.
     static unsigned char* beginPayload(CTalRtpPacket& packet, int size, int zeroed = 0) {
+        // A host's class may read the size of a header of its own from these bytes, of which the last may be
+        // spare ones. They are zero when it is asked, as in a packet that was reset.
+        std::memset(packet.m_buffer + kFixedHeaderSize, 0, kHeaderRoom);
         packet.set_payload_size(size);
         const bool isPlain = packet.m_packetSize - size == kFixedHeaderSize;
-        if (__builtin_expect(isPlain && zeroed <= size, 1)) {
+        if (__builtin_expect(isPlain && zeroed <= std::min(size, kHeaderRoom), 1)) {
             zeroFrom(packet, kFixedHeaderSize + size);
-            unsigned char* const payload = packet.m_buffer + kFixedHeaderSize;
-            std::memset(payload, 0, static_cast<std::size_t>(zeroed));
-            return payload;
+            return packet.m_buffer + kFixedHeaderSize;
         }
-        // A host's class with a header of its own may read its size from the bytes that are zeroed here.
         zeroFrom(packet, kFixedHeaderSize);
         packet.set_payload_size(size);
         return payload(packet);
@@ -81,6 +82,9 @@ public:
     static constexpr int kWholePayload = std::numeric_limits<int>::max();  // as many zeroes as there is room
 
 private:
+    static constexpr int kHeaderRoom = 64;
+    static_assert(kHeaderRoom <= kSpareSize - kFixedHeaderSize, "there in the smallest buffer");
+
     // Zeroes the capacity from byte `begin` on.
     static void zeroFrom(CTalRtpPacket& packet, int begin) {
         if (begin < packet.m_bufferSize) {
