@@ -396,6 +396,20 @@ TEST(Packet, MadeFromBytesHasRoomForAtLeast1300) {
     }
 }
 
+// A second copy gets the memory of the first one, or memory that the allocator has filled.
+TEST(Packet, SpareBytesBehindACopyAreZero) {
+    Bytes bytes(60, 0x11);
+    bytes[0] = 0x80;
+    CTalRtpPacket packet(bytes.data(), 60);
+    {
+        CTalRtpPacket used(packet);
+        std::fill_n(used.get_buffer(), 1300 + 88, static_cast<unsigned char>(0xee));
+    }
+    CTalRtpPacket copy(packet);
+    EXPECT_EQ(Bytes(copy.get_buffer() + 60, copy.get_buffer() + 148), Bytes(88, 0));
+    EXPECT_EQ(Bytes(copy.get_buffer() + 1300, copy.get_buffer() + 1388), Bytes(88, 0));
+}
+
 TEST(Packet, CopyTakesThePacketBytesAndItsType) {
     CTalRtpPacket original(5000);
     original.set_payload_size(8);
