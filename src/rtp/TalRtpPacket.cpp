@@ -1,3 +1,4 @@
+#include <talrtp/TalRtpFecPacket.h>
 #include <talrtp/TalRtpPacket.h>
 
 #include <algorithm>
@@ -9,6 +10,7 @@
 #include <vector>
 
 #include "TalRtpAssert.h"
+#include "TalRtpPacketAccess.h"
 #include "TalRtpPacketLayout.h"
 #include "TalRtpTraceLine.h"
 
@@ -106,6 +108,9 @@ bool appendElements(std::vector<unsigned char>& area, unsigned char** elements, 
 }
 
 }  // namespace
+
+const void* const CPacketAccess::s_headerSize = headerSizeFunction(CTalRtpPacket(0));
+const void* const CPacketAccess::s_fecHeaderSize = headerSizeFunction(CRTPFECPacket(0));
 
 CTalRtpPacket::CTalRtpPacket(int bufferSize)
     : m_buffer(static_cast<unsigned char*>(std::calloc(allocationSize(bufferSize), 1))),

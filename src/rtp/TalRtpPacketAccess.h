@@ -6,7 +6,6 @@
 
 #include <talrtp/TalRtpPacket.h>
 
-#include <algorithm>
 #include <cstring>
 #include <limits>
 
@@ -66,15 +65,16 @@ public:
     // payload goes. Zeroes everything else behind the fixed header, and the first `zeroed` bytes of the
     // payload.
     static unsigned char* beginPayload(CTalRtpPacket& packet, int size, int zeroed = 0) {
-        // A host's class may read the size of a header of its own from these bytes, of which the last may be
-        // spare ones. They are zero when it is asked, as in a packet that was reset.
-        std::memset(packet.m_buffer + kFixedHeaderSize, 0, kHeaderRoom);
-        packet.set_payload_size(size);
-        const bool isPlain = packet.m_packetSize - size == kFixedHeaderSize;
-        if (__builtin_expect(isPlain && zeroed <= std::min(size, kHeaderRoom), 1)) {
-            zeroFrom(packet, kFixedHeaderSize + size);
-            return packet.m_buffer + kFixedHeaderSize;
+        if (__builtin_expect(hasOwnHeaderSize(packet) && zeroed <= size, 1)) {
+            packet.m_payloadSize = size;
+            packet.m_packetSize = kFixedHeaderSize + size;
+            zeroFrom(packet, packet.m_packetSize);
+            unsigned char* const payload = packet.m_buffer + kFixedHeaderSize;
+            std::memset(payload, 0, static_cast<std::size_t>(zeroed));
+            return payload;
         }
+        // A host's class may read its header size from these bytes. It finds them as in a packet that was
+        // reset.
         zeroFrom(packet, kFixedHeaderSize);
         packet.set_payload_size(size);
         return payload(packet);
@@ -82,8 +82,28 @@ public:
     static constexpr int kWholePayload = std::numeric_limits<int>::max();  // as many zeroes as there is room
 
 private:
-    static constexpr int kHeaderRoom = 64;
-    static_assert(kHeaderRoom <= kSpareSize - kFixedHeaderSize, "there in the smallest buffer");
+    // The function that answers a packet's `get_header_size`, or null where the compiler's virtual tables are
+    // unknown. The order of the table is binary interface, its layout that of the Itanium C++ ABI, 2.5.2.
+    static const void* headerSizeFunction(const CTalRtpPacket& packet) {
+#ifdef __GXX_ABI_VERSION
+        constexpr int kPlace = 4;  // behind two destructors and the accessors of the CSRC list
+        const void* const* table;
+        std::memcpy(&table, static_cast<const void*>(&packet), sizeof table);
+        return table[kPlace];
+#else
+        static_cast<void>(packet);
+        return nullptr;
+#endif
+    }
+
+    // Tells whether a class derived by a host leaves `get_header_size` to the library, whose answer for a
+    // packet with nothing but a fixed header is known. A virtual call for each packet made would take longer.
+    static bool hasOwnHeaderSize(const CTalRtpPacket& packet) {
+        const void* const function = headerSizeFunction(packet);
+        return function != nullptr && (function == s_headerSize || function == s_fecHeaderSize);
+    }
+    static const void* const s_headerSize;     // of `CTalRtpPacket`
+    static const void* const s_fecHeaderSize;  // of `CRTPFECPacket`
 
     // Zeroes the capacity from byte `begin` on.
     static void zeroFrom(CTalRtpPacket& packet, int begin) {
