@@ -208,6 +208,29 @@ TEST_F(AllocationTest, FecPacketsThatWaitAskForNoBlockThatGrowsWithTheirNumber) 
     }
 }
 
+// FEC packets that each wait for two numbers, one of them with the next, all moving on, and a media packet
+// with each, which lets the oldest age out: what these have left serves the next ones.
+TEST_F(AllocationTest, FecPacketsInNumbersThatMoveOnAskForThePacketAndItsBytesAlone) {
+    CMMRTPSession4SVC warm(&sink, kSourceId);
+    warm.SetFecType(RTP_FEC_XOR);
+    XorFec fields;
+    fields.mask = 0xc00000;
+    fields.parity = pattern(100, 1);
+    for (unsigned short i = 0; i < 10000; ++i) {
+        fields.seq = i;
+        fields.base = i;
+        fields.timestamp += 900;
+        m_now += 10;
+        const unsigned short mediaSeq = static_cast<unsigned short>(30000 + i);
+        for (Bytes datagram : {fields.bytes(), rtp(mediaSeq, fields.timestamp, unitOf(mediaSeq))}) {
+            watch([&] { warm.InputReceivedData(datagram.data(), static_cast<int>(datagram.size()), m_now); });
+            if (i >= 2 * kHeldPictures) {
+                ASSERT_EQ(s_requests.count, 2) << "FEC packet " << i;
+            }
+        }
+    }
+}
+
 }  // namespace
 }  // namespace test
 }  // namespace talrtp

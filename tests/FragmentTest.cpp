@@ -443,6 +443,27 @@ TEST_F(FragmentTest, FragmentThatAgedOutIsAGapAgain) {
     expectHandovers({{10, inByteStream({0x65, 0x11, 0x55, 0x33, 0x44}), 0}});
 }
 
+// The library's own class goes on with the unit that grew last. Here its record has aged out, and the next
+// fragment of its timestamp gets a record in the same memory.
+TEST_F(FragmentTest, RunThatAgedOutIsNotGoneOnWith) {
+    CMMRTPSession4SVC own(&sink, kSourceId);
+    const auto receiveAt = [&own](unsigned long now, Bytes datagram) {
+        EXPECT_EQ(own.InputReceivedData(datagram.data(), static_cast<int>(datagram.size()), now), 0);
+    };
+    receiveAt(0, rtp(10, kTimestamp, fragment(kStart, {1})));
+    receiveAt(0, rtp(11, kTimestamp, fragment(kMiddle, {2})));
+    receiveAt(6000, rtp(500, kTimestamp + 1, unitOf(500)));
+    expectDelivered({500});
+    receiveAt(6000, rtp(12, kTimestamp, fragment(kEnd, {3})));
+    EXPECT_EQ(own.ForceHandover(kTimestamp), 1);
+    expectDelivered({});
+    expectLines({});
+    receiveAt(6000, rtp(11, kTimestamp, fragment(kMiddle, {2})));
+    receiveAt(6000, rtp(10, kTimestamp, fragment(kStart, {1})));
+    ASSERT_THAT(sink.handovers, SizeIs(1));
+    EXPECT_EQ(sink.handovers[0].payload, inByteStream({0x65, 1, 2, 3}));
+}
+
 }  // namespace
 }  // namespace test
 }  // namespace talrtp
