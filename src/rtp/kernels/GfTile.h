@@ -20,9 +20,10 @@
 #define TALRTP_INLINED __attribute__((always_inline)) inline
 
 namespace talrtp {
-namespace {
 
 constexpr std::size_t kCacheLineBytes = 64;
+
+namespace {
 
 // A tile is the part of the result whose sums are held in registers at a time.
 struct stTileShape {
