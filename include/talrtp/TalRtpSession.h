@@ -370,7 +370,7 @@ private:
     TALRTP_LOCAL void makeOwnSinglePacket(_uint32_t timestamp, int size, const unsigned char* data,
                                           CTalRtpPacket& packet);
     TALRTP_LOCAL void makeOwnFuaPackets(_uint32_t timestamp, int size, const unsigned char* data,
-                                        int packetCount, CTalRtpPacket* packets);
+                                        int pieceSize, int packetCount, CTalRtpPacket* packets);
     TALRTP_LOCAL stTalRtpDataInfo* updateOwnDataInfo(unsigned int timestamp, unsigned short seq, bool starts,
                                                      bool ends);
     TALRTP_LOCAL void dealOwnPacket(CTalRtpPacket* packet, unsigned int timestamp, unsigned short seq);

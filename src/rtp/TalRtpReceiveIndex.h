@@ -4,6 +4,7 @@
 //   sequence number -> media packet, its list node and the record of the unit that it starts
 //   sequence number -> nearest start packet before it, nearest end packet behind it (unit runs)
 //   FEC sequence number -> FEC packet, its list nodes, the group that it waits for
+//   the unit whose packets arrive in order now
 //   timestamps by the time of their last packet
 //
 // The documented lists stay the owners of everything; the index holds pointers and iterators into them.

@@ -99,7 +99,8 @@ int CMMRTPSessionBase::CreateFuaPackets(unsigned long timestamp, int nalSize, un
     const int pieceSize = (nalSize + packetCount - 1) / packetCount;
     CMMRTPSession4SVC* const own = ownClass();
     if (own != nullptr && packetCount > 1 && nalSize > pieceSize * (packetCount - 1)) {
-        own->makeOwnFuaPackets(static_cast<_uint32_t>(timestamp), nalSize, nal_buf, packetCount, pRtpPacket);
+        own->makeOwnFuaPackets(static_cast<_uint32_t>(timestamp), nalSize, nal_buf, pieceSize, packetCount,
+                               pRtpPacket);
         return 0;
     }
     // A unit too short for its packets has pieces of 0 or less bytes, which the writers take as they are.

@@ -51,10 +51,6 @@ unsigned char payloadByte(const CTalRtpPacket& packet, int offset) {
     return offset < packet.get_payload_size() ? packet.get_payload_ptr()[offset] : 0;
 }
 
-unsigned int unitType(const CTalRtpPacket& packet) {
-    return payloadByte(packet, 0) & kUnitTypeMask;
-}
-
 // What the first bytes of a payload say.
 struct stPayloadHead {
     stPayloadHead(const unsigned char* payload, int size)
@@ -144,8 +140,7 @@ void CMMRTPSession4SVC::makeOwnSinglePacket(_uint32_t timestamp, int size, const
 }
 
 void CMMRTPSession4SVC::makeOwnFuaPackets(_uint32_t timestamp, int size, const unsigned char* data,
-                                          int packetCount, CTalRtpPacket* packets) {
-    const int pieceSize = (size + packetCount - 1) / packetCount;
+                                          int pieceSize, int packetCount, CTalRtpPacket* packets) {
     for (int k = 1; k <= packetCount; ++k, ++packets) {
         const int piece = k == packetCount ? size : pieceSize;
         CPacketAccess::clear(*packets);
@@ -209,7 +204,7 @@ void CMMRTPSession4SVC::dealPacket(CTalRtpPacket* packet) {
         TAL_TRACE(ERROR, "CMMRTPSession4SVC::dealPacket invalid parameter: packet = " << packet);
         return;
     }
-    const unsigned int type = unitType(*packet);
+    const unsigned int type = stPayloadHead(*packet).type;
     if (isSingleUnit(type)) {
         deliveSinglePacket(packet);
     } else if (type == kFuAType) {
@@ -274,7 +269,7 @@ void CMMRTPSession4SVC::forceHandoverPacket(CTalRtpPacket* packet) {
         TAL_TRACE(ERROR, "CMMRTPSession4SVC::forceHandoverPacket invalid parameter: packet = " << packet);
         return;
     }
-    const unsigned int type = unitType(*packet);
+    const unsigned int type = stPayloadHead(*packet).type;
     if (isSingleUnit(type)) {
         deliveSinglePacket(packet);
     } else if (type == kFuAType) {
