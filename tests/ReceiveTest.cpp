@@ -7,6 +7,15 @@ namespace talrtp {
 namespace test {
 namespace {
 
+// An XOR FEC packet that waits for numbers 100 and 101.
+Bytes waitingFec(unsigned short seq) {
+    XorFec fec;
+    fec.seq = seq;
+    fec.base = 100;
+    fec.mask = 0xc00000;
+    return fec.bytes();
+}
+
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
@@ -329,10 +338,8 @@ TEST_F(ObjectCountTest, SessionFreesAllThatItHolds) {
     {
         SvcProbe other(nullptr, kSourceId);
         other.SetFecType(RTP_FEC_XOR);
-        XorFec fec;
-        fec.base = 100;
-        fec.mask = 0xc00000;
-        for (const Bytes& datagram : {rtp(1, 1, unitOf(1)), rtp(2, 2, fragment(kStart, {1})), fec.bytes()}) {
+        const Bytes fec = waitingFec(0);
+        for (const Bytes& datagram : {rtp(1, 1, unitOf(1)), rtp(2, 2, fragment(kStart, {1})), fec}) {
             other.InputReceivedData(const_cast<unsigned char*>(datagram.data()),
                                     static_cast<int>(datagram.size()), 0);
         }
@@ -342,11 +349,9 @@ TEST_F(ObjectCountTest, SessionFreesAllThatItHolds) {
 
 TEST_F(ReceiveTest, ClearAllListEmptiesTheLists) {
     session.SetFecType(RTP_FEC_XOR);
-    XorFec fec;
-    fec.base = 100;
-    fec.mask = 0xc00000;
+    const Bytes fec = waitingFec(0);
     media(1);
-    receive(fec.bytes());
+    receive(fec);
     trace.clear();
     sink.handovers.clear();
     session.clearAllList();
@@ -374,11 +379,8 @@ TEST_F(ReceiveTest, NullEntryOfTheFecListIsPassedOverAndFilled) {
     session.SetFecType(RTP_FEC_XOR);
     session.m_fecPacketList[700] = nullptr;
     media(1);
-    XorFec fec;
-    fec.seq = 700;
-    fec.base = 100;
-    fec.mask = 0xc00000;
-    receive(fec.bytes());
+    const Bytes fec = waitingFec(700);
+    receive(fec);
     ASSERT_NE(session.getFECPacketBySeq(700), nullptr);
     EXPECT_EQ(session.m_fecPacketList[700], session.getFECPacketBySeq(700));
     EXPECT_EQ(session.m_receivedValidFECPacketNumber, 1u);
@@ -395,11 +397,9 @@ TEST_F(ReceiveTest, NullRecordOfATimestampStaysAndThePacketIsDealt) {
 
 TEST_F(ReceiveTest, NullEntriesAreClearedWithTheOthers) {
     session.SetFecType(RTP_FEC_XOR);
-    XorFec fec;
-    fec.base = 100;
-    fec.mask = 0xc00000;
+    const Bytes fec = waitingFec(0);
     media(1);
-    receive(fec.bytes());
+    receive(fec);
     for (const unsigned short seq : {2, 700}) {  // beside a packet, and far from all
         session.m_mediaPacketList[seq] = nullptr;
         session.m_fecPacketList[seq] = nullptr;
