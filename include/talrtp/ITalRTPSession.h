@@ -6,8 +6,8 @@
 // NAL units to the sink. One object does both, or either. The host owns sockets, threads and clocks: nothing
 // here waits, sends, or reads a clock.
 //
-// A session is used by one thread at a time, and all sessions of a process by one thread or behind one lock,
-// because they share the cache of Reed-Solomon models.
+// Use a session from one thread at a time, and all sessions of a process from one thread or under one lock:
+// they share the cache of Reed-Solomon models.
 
 #ifndef TALRTP_ITALRTPSESSION_H
 #define TALRTP_ITALRTPSESSION_H
@@ -19,55 +19,59 @@ namespace talrtp {
 class CTalRtpPacket;
 class CRTPFECPacket;
 
-// Where received NAL units go. The host implements it and outlives the session with it. Virtual order is
-// binary interface: never reorder.
+// Receives the NAL units of a session. The host implements it and keeps it alive longer than the session.
+//
+// The virtual order is binary interface: never reorder.
 class TALRTP_API ITalRTPSessionSink {
 public:
     virtual ~ITalRTPSessionSink() {}
 
-    // Takes one hand-over: a packet whose RTP header is that of the first received packet of the unit and
-    // whose payload is one or more NAL units in byte-stream form, each behind the start code 00 00 00 01.
+    // Receives one hand-over. The RTP header of `packet` is that of the first received packet of the unit.
+    // The payload is one or more NAL units in byte-stream form, each after the start code 00 00 00 01.
     // `get_packet_type()` is 0 when every unit in it is whole and 1 when one was cut short.
     // Lends `packet` until this returns. Called on the stack of `InputReceivedData` or `ForceHandover`; call
     // nothing of the session from here.
     //
-    // The hand-overs of one aggregation packet (RFC 6184, 5.7.1), made on arrival, begin with their own unit
-    // each, but declare a payload size that grows by every unit; the growth since the last one is the unit's
-    // length with its start code. Behind a whole unit the type stays 0 for the rest of that packet.
+    // An aggregation packet (RFC 6184, 5.7.1) causes one hand-over per unit when it arrives. Each begins with
+    // its own unit, but declares the size of all units so far: the growth since the last hand-over is the
+    // unit's length with its start code. Once one unit of the packet was complete, later hand-overs of it
+    // report 0 as well, even if cut.
     virtual void OnReceivedRTPPacket(CTalRtpPacket* packet) = 0;
 };
 
-// An RTP session. Made by `TalCreateRTPSession`. Virtual order is binary interface: never reorder.
+// An RTP session: makes RTP and FEC packets, and takes received ones in. `TalCreateRTPSession` makes it.
+//
+// The virtual order is binary interface: never reorder.
 class TALRTP_API ITalRTPSession {
 public:
     virtual ~ITalRTPSession();
 
-    // Sets the payload types of media and of FEC packets, 98 and 111 until then, from the next packet on.
-    // Returns 0, or -1 with a WARNING line when both are equal, which changes nothing. The range is not
+    // Sets the payload types of media and of FEC packets from the next packet on. The defaults are 98 and
+    // 111. Returns 0, or -1 with a WARNING line when both are equal, which changes nothing. The range is not
     // checked here: a value above 127 fails an assertion when the next packet is made.
     virtual int SetPayloadType(unsigned long payloadType, unsigned long fecPayloadType) = 0;
 
-    // Sets the kind of FEC, `RTP_FEC_RS` until then, that is made and that received FEC packets are read as.
-    // Returns 0, or -1 with a WARNING line for any other value than `RTP_FEC_XOR` and `RTP_FEC_RS`, which
-    // changes nothing.
+    // Sets the kind of FEC: the kind that the session makes, and as which it reads received FEC packets. The
+    // default is `RTP_FEC_RS`. Returns 0, or -1 with a WARNING line for any other value than `RTP_FEC_XOR`
+    // and `RTP_FEC_RS`, which changes nothing.
     virtual int SetFecType(unsigned long fecType) = 0;
 
     // Fills one packet with `nalCount` NAL units as a STAP-A (RFC 6184, 5.7.1).
-    // `timestamp`: RTP timestamp, its low 32 bits are used. `nal_len`, `nal_buf`: `nalCount` sizes in bytes,
-    // at most 65535 each, and as many pointers to NAL units without start code; borrowed. `pRtpPacket`:
-    // borrowed; its buffer holds at least 13 bytes and 2 more than each unit's size. The marker bit is set.
-    // Returns 0; -1 with an ERROR line when a pointer is null (a unit's own pointer included, which leaves
-    // the packet filled with the units before it and adds a WARNING line). A packet that was begun has used
-    // up its sequence number.
+    // `timestamp`: RTP timestamp, of which the low 32 bits are used. `nal_len`, `nal_buf`: `nalCount` sizes
+    // in bytes, at most 65535 each, and as many pointers to NAL units without start code; borrowed.
+    // `pRtpPacket`: borrowed; its buffer holds at least 13 bytes, and for each unit 2 bytes and its size. The
+    // marker bit is set. Returns 0, or -1 with an ERROR line when a pointer is null. When the pointer of a
+    // unit is null, the packet keeps the units before it, and a WARNING line follows. A packet that was begun
+    // has used up its sequence number.
     virtual int CreateStapaPacket(unsigned long timestamp, int nalCount, int* nal_len,
                                   unsigned char** nal_buf, CTalRtpPacket* pRtpPacket) = 0;
 
     // Cuts one NAL unit into `packetCount` FU-A packets with consecutive sequence numbers (RFC 6184, 5.8).
     // `nal_buf`: `nalSize` bytes without start code; borrowed. `pRtpPacket`: an array of `packetCount` packet
     // objects, borrowed; each buffer holds at least 14 bytes and one piece, which is `nalSize` /
-    // `packetCount` rounded up. Every packet but the last has the marker bit clear. A `packetCount` of 1
-    // makes a single NAL unit packet. The host chooses a count, above 0, for which no piece is left empty.
-    // Returns 0, or -1 with an ERROR line when a pointer is null.
+    // `packetCount` rounded up. The marker bit is set on the last packet and clear on the others. A
+    // `packetCount` of 1 makes a single NAL unit packet. The host chooses a count above 0 for which no piece
+    // is empty. Returns 0, or -1 with an ERROR line when a pointer is null.
     virtual int CreateFuaPackets(unsigned long timestamp, int nalSize, unsigned char* nal_buf,
                                  int packetCount, CTalRtpPacket* pRtpPacket) = 0;
 
@@ -79,40 +83,40 @@ public:
 
     // Makes one XOR parity packet (RFC 2733 header) over some of `count` media packets.
     // `pPacket`: an array of packet objects, borrowed. `mask`: packet i is protected when bit i modulo 32 is
-    // set, bit 0 being the least significant. A selected packet whose sequence number is 24 or more past the
+    // set; bit 0 is the least significant. A selected packet whose sequence number is 24 or more past the
     // lowest one is left out with a WARNING line. `pFecPacket`: borrowed, overwritten; its buffer holds at
-    // least 12 bytes more than the longest selected packet. It takes the next FEC sequence number, from a
-    // counter apart from the media one. Returns 0; -1 with an ERROR line for a null pointer or when nothing
-    // is selected; -2 with a WARNING line when the FEC type is not `RTP_FEC_XOR`. Unless 0 is returned, the
-    // FEC packet is unchanged.
+    // least 12 bytes more than the longest selected packet. It gets the next FEC sequence number; media
+    // packets have a counter of their own. Returns 0; -1 with an ERROR line for a null pointer or when
+    // nothing is selected; -2 with a WARNING line when the FEC type is not `RTP_FEC_XOR`. A call that returns
+    // -1 or -2 leaves the FEC packet unchanged.
     virtual int CreateXorFecPackets(CTalRtpPacket* pPacket, int count, unsigned int mask,
                                     CRTPFECPacket* pFecPacket) = 0;
 
     // Makes `fecCount` Reed-Solomon parity packets over `count` media packets.
-    // `pPacket`: an array of packet objects with consecutive sequence numbers, lowest first for a receiver
-    // that is to rebuild them; borrowed. `count` + `fecCount` is at most 255. `pFecPacket`: an array of
-    // `fecCount` packet objects, borrowed, overwritten; each buffer holds at least 20 bytes more than the
-    // largest media packet. Returns 0; -1 with an ERROR line for a null pointer, a group too large or
-    // sequence numbers with gaps; -2 with a WARNING line when the FEC type is not `RTP_FEC_RS`; 1 with an
-    // ERROR line when there is no code of that shape, which leaves the FEC packets with headers but without
-    // sequence numbers. Returns 0 also when a media packet exceeds `MAX_PACKET_SIZE`: the codec warns and the
-    // parity is all zeros.
+    // `pPacket`: an array of packet objects with consecutive sequence numbers; borrowed. Put the lowest
+    // number first, or a receiver cannot rebuild them. `count` + `fecCount` is at most 255. `pFecPacket`: an
+    // array of `fecCount` packet objects, borrowed, overwritten; each buffer holds at least 20 bytes more
+    // than the largest media packet. Returns 0; -1 with an ERROR line for a null pointer, a group too large
+    // or sequence numbers with gaps; -2 with a WARNING line when the FEC type is not `RTP_FEC_RS`; 1 with an
+    // ERROR line when no code of that shape exists, which leaves the FEC packets with headers but without
+    // sequence numbers. A media packet above `MAX_PACKET_SIZE` also returns 0: the codec logs a WARNING line
+    // and the parity is all zeros.
     virtual int CreateRsFecPackets(CTalRtpPacket* pPacket, int count, CTalRtpPacket* pFecPacket,
                                    int fecCount) = 0;
 
-    // Takes in one received datagram. `data`: `length` bytes, borrowed and copied. `arg`: the host's clock at
-    // reception in milliseconds; it drives the ageing of what is held, 5000 ms after the last packet of a
-    // timestamp. Everything that the datagram completes is handed to the sink before this returns. Returns 0
-    // when it was taken (duplicates included); 1 when its payload type is neither of the two; -1 with an
-    // ERROR line when `data` is null, when `length` is below 12 or when the bytes are no valid RTP packet; of
-    // the last, one packet stays allocated for good. Any bytes are safe. See docs/hosts.md for what to keep
-    // away from here: RTCP, STUN, DTLS, other sources.
-    virtual int InputReceivedData(unsigned char* data, int length, unsigned long arg) = 0;
+    // Takes in one received datagram and hands every unit that it completes to the sink before this returns.
+    // `data`: `length` bytes, borrowed and copied. `receivedTimeMs`: the host's clock at reception, in
+    // milliseconds; packets age out 5000 ms after the last packet of their timestamp. Returns 0 when the
+    // datagram was accepted, duplicates included; 1 when its payload type is neither of the two; -1 with an
+    // ERROR line when `data` is null, when `length` is below 12 or when the bytes are no valid RTP packet. An
+    // invalid packet of 12 bytes or more leaks its packet object (kept for compatibility; see docs/hosts.md).
+    // Any bytes are safe. Keep RTCP, STUN, DTLS and other sources away from here; docs/hosts.md tells how.
+    virtual int InputReceivedData(unsigned char* data, int length, unsigned long receivedTimeMs) = 0;
 
-    // Hands over what is held of the RTP timestamp `arg` (low 32 bits) and was not handed over yet, as far as
-    // each unit reaches from its first packet without a gap. For when a picture's time has come. Returns 0
-    // when a unit was handed over, 1 when there was nothing to hand over.
-    virtual int ForceHandover(unsigned long arg) = 0;
+    // Hands over the units of an RTP timestamp that were not handed over yet, each from its first packet up
+    // to the first gap. Call it when the picture has to be decoded. `timestamp`: of which the low 32 bits are
+    // used. Returns 0 when a unit was handed over, 1 when there was nothing to hand over.
+    virtual int ForceHandover(unsigned long timestamp) = 0;
 
 protected:
     // The hooks by which the session classes differ; `CMMRTPSessionBase` documents them.
@@ -132,15 +136,15 @@ protected:
 
 extern "C" {
 
-// Creates a session and stores it in `*ppSession`; the host **returns** it with `TalDestroyRTPSession`.
-// `pSink` is borrowed for the life of the session; null means that nothing is handed over. `sourceId` is the
-// SSRC of what the session sends. `version` is the RTP version: for any other than 2, `*ppSession` becomes
-// null and a WARNING line is given. `ppSession` is not null.
+// Creates a session and stores it in `*ppSession`, which the host owns: destroy it with
+// `TalDestroyRTPSession`. `pSink` is borrowed for the life of the session; with null nothing is handed over.
+// `sourceId` is the SSRC of the packets that the session makes. `version` is the RTP version: for any other
+// than 2, `*ppSession` becomes null and the call logs a WARNING line. `ppSession` is not null.
 TALRTP_API void TalCreateRTPSession(talrtp::ITalRTPSession** ppSession, talrtp::ITalRTPSessionSink* pSink,
                                     unsigned int sourceId, unsigned int version);
 
-// Destroys a session made by `TalCreateRTPSession`, with everything that it holds; the sink is not called.
-// Null is ignored.
+// Destroys a session made by `TalCreateRTPSession`, with everything that it holds. **Takes** `pSession`; null
+// is ignored. The sink is not called.
 TALRTP_API void TalDestroyRTPSession(talrtp::ITalRTPSession* pSession);
 
 }  // extern "C"
