@@ -1,9 +1,9 @@
-// The RTCP stack behind TalCreateRTCPStack, for hosts that link its class directly: besides the operations of
-// ITalRTCPStack it offers the single fields of a packet, to write and to read.
+// The class of the RTCP stack that TalCreateRTCPStack makes, for hosts that use it directly. Besides the
+// operations of ITalRTCPStack it reads and writes the single fields of a packet.
 //
 // The class has no data members; one object may serve any number of threads as long as they write to
-// different buffers. The field operations look at no length: the caller provides the room, and the bytes to
-// be read.
+// different buffers. The field operations check no length: the caller provides the room to write to and the
+// bytes to read.
 
 #ifndef TALRTP_TALRTCPSTACK_H
 #define TALRTP_TALRTCPSTACK_H
@@ -15,10 +15,14 @@
 
 namespace talrtp {
 
+// Builds and reads RTCP packets, whole or field by field.
+//
+// The virtual order is that of ITalRTCPStack, and binary interface: never reorder, add at the end only.
 class TALRTP_API CTalRTCPStack : public ITalRTCPStack {
 public:
-    // The operations of ITalRTCPStack, where arguments and results are told in full. Here stand the layout
-    // that each builder writes and the packet types that each getter takes.
+    // The operations of ITalRTCPStack, which documents arguments, ownership and every result. Here each
+    // builder names the layout that it writes, and each getter the packet types that it accepts; for any
+    // other type the getter fails.
 
     // SR, type 200: header, SSRC, sender info from byte 8, report blocks from byte 28.
     std::int64_t CreateSenderReportPacket(unsigned int ssrc, _SenderInfo* senderInfo, _ReportBlock* blocks,
@@ -43,11 +47,12 @@ public:
     std::int64_t CreateCompoundPacket(unsigned char** packets, int* lengths, int count, unsigned char* buf,
                                       int& len) override;
 
-    // Cuts a datagram by the length fields. A last packet that declares more than came is handed over as a
-    // copy with zeros behind.
+    // Cuts a datagram by the length fields. A last packet that declares more than arrived is handed over as a
+    // copy, with zeros after the bytes that arrived.
     std::int64_t InputReceivedRtcpData(ITalRTCPStackSink* sink, unsigned char* buf, int len) override;
 
-    // The judge of a packet. All getters below ask it through the virtual table, so an override is honoured.
+    // Decides whether a packet is valid. All getters below ask it through the virtual table, so that an
+    // override counts.
     bool IsValidRtcpPacket(unsigned char* buf, int len) override;
     // Any type.
     unsigned int GetRtcpPacketType(unsigned char* buf, int len) override;
@@ -55,7 +60,7 @@ public:
     unsigned int GetRtcpPacketSsrc(unsigned char* buf, int len) override;
     // SR and RR.
     unsigned int GetReportBlockCount(unsigned char* buf, int len) override;
-    // SR and RR. **Reads a block that begins within the packet in full: provide 24 readable bytes behind.**
+    // SR and RR. **Reads a block that begins within the packet in full: provide 24 readable bytes after it.**
     std::int64_t GetReportBlock(unsigned char* buf, int len, _ReportBlock* blocks, int& count) override;
     // SR.
     std::int64_t GetReportSenderInfo(unsigned char* buf, int len, _SenderInfo* info) override;
@@ -86,24 +91,23 @@ public:
     // RTPFB and PSFB. The length is negative below 12 bytes.
     std::int64_t GetFBFCIData(unsigned char* buf, int len, unsigned char*& fci, int& fciLen) override;
 
-    // Field writers. `buf` is the first byte of the packet, except where a field's own place is asked for.
-    // They **borrow** their pointers; with a null pointer they write nothing, and those that count bytes
-    // return 0.
+    // Field writers. `buf` is the first byte of the packet, `place` the first byte of the field itself. They
+    // **borrow** their pointers. With a null pointer they write nothing, and those that count bytes return 0.
 
-    // Sets the version, bits 7 and 6 of byte 0. Of `version` the low 2 bits are used.
+    // Sets the version, bits 7 and 6 of byte 0, to the low 2 bits of `version`.
     void SetVersion(unsigned char version, unsigned char* buf);
     // Sets or clears the padding flag, bit 5 of byte 0.
     void SetPaddingFlag(bool padding, unsigned char* buf);
-    // Sets the count, bits 4 to 0 of byte 0. Of `count` the low 5 bits are used.
+    // Sets the count, bits 4 to 0 of byte 0, to the low 5 bits of `count`.
     void SetPayloadCount(unsigned char count, unsigned char* buf);
-    // Sets the subtype or feedback message type, which has the place of the count.
+    // Sets the subtype or feedback message type, which lies where the count lies.
     void SetSubType(unsigned char subtype, unsigned char* buf);
     // Sets the packet type, byte 1.
     void SetPayloadType(unsigned char type, unsigned char* buf);
     // Writes `ssrc`, in host order, to the 4 bytes at `place`.
     void SetSyncSource(unsigned int ssrc, unsigned char* place);
-    // Sets the length field to the 32-bit words that `length` bytes fill, the last one perhaps in part. The
-    // header counts too. A 16-bit length: of a packet of 65536 bytes or more only the remainder is declared.
+    // Sets the length field to the number of 32-bit words that `length` bytes fill, rounded up. The header
+    // counts too. `length` has 16 bits: a packet of 65536 bytes or more declares only the remainder.
     void SetPacketLength(unsigned short length, unsigned char* buf);
     // Writes the 20 bytes of a sender info to `place`. Returns 20.
     int SetSenderInfo(_SenderInfo* info, unsigned char* place);
@@ -112,7 +116,7 @@ public:
     // Writes an item to `place`: 6 bytes and its text, no padding. Returns their number, 6 to 261.
     int SetSdesItem(_SdesItem* item, unsigned char* place);
 
-    // Field readers, the same in reverse. A null pointer yields 0 and leaves the record alone.
+    // Field readers, the same in reverse. With a null pointer they return 0 and leave the record untouched.
 
     // Returns the version, 0..3.
     unsigned char GetVersion(unsigned char* buf);
@@ -126,14 +130,14 @@ public:
     unsigned char GetPayloadType(unsigned char* buf);
     // Returns the SSRC in the 4 bytes at `place`, in host order.
     unsigned int GetSyncSource(unsigned char* place);
-    // Returns the length field as it stands: 32-bit words of the whole packet.
+    // Returns the length field as it is: 32-bit words of the whole packet.
     unsigned short GetPacketLength(unsigned char* buf);
     // Reads the 20 bytes of a sender info at `place`. Returns 20.
     int GetSenderInfo(unsigned char* place, _SenderInfo* info);
     // Reads the 24 bytes of a report block at `place`. Returns 24.
     int GetReportBlock(unsigned char* place, _ReportBlock* block);
-    // Reads an item at `place`: 6 bytes and its text. Of `item->data` only the text is written. Returns their
-    // number rounded up to a multiple of 4, the distance to the next item.
+    // Reads an item at `place`: 6 bytes and its text. Only the text of `item->data` is written. Returns the
+    // number of bytes rounded up to a multiple of 4, the distance to the next item.
     int GetSdesItem(unsigned char* place, _SdesItem* item);
 };
 static_assert(sizeof(CTalRTCPStack) == sizeof(void*), "the stack keeps nothing");
