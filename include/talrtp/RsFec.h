@@ -1,11 +1,11 @@
 // The Reed-Solomon erasure code over GF(2^8) and the cache of its models.
 //
-// From k source blocks the code makes n - k parity blocks; any k of the n blocks, whose positions are known,
-// give back the missing source blocks. The code is systematic: positions 0..k-1 are the source blocks
-// themselves, position k + i is parity block i. Its matrix is the Vandermonde matrix of the points
-// 0, 1, alpha, alpha^2, ... made systematic by the inverse of its top k x k part.
+// From k source blocks the code makes n - k parity blocks. Any k of these n blocks suffice to rebuild the
+// missing source blocks, as long as their positions are known. The code is systematic: positions 0..k-1 are
+// the source blocks themselves, position k + i is parity block i. Its matrix is the Vandermonde matrix of the
+// points 0, 1, alpha, alpha^2, ..., made systematic by the inverse of its top k x k part.
 //
-// A model holds the matrix of one pair (k, n). Take it from `GetRsModel`, which shares models between all
+// A model holds the matrix of one pair (k, n). Borrow it from `GetRsModel`, which shares models between all
 // sessions of the process, or own one through `CRsFec::CreateRsModel` and `CRsFec::DeleteRsModel`.
 //
 // Nothing here takes a lock: keep all use of the codec, sessions included, on one thread or behind one lock.
@@ -17,11 +17,11 @@
 
 namespace talrtp {
 
-// One code model. Made by `CRsFec::CreateRsModel`, read-only afterwards.
+// One code model. `CRsFec::CreateRsModel` makes it; it is read-only afterwards.
 struct rs_param_ {
     int k;  // number of source blocks, 1..256
     int n;  // number of blocks in all, k..256
-    // n rows of k coefficients, row by row; owned. Rows 0..k-1 are the identity, row k + i makes parity i.
+    // n rows of k coefficients, row by row; owned. Rows 0..k-1 are the identity; row k + i yields parity i.
     unsigned char* enc_matrix;
 };
 
@@ -35,7 +35,7 @@ TALRTP_API extern const unsigned char gf_div_table[256][256];  // [a][b] = a / b
 // The codec. It has no state of its own; every operation is static.
 class TALRTP_API CRsFec {
 public:
-    // Marks the tables as ready. Returns 0. Calling it is optional.
+    // Sets `m_bInited`. Returns 0. The call is optional: the tables are constants.
     static int InitRsCoding();
 
     // Builds the model of k source blocks among n. Returns it owned: free it with `DeleteRsModel`. Returns
@@ -48,29 +48,29 @@ public:
     // k pointers, `dst` n - k pointers to `size` bytes each, which must not overlap the sources.
     // Returns 0; or 1, with a WARNING and `dst` untouched, when size is above MAX_PACKET_SIZE.
     static int Encode(rs_param_* model, unsigned char** src, int size, unsigned char** dst);
-    // The same for source blocks of different sizes: src[j] has sizes[j] bytes and counts as zero behind
-    // them. The parity blocks are as long as the longest source block, which the size limit applies to.
+    // The same for source blocks of different sizes: src[j] has sizes[j] bytes and counts as zero after
+    // them. The parity blocks are as long as the longest source block, to which the size limit applies.
     static int Encode(rs_param_* model, unsigned char** src, int* sizes, unsigned char** dst);
 
-    // Rebuilds source blocks from k received blocks of `size` bytes each. `blocks` holds k pointers and
-    // index[j] is the position, 0..n-1, of blocks[j], each position at most once, in any order. lost[r],
-    // 0..k-1, is the source position that is written to out[r], a buffer of `size` bytes that must not
-    // overlap the blocks, for r < lostCount. Borrows everything.
+    // Rebuilds source blocks from k received blocks of `size` bytes each. Borrows everything. `blocks` holds
+    // k pointers. index[j] is the position, 0..n-1, of blocks[j]; the order is free, and no position occurs
+    // twice. For each r < lostCount, source block lost[r], 0..k-1, is written to out[r], a buffer of `size`
+    // bytes that must not overlap the blocks.
     // Returns 0, with `index` unchanged; or 1, with `out` untouched, when size is above MAX_PACKET_SIZE (with
     // a WARNING), when a lost[r] is outside 0..k-1 or when the positions determine no solution (silently;
     // `index` may then be in another order).
     static int Decode(rs_param_* model, unsigned char** blocks, int size, int* index, unsigned char** out,
                       int* lost, int lostCount);
-    // The same for received blocks of different sizes: blocks[j] has sizes[j] bytes and counts as zero behind
-    // them. Each out[r] is written over the size of the longest block, which the size limit applies to.
+    // The same for received blocks of different sizes: blocks[j] has sizes[j] bytes and counts as zero after
+    // them. Each out[r] is written over the size of the longest block, to which the size limit applies.
     static int Decode(rs_param_* model, unsigned char** blocks, int* sizes, int* index, unsigned char** out,
                       int* lost, int lostCount);
 };
 
 // Builds the decoding matrix for k received blocks whose positions are index[0..k-1] into `matrix`, k * k
-// bytes: row s gives source block s, column j belongs to the block at index[j]. Returns 0 with `index`
-// unchanged; or -1 when a position is outside 0..n-1, a source position is given twice or the positions
-// determine no solution; `index` may then be left in another order. Borrows everything.
+// bytes: row s yields source block s, column j belongs to the block at index[j]. Returns 0 with `index`
+// unchanged; or -1 when a position is outside 0..n-1, a source position occurs twice or the positions
+// determine no solution; `index` may then be in another order. Borrows everything.
 TALRTP_API int bld_dec_mat(rs_param_* model, unsigned char* matrix, int* index);
 
 // Adds c times `src` to `dst`, over `size` bytes: dst[i] ^= c * src[i]. `dst` may equal `src`; other overlaps
@@ -79,16 +79,17 @@ TALRTP_API void gf_addmul(unsigned char* dst, unsigned char* src, unsigned char 
 // Adds `src` to `dst`, dst[i] ^= src[i], over the whole groups of 16 bytes only: the last size % 16 bytes
 // stay as they are. `dst` may equal `src`; other overlaps are not supported.
 TALRTP_API void gf_add(unsigned char* dst, unsigned char* src, int size);
-// Returns a / b, or 0 when b is 0. Note that 0 / b gives the inverse of b, not 0: gf_log[0] is 255.
+// Returns a / b, or 0 when b is 0. Note that 0 / b returns the inverse of b, not 0: gf_log[0] is 255.
 TALRTP_API unsigned char gf_divide(unsigned char a, unsigned char b);
 
-// Returns the model of (k, n) from the process-wide cache, building it on a miss. The cache lends it: it is
-// freed when the last user releases the cache. Null when `CreateRsModel` refuses (k, n), at each call anew.
+// Returns the model of (k, n) from the process-wide cache, and builds it on a miss. The cache lends it and
+// frees it when its last user releases it. Returns null when `CreateRsModel` refuses (k, n); the next call
+// tries again.
 TALRTP_API rs_param_* GetRsModel(int k, int n);
-// Counts one more user of the cache, as each session does. The first one empties the cache before.
+// Counts one more user of the cache; each session is one. The first user empties the cache first.
 // Returns the new number of users.
 TALRTP_API unsigned RsMapRetain();
-// Counts one user less. The last one empties the cache; a call too many empties it as well.
+// Counts one user less. The last user empties the cache; a call too many empties it as well.
 TALRTP_API void RsMapRelease();
 // Frees every cached model and empties the cache, whatever the number of users.
 TALRTP_API void RsMapClear();
