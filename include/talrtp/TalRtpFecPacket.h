@@ -1,12 +1,12 @@
-// The two FEC packets: views of an RTP packet whose payload starts with an FEC header.
+// The two FEC packets: RTP packets whose payload starts with an FEC header.
 //
-// `CRTPFECPacket` carries XOR parity over up to 24 media packets behind the 12-byte header of RFC 2733;
-// `CRTPRSPacket` carries one Reed-Solomon parity block behind an 8-byte header. A sending session fills them,
-// a receiving session reads them; a host needs the accessors only to look into such packets.
+// `CRTPFECPacket` carries XOR parity over up to 24 media packets, after the 12-byte header of RFC 2733.
+// `CRTPRSPacket` carries one Reed-Solomon parity block, after an 8-byte header. A sending session fills them,
+// a receiving session reads them. A host needs the accessors only to look into such packets.
 //
 // Both own their buffer as the base class does. The FEC accessors read and write the payload in place and
 // trust that it holds the FEC header: `get_packet_size() - get_header_size()` is at least 12, or 8 for
-// Reed-Solomon. In a shorter packet that was made from bytes the missing ones read as zero.
+// Reed-Solomon. In a shorter packet that was made from bytes, the missing bytes read as zero.
 
 #ifndef TALRTP_TALRTPFECPACKET_H
 #define TALRTP_TALRTPFECPACKET_H
@@ -16,9 +16,10 @@
 
 namespace talrtp {
 
-// The XOR parity packet. The CC field and the P, X and M bits of its own RTP header hold recovery values and
-// do not describe it: no CSRC list and no extension follow the fixed header, whatever they say. The order of
-// the virtual functions is that of `CTalRtpPacket`, and binary interface.
+// The XOR parity packet. The CC field and the P, X and M bits of its RTP header describe the protected
+// packets, not this one: no CSRC list and no extension follow its fixed header, whatever these fields say.
+//
+// The order of the virtual functions is that of `CTalRtpPacket`, and binary interface.
 class TALRTP_API CRTPFECPacket : public CTalRtpPacket {
 public:
     // Makes an empty packet of `capacity` bytes, as `CTalRtpPacket(int)` does.
@@ -27,11 +28,12 @@ public:
     // payload size of `length` minus 12. Borrows `buffer`. Asserts
     // len>=(_int32_t)sizeof(_rtp_packet_header_t).
     CRTPFECPacket(unsigned char* buffer, int length);
-    // Makes a copy of the other's packet bytes, as the base class does, with a payload size of its packet
-    // size minus 12. Borrows `other`. Asserts len>=(_int32_t)sizeof(_rtp_packet_header_t).
+    // Copies the packet bytes of `other`, as the base class does. The payload size is its packet size minus
+    // 12. Borrows `other`. Asserts len>=(_int32_t)sizeof(_rtp_packet_header_t).
     CRTPFECPacket(CRTPFECPacket& other);
-    // As `CTalRtpPacket::operator=`.
+    // Copies the whole buffer, as `CTalRtpPacket::operator=` does.
     CRTPFECPacket& operator=(const CRTPFECPacket& other) = default;
+    // Frees the buffer.
     ~CRTPFECPacket() override;
 
     // Returns 0 for every index.
@@ -44,7 +46,7 @@ public:
     bool get_extension(unsigned short id, unsigned char* data, int* length) const override;
     // Does nothing.
     void set_extension(unsigned short id, unsigned char* data, int length) override;
-    // As `CTalRtpPacket::validate`, for a header of 12 bytes.
+    // Checks the packet as `CTalRtpPacket::validate` does, with a header of 12 bytes.
     bool validate() const override;
 
     // The FEC header in wire order, RFC 2733, 3.3. Values are in host order.
@@ -72,7 +74,7 @@ public:
     // Returns the 24-bit mask: bit (23 - d) stands for sequence number base + d.
     unsigned int get_fec_mask() const;
     // Sets the 24-bit mask on a zeroed header. Set it before E and the payload-type recovery: the merge
-    // covers the whole 32-bit word, so bits 31-24 of `mask` replace both; bits 7-0 are ORed to what is there.
+    // covers the whole 32-bit word, so bits 31-24 of `mask` replace both; bits 7-0 are ORed to the old ones.
     // Asserts mask < 0xff000000.
     void set_fec_mask(unsigned int mask);
 
@@ -81,7 +83,7 @@ public:
     // Sets the XOR of the timestamps.
     void set_fec_recover_timestamp(unsigned int timestamp);
 
-    // The recovery values in the packet's own RTP header. They are written with the base class's setters.
+    // The recovery values in the packet's own RTP header. The base class's setters write them.
 
     // Returns the XOR of the P bits: the packet's own P.
     bool get_fec_recover_pad_flag() const;
@@ -93,8 +95,10 @@ public:
     bool get_fec_recover_marker_flag() const;
 };
 
-// The Reed-Solomon parity packet. Its RTP header describes itself, so every packet operation is the base
-// class's. The order of the virtual functions is that of `CTalRtpPacket`, and binary interface.
+// The Reed-Solomon parity packet. Its RTP header describes this packet, so every packet operation is that of
+// the base class.
+//
+// The order of the virtual functions is that of `CTalRtpPacket`, and binary interface.
 class TALRTP_API CRTPRSPacket : public CTalRtpPacket {
 public:
     // Makes an empty packet of `capacity` bytes, as `CTalRtpPacket(int)` does.
@@ -102,14 +106,15 @@ public:
     // Makes a packet from the `length` (at least 12) bytes at `buffer`, as the base class does. Borrows
     // `buffer`. Asserts len>=(_int32_t)sizeof(_rtp_packet_header_t).
     CRTPRSPacket(unsigned char* buffer, int length);
-    // Makes a copy of the other's packet bytes, as the base class does. Borrows `other`.
+    // Copies the packet bytes of `other`, as the base class does. Borrows `other`.
     // Asserts len>=(_int32_t)sizeof(_rtp_packet_header_t).
     CRTPRSPacket(CRTPRSPacket& other);
-    // As `CTalRtpPacket::operator=`.
+    // Copies the whole buffer, as `CTalRtpPacket::operator=` does.
     CRTPRSPacket& operator=(const CRTPRSPacket& other) = default;
+    // Frees the buffer.
     ~CRTPRSPacket() override;
 
-    // The FEC header in wire order. Values are in host order. Payload byte 7 is reserved; nothing touches it.
+    // The FEC header in wire order. Values are in host order. Payload byte 7 is reserved; no call touches it.
 
     // Returns the lowest sequence number of the protected media packets, which are consecutive.
     unsigned short get_rs_sequence_number_base() const;
