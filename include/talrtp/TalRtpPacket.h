@@ -1,16 +1,15 @@
 // The RTP packet: one heap buffer that holds a packet exactly as it goes on the wire, with accessors that
 // read and write its fields in place (RFC 3550, 5.1).
 //
-// A sender makes a packet with room for its bytes, lets a session fill it or fills it through the accessors,
-// and sends `get_packet_size()` bytes from `get_buffer()`. A receiver makes one from the bytes of a datagram
-// and asks `validate` before it trusts a field. The FEC packets of TalRtpFecPacket.h derive from it.
+// A sender makes a packet with room for its bytes and fills it, by a session or by the accessors. It sends
+// `get_packet_size()` bytes from `get_buffer()`. A receiver makes a packet from the bytes of a datagram and
+// asks `validate` before it trusts a field. The FEC packets of TalRtpFecPacket.h derive from this class.
 //
 // All values are in host order; only the buffer is in network order. Nothing here throws or locks, and failed
-// allocations are not checked. Behind its capacity each buffer has 88 spare bytes that read as zero, and so
-// do the bytes directly behind a received packet: a header that claims more than was received reads zeros
-// there.
+// allocations are not checked. Each buffer has 88 spare bytes after its capacity that read as zero, and so do
+// the bytes directly after a received packet: a header that claims more than was received reads zeros there.
 //
-// Order while filling: contributing sources first, then the extension, then the payload and its size.
+// Fill in this order: contributing sources, extension, payload and its size.
 
 #ifndef TALRTP_TALRTPPACKET_H
 #define TALRTP_TALRTPPACKET_H
@@ -28,7 +27,7 @@ TALRTP_CONSTANT _packet_type_t PACKET_TYPE_PLAIN = 1;  // as made, reset or rece
 TALRTP_CONSTANT _packet_type_t PACKET_TYPE_UNITS = 0;  // handed to the sink: whole units in byte-stream form
 
 // The fixed header as it lies on the wire, multi-byte fields in network order. It documents the layout and
-// its size; the accessors below are the way to the fields.
+// its size; use the accessors below to reach the fields.
 struct _rtp_packet_header_t {
     unsigned char versionPaddingExtensionCount;  // V: bits 7-6, P: bit 5, X: bit 4, CC: bits 3-0
     unsigned char markerPayloadType;             // M: bit 7, PT: bits 6-0
@@ -39,6 +38,8 @@ struct _rtp_packet_header_t {
 
 static_assert(sizeof(_rtp_packet_header_t) == 12, "the RTP fixed header has 12 bytes");
 
+// An RTP packet in a buffer of its own.
+//
 // The order of the virtual functions and of the data members is binary interface: never reorder.
 class TALRTP_API CTalRtpPacket {
 public:
@@ -58,8 +59,7 @@ public:
 
     // Copies the other's whole buffer (its capacity, not just its packet), sizes and packet type. Allocates
     // only when this capacity is smaller than the other's. Borrows `other`, which may be this packet. Returns
-    // this. The recorded capacity becomes the other's even when this buffer is larger: hosts see it in
-    // `get_buffer_size`.
+    // this. `get_buffer_size` then returns the other's capacity, even when this buffer is larger.
     CTalRtpPacket& operator=(const CTalRtpPacket& other);
 
     // Frees the buffer.
@@ -69,12 +69,12 @@ public:
     virtual unsigned int get_contrib_source(int idx) const;
 
     // Sets CSRC number `idx` (0..14). When `idx` is past the list, grows the list to idx + 1 entries and
-    // moves the payload up by 4 bytes per new entry; new entries below `idx` hold whatever bytes lay there.
+    // moves the payload up by 4 bytes per new entry; new entries below `idx` keep the bytes that lay there.
     // `csrc` is in host order. RFC 3550, 5.1. The packet size is not updated and an extension does not move:
     // set CSRCs first. Asserts idx <= 15; 15 itself then fails count <= 0xf. The caller provides the room.
     virtual void set_contrib_source(int idx, unsigned int csrc);
 
-    // Returns the bytes in front of the payload: 12 + 4 per CSRC, plus, when X is set, the extension with its
+    // Returns the bytes before the payload: 12 + 4 per CSRC, plus, when X is set, the extension with its
     // 4-byte header. The extension's part is computed modulo 65536: 16383 words add 0.
     // Everything in this class that needs the header size asks this function.
     virtual int get_header_size() const;
@@ -87,42 +87,44 @@ public:
     // true.
     virtual bool get_extension(unsigned short profile, unsigned char* data, int* length) const;
 
-    // Writes an extension of (`length` mod 65536) bytes, rounded up to whole 32-bit words, moves the payload
-    // behind it, sets X and updates the packet size. RFC 3550, 5.3.1. `profile` is in host order. Borrows
-    // `data`, which is read up to the rounded length. Does nothing when `data` is null, `length` is not
-    // positive, or X is already set: an extension is set once. The caller provides the room.
+    // Writes an extension of (`length` mod 65536) bytes, rounded up to whole 32-bit words. Moves the payload
+    // up to make room, sets X and updates the packet size. RFC 3550, 5.3.1. `profile` is in host order.
+    // Borrows `data`, which is read up to the rounded length. Does nothing when `data` is null, `length` is
+    // not positive, or X is already set: an extension is set once. The caller provides the room.
     virtual void set_extension(unsigned short profile, unsigned char* data, int length);
 
-    // Tells whether received bytes, copied in before, are a usable RTP packet (RFC 3550, A.1): version 2, a
-    // payload type outside 72..76 (an RTCP packet of type 200..204 read as RTP falls in there), no shorter
-    // than its header, and with P set a padding count of 1 up to all bytes behind the header. Changes
-    // nothing: the payload size still counts the padding. Returns true, or false with a WARNING line that
-    // gives the reason.
+    // Checks that the bytes of this packet are a usable RTP packet (RFC 3550, A.1): version 2; a payload type
+    // outside 72..76, which is how an RTCP packet of type 200..204 reads; no shorter than its header; with P
+    // set, a padding count from 1 to all bytes after the header. Changes nothing: the payload size still
+    // counts the padding. Returns true, or false with a WARNING line that names the reason.
     virtual bool validate() const;
 
     // Replaces the packet by a copy of the `len` (at least 12) bytes at `data`, which may overlap the buffer.
     // Borrows `data`. Allocates exactly `len` bytes when the capacity is smaller. The packet size becomes
-    // `len`, the payload size `len` minus the header size: negative when the header claims more than there
-    // is, which `validate` rejects. Asserts len>=(_int32_t)sizeof(_rtp_packet_header_t).
+    // `len`, the payload size `len` minus the header size. The payload size is negative when the header
+    // claims more than `len`; `validate` refuses such a packet.
+    // Asserts len>=(_int32_t)sizeof(_rtp_packet_header_t).
     void from_buffer(unsigned char* data, int len);
 
-    // Zeroes the whole capacity and makes the packet as new: version 2, sizes 0, packet type 1.
+    // Zeroes the whole capacity and restores the state of a new packet: version 2, sizes 0, packet type 1.
     void reset();
 
     // Lends the packet's bytes until the packet is destroyed, assigned to, or grows.
     unsigned char* get_buffer() const;
+    // Lends the same bytes.
     operator char*() const;
+    // Lends the same bytes.
     operator const char*() const;
 
     // Returns the bytes of the whole packet on the wire.
     int get_packet_size() const;
-    // Returns the recorded capacity in bytes, without the spare bytes behind it.
+    // Returns the recorded capacity in bytes, without the spare bytes after it.
     int get_buffer_size() const;
     // Returns the bytes of payload, padding included.
     int get_payload_size() const;
     // Sets the payload size in bytes; the packet size becomes the header size plus `size`.
     void set_payload_size(int size);
-    // Lends the first byte behind the header. Trust it after `validate` only: a received header may claim
+    // Lends the first byte after the header. Trust it only after `validate`: a received header may claim
     // more bytes than there are.
     unsigned char* get_payload_ptr() const;
 
@@ -178,8 +180,8 @@ public:
     // Sets the SSRC, given in host order.
     void set_sync_source(unsigned int ssrc);
 
-    // The same fields in the bytes of a packet, without an object. All borrow `buffer`. Where no length is
-    // given the caller makes sure that the bytes are there.
+    // The same fields in the bytes of a packet, without an object. All borrow `buffer`. A call without a
+    // length trusts the caller that the bytes are there.
 
     // Returns the timestamp at bytes 4-7. `buffer` is not null.
     static unsigned int get_timestamp(unsigned char* buffer);
@@ -195,11 +197,11 @@ public:
     static unsigned int get_ssrc(unsigned char* buffer);
     // Returns the header size as the member does, 0 for a null `buffer`. Reads the header it measures.
     static int get_header_size(unsigned char* buffer);
-    // Returns the first byte behind the header, null for a null `buffer`.
+    // Returns the first byte after the header, null for a null `buffer`.
     static unsigned char* get_payload_ptr(unsigned char* buffer);
     // Returns the first byte of extension data in a packet of `length` bytes, or null when `buffer` is null,
-    // X is clear, or the extension's header ends beyond `length`. Neither the extension's own length is
-    // checked nor is `profile` compared: hosts pass any value there.
+    // X is clear, or the extension's header ends beyond `length`. The extension's own length is not checked,
+    // and `profile` is not compared: hosts pass any value there.
     static unsigned char* get_extension(unsigned short profile, unsigned char* buffer, int length);
 
     // One-byte header-extension elements (RFC 5285, 4.2): an extension of profile 0xBEDE whose data is a run
@@ -215,22 +217,22 @@ public:
     // Finds the first element with `id` in this packet, as above. `element` is lent as `get_buffer` is.
     bool get_onebyte_extension_element(unsigned char id, unsigned char*& element, int& elementLength) const;
 
-    // Appends one element, given in its complete encoding: header byte and data, 1 to 17 bytes. Borrows it.
-    // Returns as the plural form does. `id` is not used, since the id travels inside the element.
+    // Appends one element in its complete encoding: header byte and data, 1 to 17 bytes. Borrows it. Returns
+    // as the plural form does. `id` is not used: the id travels inside the element.
     bool add_onebyte_extension_element(unsigned char id, unsigned char* element, int elementLength);
 
     // Appends `count` elements in order, `elements[i]` of `lengths[i]` bytes, and updates the packet size.
     // Makes the extension when there is none, also for a `count` of 0 or less; otherwise drops the padding
     // between the elements already there. The payload moves with the extension's size. Borrows all pointers.
-    // `ignored` is not used. When the result does not fit the capacity the buffer grows, and the capacity
-    // becomes the new packet size. Returns true, or false with nothing changed when an element is null or not
-    // 1 to 17 bytes long, when there is an extension of another profile or one that runs past the packet, or
-    // when all elements together exceed 65535 bytes.
+    // `ignored` is not used. When the result exceeds the capacity, the buffer grows, and the capacity becomes
+    // the new packet size. Returns true; or false with nothing changed when an element is null or not 1 to 17
+    // bytes long, when the packet has an extension of another profile or one that runs past its end, or when
+    // all elements together exceed 65535 bytes.
     bool add_onebyte_extension_elements(unsigned char* ignored, unsigned char** elements, int* lengths,
                                         int count);
 
 protected:
-    unsigned char* m_buffer;      // owned; from malloc, with the spare bytes behind `m_bufferSize`
+    unsigned char* m_buffer;      // owned; from malloc, with the spare bytes after `m_bufferSize`
     _int32_t m_payloadSize;       // from the end of the header to the end of the packet, padding included
     _int32_t m_packetSize;        // the whole packet on the wire
     _int32_t m_bufferSize;        // the recorded capacity of `m_buffer`
@@ -239,7 +241,7 @@ protected:
 private:
     friend class CPacketAccess;
 
-    // **Takes** a buffer, from malloc, of `capacity` and the spare bytes; neither is touched.
+    // **Takes** a buffer from malloc, of `capacity` and the spare bytes. Writes nothing to it.
     TALRTP_LOCAL CTalRtpPacket(unsigned char* buffer, int capacity, const CPacketAccess& access);
 };
 
