@@ -1,45 +1,47 @@
 // The command-line program `talrtp`.
 
-#include "loopback/Command.h"
-#include "loopback/Session.h"
+#include "HostError.h"
+#include "Program.h"
 
 #include <fmt/format.h>
-#include <CLI/CLI.hpp>
 
 #include <cstdio>
 
+namespace talrtp::host {
 namespace {
 
-constexpr const char* kVersion = "talrtp " TALRTP_PROGRAM_VERSION;
-
 // CLI11 has an exit code of its own for each kind of mistake; here there is one, and one line on stderr.
-int reportUsage(const CLI::App& app, const CLI::ParseError& problem) {
+int reportUsage(const Program& program, const CLI::ParseError& problem) {
     if (problem.get_exit_code() == 0) {
-        return app.exit(problem);
+        return program.app->exit(problem);
     }
-    fmt::print(stderr, "talrtp: {} (see talrtp loopback --help)\n", problem.what());
-    return talrtp::host::kExitUsage;
+    const std::vector<CLI::App*> parsed = program.app->get_subcommands();
+    fmt::print(stderr, "talrtp: {} (see talrtp {}--help)\n", problem.what(),
+               parsed.empty() ? "" : parsed.front()->get_name() + " ");
+    return kExitUsage;
 }
 
 int runProgram(int argc, char** argv) {
-    CLI::App app("Carries H.264 over RTP with forward error correction.", "talrtp");
-    app.set_version_flag("--version", kVersion);
-    app.require_subcommand(1);
-    app.get_formatter()->column_width(26);
-    const std::function<int()> run = talrtp::host::addLoopback(app);
+    const Program program = makeProgram();
     try {
-        app.parse(argc, argv);
-        return run();
+        program.app->parse(argc, argv);
+        for (const Command& command : program.commands) {
+            if (command.app->parsed()) {
+                return command.run();
+            }
+        }
+        return kExitUsage;  // not reached: a subcommand is required
     } catch (const CLI::ParseError& problem) {
-        return reportUsage(app, problem);
+        return reportUsage(program, problem);
     }
 }
 
 }  // namespace
+}  // namespace talrtp::host
 
 int main(int argc, char** argv) {
     try {
-        return runProgram(argc, argv);
+        return talrtp::host::runProgram(argc, argv);
     } catch (const std::exception& problem) {
         std::fprintf(stderr, "talrtp: %s\n", problem.what());
         return talrtp::host::kExitFailed;

@@ -1,5 +1,6 @@
 #include "loopback/Command.h"
 
+#include "HostError.h"
 #include "loopback/Loopback.h"
 #include "loopback/OutputFile.h"
 #include "loopback/ProgressBar.h"
@@ -65,6 +66,7 @@ class CCommand {
 public:
     explicit CCommand(CLI::App& app) {
         CLI::App* command = app.add_subcommand("loopback", kDescription);
+        m_app = command;
         command->footer(kFooter);
         // An option given again overrides itself, which lets scripts append the user's to their own.
         command->option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
@@ -73,6 +75,8 @@ public:
         addFecOptions(*command);
         addSweepOptions(*command);
     }
+
+    CLI::App* app() const { return m_app; }
 
     int run() {
         finishOptions();
@@ -300,6 +304,7 @@ private:
     int m_runs = 10;
     bool m_isSweep = false;
     bool m_isNotAggregating = false;
+    CLI::App* m_app = nullptr;
     CLI::Option* m_outOption = nullptr;
     CLI::Option* m_lossOption = nullptr;
     CLI::Option* m_fecOption = nullptr;
@@ -307,9 +312,9 @@ private:
 
 }  // namespace
 
-std::function<int()> addLoopback(CLI::App& app) {
+Command addLoopback(CLI::App& app) {
     const auto command = std::make_shared<CCommand>(app);
-    return [command] { return command->run(); };
+    return {command->app(), [command] { return command->run(); }};
 }
 
 }  // namespace talrtp::host

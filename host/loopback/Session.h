@@ -1,20 +1,14 @@
-// A session of the library, owned, and the error that the host's own code throws.
+// A session of the library, owned.
 
 #ifndef TALRTP_HOST_LOOPBACK_SESSION_H
 #define TALRTP_HOST_LOOPBACK_SESSION_H
 
+#include "HostError.h"
 #include "kit/PackingPlan.h"
 
 #include <talrtp/ITalRTPSession.h>
 
-#include <stdexcept>
-
 namespace talrtp::host {
-
-// Something that the user can do something about; the text is one line for stderr.
-class CHostError : public std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
 
 constexpr unsigned int kMediaPayloadType = 98;
 constexpr unsigned int kFecPayloadType = 111;
