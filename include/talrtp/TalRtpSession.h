@@ -1,18 +1,17 @@
-// The session classes behind `ITalRTPSession`, for hosts that derive from them, and the XOR kernel.
+// The classes that implement `ITalRTPSession`, for hosts that derive from them, and the XOR kernel.
 //
 // `CMMRTPSessionBase` holds the configuration, the sending operations and the receive pipeline:
 //
 //   InputReceivedData -> validate -> media packet: store, record, deal, retry FEC, age out
 //                                 -> FEC packet:   try to rebuild, keep or drop, deal what was rebuilt
 //
-// and hands every stored packet over as it is. `CMMRTPSession4SVC`, the class that `TalCreateRTPSession`
+// and hands over every stored packet as it is. `CMMRTPSession4SVC`, the class that `TalCreateRTPSession`
 // makes, replaces the payload writer and the delivery hooks by those of H.264 (RFC 6184): single NAL unit
 // packets, STAP-A and FU-A.
 //
-// A derived class may read every protected member. The receive lists and records are kept in step with an
-// index of the library's own, so a derived class must not change them, and `isStartSeq` and `isEndSeq` are
-// asked once for each packet, when it is stored. The order and width of the documented members are binary
-// interface.
+// A derived class may read every protected member, but must not change the receive lists and records: the
+// session keeps a private index of them. `isStartSeq` and `isEndSeq` are asked once for each packet, when it
+// is stored. The order and width of the documented members are binary interface.
 
 #ifndef TALRTP_TALRTPSESSION_H
 #define TALRTP_TALRTPSESSION_H
@@ -34,18 +33,21 @@ namespace talrtp {
 // all three; no alignment is needed. `dst` may be `src1`; other overlaps are not supported.
 TALRTP_API void deployXorProcess(unsigned char* dst, unsigned char* src1, unsigned char* src2, int length);
 
-// Keeps the nodes of a session's lists for reuse, so that a packet in the steady state costs no allocation
-// but its own. Belongs to the session.
+// Keeps the nodes of a session's lists for reuse. In the steady state a packet then costs no allocation but
+// its own. Each session owns one.
 class TALRTP_API CNodePool {
 public:
+    // Makes an empty pool. Allocates nothing yet.
     CNodePool();
+    // Frees all memory of the pool. No node is in use any more.
     ~CNodePool();
     CNodePool(const CNodePool&) = delete;
     CNodePool& operator=(const CNodePool&) = delete;
 
-    // **Returns** room for `size` bytes, aligned for any type; it goes back with `give` and the same size.
+    // **Returns owned** room for `size` bytes, aligned for any type. Return it by `give` with the same size.
     void* take(std::size_t size);
-    // **Takes** back what `take` returned. The memory itself stays with the pool.
+    // **Takes** back a node that `take` returned for the same `size`. The pool keeps the memory for later
+    // nodes.
     void give(void* node, std::size_t size);
 
 private:
@@ -59,48 +61,60 @@ private:
     char* m_slabEnd;
 };
 
-// The allocator of the session's lists: one node at a time out of a `CNodePool`.
+// The allocator of the session's lists: one node at a time out of a `CNodePool`. A host meets it only as a
+// template argument of the lists below.
 template <typename T>
 class CNodeAllocator {
 public:
     typedef T value_type;
 
+    // Allocates from `pool`, borrowed, not null, and alive as long as any node of it.
     explicit CNodeAllocator(CNodePool* pool) : m_pool(pool) {}
+    // Allocates from the same pool as `other`.
     template <typename U>
     CNodeAllocator(const CNodeAllocator<U>& other) : m_pool(other.pool()) {}
 
+    // **Returns owned** room for `count` objects.
     T* allocate(std::size_t count) { return static_cast<T*>(m_pool->take(count * sizeof(T))); }
+    // **Takes** back the room for `count` objects at `node`.
     void deallocate(T* node, std::size_t count) { m_pool->give(node, count * sizeof(T)); }
+    // **Lends** the pool.
     CNodePool* pool() const { return m_pool; }
 
 private:
     CNodePool* m_pool;
 };
 
+// Returns whether either allocator may release the other's nodes: both have the same pool.
 template <typename T, typename U>
 bool operator==(const CNodeAllocator<T>& a, const CNodeAllocator<U>& b) {
     return a.pool() == b.pool();
 }
+// Returns whether the pools differ.
 template <typename T, typename U>
 bool operator!=(const CNodeAllocator<T>& a, const CNodeAllocator<U>& b) {
     return !(a == b);
 }
 
-// What was received of one NAL unit: a run of packets from a start packet to an end packet.
+// The record of one received NAL unit: a run of packets from a start packet to an end packet.
 struct stTalRtpDataInfo {
     _uint16_t startSeq;    // sequence number of the start packet
     _int32_t packetCount;  // packets from the start to the furthest one that follows without a gap
-    bool delivered;        // handed to the sink, whole or in part
+    bool delivered;        // handed over to the sink, whole or in part
     bool complete;         // the end packet was found; the record changes no more
 };
 
-// What was received of one RTP timestamp.
+// The record of one RTP timestamp: the packets that are stored for it, and their units.
 struct stTalRtpTSInfo {
+    // Records of units by the number of their start packet, in plain numeric order.
     typedef std::map<_uint16_t, stTalRtpDataInfo*, std::less<_uint16_t>,
                      CNodeAllocator<std::pair<const _uint16_t, stTalRtpDataInfo*> > >
         DataInfoMap;
+    // Sequence numbers in order of arrival.
     typedef std::list<_uint16_t, CNodeAllocator<_uint16_t> > SeqList;
 
+    // Makes an empty record of a timestamp whose first packet arrived at `receivedTime`, in milliseconds.
+    // Borrows `pool` for the life of the record.
     stTalRtpTSInfo(_uint64_t receivedTime, CNodePool* pool)
         : createTime(receivedTime),
           updateTime(receivedTime),
@@ -120,35 +134,52 @@ class CReceiveIndex;
 struct stTalRtpTSRecord;
 
 // A session without knowledge of H.264: a packet carries one unit and is handed over as it arrives.
+//
+// Its virtual functions begin with those of `ITalRTPSession`; the order is binary interface.
 class TALRTP_API CMMRTPSessionBase : public ITalRTPSession {
 public:
+    // Packets by sequence number, in plain numeric order: 0 comes before 65535.
     typedef std::map<_uint16_t, CTalRtpPacket*, std::less<_uint16_t>,
                      CNodeAllocator<std::pair<const _uint16_t, CTalRtpPacket*> > >
         PacketMap;
+    // Records by timestamp, in plain numeric order.
     typedef std::map<_uint32_t, stTalRtpTSInfo*, std::less<_uint32_t>,
                      CNodeAllocator<std::pair<const _uint32_t, stTalRtpTSInfo*> > >
         TSInfoMap;
 
-    // Arguments as those of `TalCreateRTPSession`.
+    // Makes a session with the defaults of `ITalRTPSession`. `pSink` is borrowed for the life of the session;
+    // with null nothing is handed over. `sourceId` is the SSRC of the packets that the session makes.
     CMMRTPSessionBase(ITalRTPSessionSink* pSink, unsigned int sourceId);
-    // Gives the statistics lines, then frees everything that is held.
+    // Logs the statistics lines, then frees everything that the session holds. The sink is not called.
     ~CMMRTPSessionBase() override;
     CMMRTPSessionBase(const CMMRTPSessionBase&) = delete;
     CMMRTPSessionBase& operator=(const CMMRTPSessionBase&) = delete;
 
+    // The operations of `ITalRTPSession`, which documents arguments, ownership and every result. For a
+    // derived class the three media calls go through the hooks `setPacketHeader` and `setPacketPayload`.
+
+    // Sets the payload types of media and of FEC packets.
     int SetPayloadType(unsigned long payloadType, unsigned long fecPayloadType) override;
+    // Sets the kind of FEC.
     int SetFecType(unsigned long fecType) override;
+    // Fills one packet with several units: one header, then each unit with a count of 0.
     int CreateStapaPacket(unsigned long timestamp, int nalCount, int* nal_len, unsigned char** nal_buf,
                           CTalRtpPacket* pRtpPacket) override;
+    // Cuts one unit into packets: a header and a piece for each.
     int CreateFuaPackets(unsigned long timestamp, int nalSize, unsigned char* nal_buf, int packetCount,
                          CTalRtpPacket* pRtpPacket) override;
+    // Fills one packet with one unit: a header, then the unit with a count of 1.
     int CreateSinglePacket(unsigned long timestamp, int nalSize, unsigned char* nal_buf,
                            CTalRtpPacket* pRtpPacket) override;
+    // Makes one XOR parity packet over packets that the mask selects.
     int CreateXorFecPackets(CTalRtpPacket* pPacket, int count, unsigned int mask,
                             CRTPFECPacket* pFecPacket) override;
+    // Makes Reed-Solomon parity packets over a group.
     int CreateRsFecPackets(CTalRtpPacket* pPacket, int count, CTalRtpPacket* pFecPacket,
                            int fecCount) override;
+    // Takes in one datagram: counts, copies, validates, routes by payload type.
     int InputReceivedData(unsigned char* data, int dataLen, unsigned long receivedTime) override;
+    // Hands over the units of a timestamp as far as they go, each through `forceHandoverPacket`.
     int ForceHandover(unsigned long timestamp) override;
 
     // The free `random32`, with a seeding flag of its own.
@@ -165,82 +196,87 @@ public:
 protected:
     // --- Sending ---
 
-    // Resets `packet` (borrowed) and writes its RTP header, with the next media sequence number and the
-    // marker bit. Returns 0, or -1 with an ERROR line for null.
+    // Resets `packet` (borrowed) and writes its RTP header: marker bit set, media payload type, next media
+    // sequence number, SSRC. Returns 0, or -1 with an ERROR line for null.
     int setPacketHeader(unsigned long timestamp, CTalRtpPacket* packet) override;
     // Writes one piece of payload. `index` counts from 1; `count` is 1 for a single NAL unit, 0 for a unit of
     // an aggregation packet, else the number of fragments. Borrows `data`, of `size` bytes, and `packet`.
-    // This class takes single units only. Returns 0, or -1 with a line for null and for what it does not
-    // take.
+    // This class accepts single units only. Returns 0, or -1 with an ERROR line for null and with a WARNING
+    // line for any other `index` or `count`.
     int setPacketPayload(int index, int count, int size, unsigned char* data, CTalRtpPacket* packet) override;
 
     // --- Receiving: entry and bookkeeping ---
 
-    // Tells whether `payloadType` is that of FEC packets.
+    // Returns whether `payloadType` is that of FEC packets.
     bool isFECPacket(unsigned int payloadType) const;
     // **Takes** a valid media packet: stores it, records it, deals it, retries FEC, ages out. A duplicate is
     // destroyed. Returns 0, or -1 with an ERROR line for null.
     int inputReceivedMediaPacket(CTalRtpPacket* packet);
     // **Lends** the media packet stored under `seq`, or null.
     CTalRtpPacket* getMediaPacketBySeq(unsigned short seq) const;
-    // Records a stored media packet under its timestamp and updates the record of its unit, if its start is
-    // known.
+    // Records a stored media packet under its timestamp and updates the record of its unit, if the start of
+    // that unit is known.
     void updateMediaDataInfo(unsigned int timestamp, unsigned short seq);
     // **Lends** the record, kept under `timestamp`, of the unit that contains `seq`; null when there is none.
     stTalRtpDataInfo* getMediaDataInfo(unsigned int timestamp, unsigned short seq);
     // Stores `timestamp` as the newest one and returns true, unless it is equal to the stored one or more
     // than 0x80000000 ahead of it.
     bool updateReceivedTS(unsigned int timestamp);
-    // Gives the INFO line of what was made, if anything was, and that of what was received, if anything was.
+    // Logs up to two INFO lines: sender statistics if packets were made, receiver statistics if datagrams
+    // arrived.
     void displayStatisticInfo() const;
     // Frees everything that the receive lists hold.
     void clearAllList();
 
     // --- Receiving: delivery ---
 
-    // Hands over what `packet` (borrowed), just stored, makes deliverable. An ERROR line for null.
+    // Hands over every unit that `packet` (borrowed), just stored, makes deliverable. Logs an ERROR line for
+    // null.
     void dealPacket(CTalRtpPacket* packet) override;
-    // Lends `packet` to the sink, counts its payload and marks its unit delivered. Nothing for null or no
-    // sink.
+    // Lends `packet` to the sink, counts its payload and marks its unit delivered. Does nothing for null or
+    // without a sink.
     void deliverPacket(CTalRtpPacket* packet);
-    // Hands over the unit that starts with `packet` (borrowed) as far as it goes. An ERROR line for null.
+    // Hands over the unit that starts with `packet` (borrowed) as far as it goes. Logs an ERROR line for
+    // null.
     void forceHandoverPacket(CTalRtpPacket* packet) override;
-    // Frees the timestamps, with their packets, for which more than 5000 ms have passed since their last
-    // packet. A clock that stepped back frees them too.
+    // Frees every timestamp, with its packets, whose last packet is more than 5000 ms old. After the clock
+    // stepped back, timestamps newer than now count as stale too.
     void checkAllLists();
-    // Finds the start of the unit that contains `seq`. False, with `startSeq` unchanged, when it is not
-    // stored.
+    // Finds the start of the unit that contains `seq`. Returns false, with `startSeq` unchanged, when the
+    // start is not stored.
     bool findStartSeq(unsigned short seq, unsigned short& startSeq) override;
-    // Finds the end of the unit that starts at `startSeq`. False when it is not stored; `endSeq` is then the
-    // last number that follows without a gap, if `startSeq` itself is stored.
+    // Finds the end of the unit that starts at `startSeq`. Returns false when the end is not stored; `endSeq`
+    // is then the last number that follows without a gap, if `startSeq` itself is stored.
     bool findEndSeq(unsigned short startSeq, unsigned short& endSeq) override;
-    // Tells whether the packet stored under `seq` starts a unit.
+    // Returns whether the packet stored under `seq` starts a unit.
     bool isStartSeq(unsigned short seq) override;
-    // Tells whether the packet stored under `seq` ends a unit.
+    // Returns whether the packet stored under `seq` ends a unit.
     bool isEndSeq(unsigned short seq) override;
 
     // --- Receiving: forward error correction ---
 
-    // **Takes** a FEC packet: tries it, keeps it if it may still help, deals what it rebuilt. A duplicate is
-    // destroyed. Returns 0, or -1 with an ERROR line for null.
+    // **Takes** an FEC packet: tries it, keeps it if it may still help, deals the packets that it rebuilt. A
+    // duplicate is destroyed. Returns 0, or -1 with an ERROR line for null.
     int inputReceivedFECPacket(CTalRtpPacket* fecPacket);
-    // Tries the stored FEC packets again, drops those that are spent, and deals what was rebuilt.
+    // Tries the stored FEC packets again, drops those that are spent, and deals the rebuilt packets.
     void recoverPacketWithFEC();
-    // Tries one FEC packet (borrowed). `keep` tells afterwards whether it may still repair something.
+    // Tries one FEC packet (borrowed). Sets `keep` to whether it may still rebuild something.
     void recoverPacketWithFEC(CTalRtpPacket* fecPacket, bool& keep);
-    // The same for one kind of FEC. What is rebuilt goes into `m_recoverPacketList`.
+    // The same for an XOR FEC packet. A rebuilt packet goes into `m_recoverPacketList`.
     void recoverPacketWithXORFEC(CRTPFECPacket* fecPacket, bool& keep);
+    // The same for a Reed-Solomon FEC packet and its group.
     void recoverPacketWithRSFEC(CRTPRSPacket* fecPacket, bool& keep);
     // Rebuilds media packet `seq` from an XOR FEC packet (borrowed) and every other packet that it protects.
-    // **Returns** the packet, or null: with an ERROR line for a null FEC packet, without for one too short or
-    // a length that does not fit.
+    // **Returns owned** the packet. Returns null with an ERROR line for a null FEC packet, and without one
+    // when the FEC packet is too short or the rebuilt length does not fit.
     CTalRtpPacket* recoverPacket(unsigned short seq, CRTPFECPacket* fecPacket) override;
-    // **Lend** the stored FEC packet or the rebuilt media packet with that sequence number, or null.
+    // **Lends** the stored FEC packet with that sequence number, or null.
     CTalRtpPacket* getFECPacketBySeq(unsigned short seq) const;
+    // **Lends** the rebuilt media packet with that sequence number that is not dealt yet, or null.
     CTalRtpPacket* getRecoverPacketBySeq(unsigned short seq) const;
-    // Notes a stored FEC packet under its timestamp.
+    // Records a stored FEC packet under its timestamp.
     void updateFECListInfo(unsigned int timestamp, unsigned short seq);
-    // Forgets that note.
+    // Removes that record.
     void removeFECInfoFromList(unsigned int timestamp, unsigned short seq);
     // Feeds rebuilt packets into the media path and tries FEC again, until nothing new is rebuilt.
     void dealRecoverPacketList();
@@ -248,7 +284,7 @@ protected:
     // --- State: order and width are binary interface ---
 
     ITalRTPSessionSink* m_pSink;    // borrowed; null while the session is destroyed
-    _uint32_t m_sourceId;           // SSRC of what this session makes
+    _uint32_t m_sourceId;           // SSRC of the packets that this session makes
     _uint32_t m_payloadType;        // of media packets
     _uint32_t m_fecPayloadType;     // of FEC packets
     _uint32_t m_fecType;            // RTP_FEC_XOR or RTP_FEC_RS
@@ -263,117 +299,162 @@ protected:
     _uint32_t m_receivedTS;         // newest timestamp accepted by updateReceivedTS
     _uint64_t m_firstReceivedTime;  // receive time of the first datagram, milliseconds
     _uint64_t m_lastReceivedTime;   // receive time of the latest datagram, milliseconds
-    bool m_isFirstReceived;         // no datagram came yet
+    bool m_isFirstReceived;         // no datagram arrived yet
 
-    _uint64_t m_createdMediaPacketNumber;
-    _uint64_t m_createdFECPacketNumber;
-    _uint64_t m_receivedPacketNumber;  // every call of InputReceivedData
-    _uint64_t m_receivedPacketBytes;
-    _uint64_t m_receivedMediaPacketNumber;       // valid ones, duplicates included
-    _uint64_t m_receivedValidMediaPacketNumber;  // stored ones
-    _uint64_t m_receivedValidMediaPacketBytes;   // by buffer size
-    _uint64_t m_receivedFECPacketNumber;         // valid ones, duplicates included
-    _uint64_t m_receivedValidFECPacketNumber;    // without duplicates
-    _uint64_t m_receivedValidFECPacketBytes;     // by buffer size
-    _uint64_t m_recoveredMediaPacketNumber;
-    _uint64_t m_recoveredMediaPacketBytes;  // by buffer size
-    _uint64_t m_deliveredDataBytes;         // payload of every hand-over
+    // The statistics, counted since the session was made. Bytes "by buffer size" count the capacity of a
+    // packet object, `get_buffer_size()`, and not the bytes on the wire.
+
+    _uint64_t m_createdMediaPacketNumber;        // media packets begun by the three sending calls
+    _uint64_t m_createdFECPacketNumber;          // FEC packets made, of either kind
+    _uint64_t m_receivedPacketNumber;            // every call of InputReceivedData
+    _uint64_t m_receivedPacketBytes;             // of these, the lengths as passed in
+    _uint64_t m_receivedMediaPacketNumber;       // valid media packets, duplicates included
+    _uint64_t m_receivedValidMediaPacketNumber;  // stored media packets
+    _uint64_t m_receivedValidMediaPacketBytes;   // of these, by buffer size
+    _uint64_t m_receivedFECPacketNumber;         // valid FEC packets, duplicates included
+    _uint64_t m_receivedValidFECPacketNumber;    // FEC packets without duplicates
+    _uint64_t m_receivedValidFECPacketBytes;     // of these, by buffer size
+    _uint64_t m_recoveredMediaPacketNumber;      // rebuilt media packets
+    _uint64_t m_recoveredMediaPacketBytes;       // of these, by buffer size
+    _uint64_t m_deliveredDataBytes;              // payload of every hand-over
 
 private:
     friend class CMMRTPSession4SVC;
     friend class CRsRecovery;
     friend class CSessionInspector;
 
+    // The helpers of the library's own sources. They are not exported and no part of the interface.
+
+    // **Takes** `pool`.
     TALRTP_LOCAL CMMRTPSessionBase(ITalRTPSessionSink* pSink, unsigned int sourceId, CNodePool* pool);
 
+    // This session as an object of the library's own class; null when its class is a derived one.
     TALRTP_LOCAL CMMRTPSession4SVC* ownClass();
+    // Writes the header of the next media packet.
     TALRTP_LOCAL void writePacketHeader(_uint32_t timestamp, CTalRtpPacket& packet);
 
+    // **Returns owned** a packet over a copy of `data`, of the class that payload type and FEC type require.
     TALRTP_LOCAL CTalRtpPacket* makeReceivedPacket(unsigned char* data, int dataLen) const;
+    // **Takes** a packet that is new: stores it, records it, deals it.
     TALRTP_LOCAL void takeMediaPacket(CTalRtpPacket* packet, unsigned int timestamp, unsigned short seq);
+    // **Takes** a packet into the media list and the index.
     TALRTP_LOCAL void storeMediaPacket(CTalRtpPacket* packet, unsigned short seq);
+    // Records a packet under its timestamp. **Lends** the record.
     TALRTP_LOCAL stTalRtpTSRecord* noteMediaPacket(unsigned int timestamp, unsigned short seq);
+    // Extends a unit to `endSeq`, unless it reaches further already.
     TALRTP_LOCAL static void growUnit(stTalRtpDataInfo& unit, unsigned short endSeq, bool isComplete);
+    // **Lends** the record of `timestamp`, or null.
     TALRTP_LOCAL stTalRtpTSRecord* findTSRecord(unsigned int timestamp) const;
+    // The same, and makes the record if none exists.
     TALRTP_LOCAL stTalRtpTSRecord* findOrMakeTSRecord(unsigned int timestamp);
+    // **Lends** the record of the unit that starts at `startSeq`, or null.
     TALRTP_LOCAL stTalRtpDataInfo* findDataInfo(stTalRtpTSRecord* record, unsigned short startSeq) const;
+    // The same, and makes the record if none exists.
     TALRTP_LOCAL stTalRtpDataInfo* findOrMakeDataInfo(stTalRtpTSRecord* record, unsigned short startSeq);
+    // Frees a timestamp with its packets.
     TALRTP_LOCAL void ageOut(stTalRtpTSRecord* record);
+    // Frees the record of a timestamp that already left its list, with the records of its units.
     TALRTP_LOCAL void freeTSRecord(stTalRtpTSRecord* record);
 
+    // **Takes** a packet into the FEC list, the index and the groups that wait.
     TALRTP_LOCAL void storeFecPacket(CTalRtpPacket* fecPacket);
+    // Destroys the FEC packet stored under `seq`, if any.
     TALRTP_LOCAL void eraseFecPacket(unsigned short seq);
+    // Tries every stored FEC packet that may have something new to rebuild, in ascending order.
     TALRTP_LOCAL void retryFecPackets();
+    // Tries one stored FEC packet and drops it once it is spent.
     TALRTP_LOCAL void retryFecPacket(unsigned short seq);
+    // **Takes** a rebuilt packet into the list of packets to deal.
     TALRTP_LOCAL void storeRecoveredPacket(unsigned short seq, CTalRtpPacket* packet);
+    // Feeds the rebuilt packets into the media path. Returns whether one of them was new.
     TALRTP_LOCAL bool dealRecoveredPackets();
+    // **Lends** the media packet with that number, stored or just rebuilt; null when it is missing.
     TALRTP_LOCAL CTalRtpPacket* getKnownMediaPacket(unsigned short seq) const;
 
     CNodePool* m_pool;       // owned; the nodes of every list above
-    CReceiveIndex* m_index;  // owned; finds in constant time what the lists hold
+    CReceiveIndex* m_index;  // owned; finds the entries of the lists in constant time
 };
 
 // The session that `TalCreateRTPSession` makes: H.264 and H.264 SVC payloads (RFC 6184).
 class TALRTP_API CMMRTPSession4SVC : public CMMRTPSessionBase {
 public:
-    // Arguments as those of `TalCreateRTPSession`.
+    // Makes a session; the arguments are those of the base class.
     CMMRTPSession4SVC(ITalRTPSessionSink* pSink, unsigned int sourceId);
+    // Leaves everything to the base class.
     ~CMMRTPSession4SVC() override;
 
 protected:
     // --- Sending ---
 
-    // Chooses the writer by `count`: 1 single, 0 aggregation, 2 or more fragmentation. A negative one gives a
-    // WARNING line and -1.
+    // Chooses the writer by `count`: 1 single, 0 aggregation, 2 or more fragmentation. Returns the writer's
+    // result, or -1 with a WARNING line for a negative count.
     int setPacketPayload(int index, int count, int size, unsigned char* data, CTalRtpPacket* packet) override;
-    // Writes a whole NAL unit. The writers borrow `data`, of `size` bytes, and `packet`; they return 0, or -1
-    // with an ERROR line for null.
+    // The writers borrow `data`, of `size` bytes, and `packet`. They return 0, or -1 with an ERROR line for
+    // null.
+
+    // Writes a whole NAL unit.
     int setSinglePayload(int size, unsigned char* data, CTalRtpPacket* packet);
     // Appends a NAL unit to a STAP-A payload, and keeps its header at the highest NRI so far.
     int setAUPayload(int index, int size, unsigned char* data, CTalRtpPacket* packet);
-    // Writes fragment `index` of `count`; the first begins with the NAL unit's header byte, which is not
-    // repeated.
+    // Writes fragment `index` of `count`. `data` of the first begins with the NAL unit's header byte, which
+    // is not repeated in the payload.
     int setFUPayload(int index, int count, int size, unsigned char* data, CTalRtpPacket* packet);
 
     // --- Receiving ---
 
+    // The hooks of the base class, which documents arguments and results. Here they read the H.264 payload.
+
+    // Hands over a single unit, each unit of an aggregation packet, or the unit that a fragment completed.
     void dealPacket(CTalRtpPacket* packet) override;
+    // Hands over a single unit, all units of an aggregation packet, or a run of fragments up to its gap.
     void forceHandoverPacket(CTalRtpPacket* packet) override;
+    // Walks back from a fragment to the packet that starts its unit.
     bool findStartSeq(unsigned short seq, unsigned short& startSeq) override;
+    // Walks on from a start packet to the packet that ends its unit.
     bool findEndSeq(unsigned short startSeq, unsigned short& endSeq) override;
+    // Returns whether the packet is no fragment, or the first one.
     bool isStartSeq(unsigned short seq) override;
+    // Returns whether the packet is no fragment, or the last one.
     bool isEndSeq(unsigned short seq) override;
 
-    // Hands a single NAL unit over.
+    // Hands over a single NAL unit.
     void deliveSinglePacket(CTalRtpPacket* packet);
-    // Hands each unit of an aggregation packet over by itself, with a declared size that grows.
+    // Hands over each unit of an aggregation packet by itself, with a declared size that grows.
     void splitAUPacketEx(CTalRtpPacket* packet);
-    // Hands all units of an aggregation packet over at once.
+    // Hands over all units of an aggregation packet at once.
     void splitAUPacket(CTalRtpPacket* packet);
-    // Hands the unit of a fragment over if the fragment, just stored, has completed it.
+    // Hands over the unit of a fragment if the fragment, just stored, has completed it.
     void combineFUPacket(CTalRtpPacket* packet);
-    // Hands the unit that starts with `packet` over as far as it goes.
+    // Hands over the unit that starts with `packet` as far as it goes.
     void forceHandoverFUPacket(CTalRtpPacket* packet);
-    // Finds the run that contains `seq`. Returns 0, or 1 with all outputs false or 0: with a WARNING line
-    // when `seq` is not stored, without one when its start is not known.
+    // Finds the run that contains `seq`. Returns 0; or 1, with all outputs false or 0, and with a WARNING
+    // line when `seq` is not stored, without one when its start is not known.
     int getFUPacketsInfoBySeq(unsigned short seq, bool& complete, unsigned short& start, unsigned short& end);
-    // Rebuilds the NAL unit of a run and hands it over, up to the first gap.
+    // Joins the fragments of a run, up to the first gap, and hands over the NAL unit.
     void deliveFUPacket(unsigned short start, unsigned short end, bool complete);
     // Returns the bytes of fragment data in a run, up to the first gap.
     unsigned int getFUPacketsPayloadSize(unsigned short start, unsigned short end) const;
 
-    _uint8_t m_nalHeader;  // NAL unit header, or STAP-A header, of the unit being written
+    _uint8_t m_nalHeader;  // NAL unit header, or STAP-A header, of the unit that is being written
 
 private:
     friend class CMMRTPSessionBase;
 
+    // Helpers for sessions of this very class, not exported: they do what the virtual operations do, without
+    // asking hooks that nobody overrode.
+
+    // Makes a single NAL unit packet of at least one byte.
     TALRTP_LOCAL void makeOwnSinglePacket(_uint32_t timestamp, int size, const unsigned char* data,
                                           CTalRtpPacket& packet);
+    // Makes fragments of `pieceSize` bytes, the last of 1 to `pieceSize`.
     TALRTP_LOCAL void makeOwnFuaPackets(_uint32_t timestamp, int size, const unsigned char* data,
                                         int pieceSize, int packetCount, CTalRtpPacket* packets);
+    // Records a packet under its timestamp and its unit. **Lends** the unit's record; null without a start.
     TALRTP_LOCAL stTalRtpDataInfo* updateOwnDataInfo(unsigned int timestamp, unsigned short seq, bool starts,
                                                      bool ends);
+    // Records a stored packet and deals it; reads its payload head once.
     TALRTP_LOCAL void dealOwnPacket(CTalRtpPacket* packet, unsigned int timestamp, unsigned short seq);
+    // Returns the bytes of fragment data in a run, up to the first gap.
     TALRTP_LOCAL _uint64_t fragmentRunSize(unsigned short start, unsigned short end) const;
 };
 
