@@ -8,6 +8,7 @@
 #include <talrtp/kit/Failure.h>
 #include <talrtp/kit/Fec.h>
 #include <talrtp/kit/ReceiverOptions.h>
+#include <talrtp/kit/ReceptionReport.h>
 #include <talrtp/kit/Rtcp.h>
 #include <talrtp/kit/SenderOptions.h>
 #include <talrtp/kit/SessionHandle.h>

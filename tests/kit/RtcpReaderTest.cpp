@@ -110,6 +110,20 @@ TEST(RtcpReaderTest, ReducedSizeIsAcceptedAndReported) {
     EXPECT_FALSE(readAll(Form::kRfc3550, {0x80, 0xc9, 0x00, 0x01, 1, 2, 3, 4}).result.isReducedSize);
 }
 
+TEST(RtcpReaderTest, CumulativeLossKeepsItsSignAtBothEnds) {
+    for (const auto& [high, expected] :
+         {std::pair<std::uint8_t, std::int32_t>{0x7f, 0x7fff00}, {0x80, -0x800000}}) {
+        Bytes bytes(32);
+        bytes[0] = 0x81;
+        bytes[1] = 0xc9;
+        bytes[3] = 7;
+        bytes[13] = high;
+        bytes[14] = high == 0x7f ? 0xff : 0;
+        const ReadPackets read = readAll(Form::kRfc3550, bytes);
+        EXPECT_EQ(expected, std::get<ReceiverReport>(read.packets.at(0)).blocks.at(0).cumulativeLost);
+    }
+}
+
 // ---- the checks of RFC 3550, A.2: nothing of such a datagram is handed over
 
 struct Damaged {
