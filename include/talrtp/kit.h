@@ -5,14 +5,23 @@
 
 #include <talrtp/kit/BytesView.h>
 #include <talrtp/kit/Datagram.h>
+#include <talrtp/kit/Demux.h>
 #include <talrtp/kit/Failure.h>
 #include <talrtp/kit/Fec.h>
+#include <talrtp/kit/PacketHead.h>
+#include <talrtp/kit/Picture.h>
+#include <talrtp/kit/PlayoutQueue.h>
+#include <talrtp/kit/Receiver.h>
 #include <talrtp/kit/ReceiverOptions.h>
 #include <talrtp/kit/ReceptionReport.h>
 #include <talrtp/kit/Rtcp.h>
 #include <talrtp/kit/SenderOptions.h>
+#include <talrtp/kit/SessionClock.h>
 #include <talrtp/kit/SessionHandle.h>
+#include <talrtp/kit/SourceFilter.h>
+#include <talrtp/kit/StapUnitCutter.h>
 #include <talrtp/kit/Statistics.h>
 #include <talrtp/kit/Time.h>
+#include <talrtp/kit/UnitRun.h>
 
 #endif  // TALRTP_KIT_H
