@@ -193,10 +193,7 @@ private:
     }
 
     PushResult takePacket(BytesView datagram, bool isFec, TimePoint now) {
-        const std::uint16_t sequence = readBig16(datagram, 2);
-        const std::optional<std::uint16_t> mediaSequence =
-            isFec ? std::nullopt : std::optional<std::uint16_t>(sequence);
-        switch (m_sources.judge(datagram, readBig32(datagram, 8), mediaSequence, now)) {
+        switch (m_sources.judge(datagram, isFec, now)) {
             case SourceFilter::Verdict::kTake:
                 break;
             case SourceFilter::Verdict::kOther:

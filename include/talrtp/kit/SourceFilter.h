@@ -4,11 +4,13 @@
 #define TALRTP_KIT_SOURCEFILTER_H
 
 #include <talrtp/kit/BytesView.h>
+#include <talrtp/kit/Demux.h>
 #include <talrtp/kit/Time.h>
 
 #include <chrono>
 #include <cstdint>
 #include <optional>
+#include <utility>
 #include <vector>
 
 namespace talrtp::kit {
@@ -55,10 +57,9 @@ public:
 
     std::optional<std::uint32_t> ssrc() const { return m_ssrc; }
 
-    // `sequence`: of a media packet; none for FEC packets, which never make a new source. `now` never steps
-    // back.
-    Verdict judge(BytesView datagram, std::uint32_t ssrc, std::optional<std::uint16_t> sequence,
-                  TimePoint now) {
+    // `datagram`: a valid RTP packet. FEC packets never make a new source. `now` never steps back.
+    Verdict judge(BytesView datagram, bool isFec, TimePoint now) {
+        const std::uint32_t ssrc = readBig32(datagram, 8);
         if (!m_ssrc) {
             m_ssrc = ssrc;
             m_lastHeard = now;
@@ -69,22 +70,20 @@ public:
             m_lastHeard = now;
             return Verdict::kTake;
         }
-        return judgeOther(datagram, ssrc, sequence, now);
+        const bool isOpen = !m_isGiven && (!m_isConfirmed || now - m_lastHeard >= m_timeout);
+        return isOpen && !isFec ? judgeOther(datagram, ssrc, now) : Verdict::kOther;
     }
 
     // After kTakeOver: returns the first datagram of the new source.
     std::vector<std::uint8_t> releaseFirst() { return m_candidate.release(); }
 
 private:
-    Verdict judgeOther(BytesView datagram, std::uint32_t ssrc, std::optional<std::uint16_t> sequence,
-                       TimePoint now) {
-        const bool isOpen = !m_isGiven && (!m_isConfirmed || now - m_lastHeard >= m_timeout);
-        if (!isOpen || !sequence) {
-            return Verdict::kOther;
-        }
-        if (m_candidateSsrc != ssrc || !m_candidate.isContinuedBy(*sequence)) {
+    // Another source could take over.
+    Verdict judgeOther(BytesView datagram, std::uint32_t ssrc, TimePoint now) {
+        const std::uint16_t sequence = readBig16(datagram, 2);
+        if (m_candidateSsrc != ssrc || !m_candidate.isContinuedBy(sequence)) {
             m_candidateSsrc = ssrc;
-            m_candidate.keep(datagram, *sequence);
+            m_candidate.keep(datagram, sequence);
             return Verdict::kOther;
         }
         m_ssrc = ssrc;
