@@ -3,6 +3,7 @@
 #ifndef TALRTP_KIT_H
 #define TALRTP_KIT_H
 
+#include <talrtp/kit/Base64.h>
 #include <talrtp/kit/BytesView.h>
 #include <talrtp/kit/Datagram.h>
 #include <talrtp/kit/Demux.h>
@@ -15,6 +16,7 @@
 #include <talrtp/kit/ReceiverOptions.h>
 #include <talrtp/kit/ReceptionReport.h>
 #include <talrtp/kit/Rtcp.h>
+#include <talrtp/kit/Sdp.h>
 #include <talrtp/kit/SenderOptions.h>
 #include <talrtp/kit/SessionClock.h>
 #include <talrtp/kit/SessionHandle.h>
