@@ -1,35 +1,35 @@
 // The marker bit of a picture's packets, and the array that holds them.
 
-#include "kit/MarkerFix.h"
-#include "kit/PacketArray.h"
+#include <talrtp/kit/Marker.h>
+#include <talrtp/kit/PacketArray.h>
 
 #include <gtest/gtest.h>
 
 namespace talrtp::kit {
 namespace {
 
-TEST(MarkerFix, LeavesTheMarkerOnTheLastPacketAlone) {
-    CPacketArray<CTalRtpPacket> packets(4, 100);
+TEST(Marker, StaysOnTheLastPacketOnly) {
+    PacketArray<CTalRtpPacket> packets(4, 100);
     for (std::size_t i = 0; i < packets.size(); ++i) {
         packets[i].set_payload_type(98);
         packets[i].set_marker_flag(i != 1);
     }
-    markLastPacketOnly(packets.data(), packets.size());
+    setMarkerOnLastPacket(packets.data(), packets.size());
     for (std::size_t i = 0; i < packets.size(); ++i) {
         EXPECT_EQ(packets[i].get_marker_flag(), i == 3) << i;
         EXPECT_EQ(packets[i].get_payload_type(), 98u);
     }
 }
 
-TEST(MarkerFix, SetsTheMarkerThatALastFragmentLacks) {
-    CPacketArray<CTalRtpPacket> packets(1, 100);
+TEST(Marker, SetsTheMarkerThatALastFragmentLacks) {
+    PacketArray<CTalRtpPacket> packets(1, 100);
     packets[0].set_marker_flag(false);
-    markLastPacketOnly(packets.data(), 1);
+    setMarkerOnLastPacket(packets.data(), 1);
     EXPECT_TRUE(packets[0].get_marker_flag());
 }
 
-TEST(PacketArray, HoldsPacketsOneBehindTheOtherWithTheRoomAskedFor) {
-    CPacketArray<CTalRtpPacket> packets(3, 1234);
+TEST(PacketArray, HoldsPacketsOneAfterTheOtherWithTheRoomAskedFor) {
+    PacketArray<CTalRtpPacket> packets(3, 1234);
     ASSERT_EQ(packets.size(), 3u);
     EXPECT_EQ(&packets[2], packets.data() + 2);
     for (std::size_t i = 0; i < packets.size(); ++i) {
@@ -38,11 +38,25 @@ TEST(PacketArray, HoldsPacketsOneBehindTheOtherWithTheRoomAskedFor) {
     }
 }
 
+TEST(Marker, NoPacketsNeedNone) {
+    setMarkerOnLastPacket(nullptr, 0);
+    PacketArray<CTalRtpPacket> packets(1, 100);
+    packets[0].set_marker_flag(true);
+    setMarkerOnLastPacket(packets.data(), 0);
+    EXPECT_TRUE(packets[0].get_marker_flag());
+}
+
+TEST(PacketArray, HoldsNothingUnlessAsked) {
+    PacketArray<CTalRtpPacket> packets(0, 100);
+    EXPECT_EQ(packets.data(), nullptr);
+    EXPECT_EQ(packets.size(), 0u);
+}
+
 TEST(PacketArray, MovesItsPackets) {
-    CPacketArray<CTalRtpPacket> packets(2, 100);
+    PacketArray<CTalRtpPacket> packets(2, 100);
     packets[1].set_sequence_number(4711);
-    CPacketArray<CTalRtpPacket> moved(std::move(packets));
-    CPacketArray<CTalRtpPacket> assigned;
+    PacketArray<CTalRtpPacket> moved(std::move(packets));
+    PacketArray<CTalRtpPacket> assigned;
     EXPECT_EQ(assigned.size(), 0u);
     assigned = std::move(moved);
     ASSERT_EQ(assigned.size(), 2u);
