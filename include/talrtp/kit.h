@@ -3,13 +3,20 @@
 #ifndef TALRTP_KIT_H
 #define TALRTP_KIT_H
 
+#include <talrtp/kit/AccessUnitSplitter.h>
+#include <talrtp/kit/AnnexB.h>
 #include <talrtp/kit/Base64.h>
 #include <talrtp/kit/BytesView.h>
 #include <talrtp/kit/Datagram.h>
 #include <talrtp/kit/Demux.h>
 #include <talrtp/kit/Failure.h>
 #include <talrtp/kit/Fec.h>
+#include <talrtp/kit/FecGrouping.h>
+#include <talrtp/kit/Marker.h>
+#include <talrtp/kit/NalUnit.h>
+#include <talrtp/kit/PacketArray.h>
 #include <talrtp/kit/PacketHead.h>
+#include <talrtp/kit/PackingPlan.h>
 #include <talrtp/kit/Picture.h>
 #include <talrtp/kit/PlayoutQueue.h>
 #include <talrtp/kit/Receiver.h>
@@ -17,6 +24,7 @@
 #include <talrtp/kit/ReceptionReport.h>
 #include <talrtp/kit/Rtcp.h>
 #include <talrtp/kit/Sdp.h>
+#include <talrtp/kit/Sender.h>
 #include <talrtp/kit/SenderOptions.h>
 #include <talrtp/kit/SessionClock.h>
 #include <talrtp/kit/SessionHandle.h>
