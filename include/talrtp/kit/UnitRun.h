@@ -3,6 +3,7 @@
 #ifndef TALRTP_KIT_UNITRUN_H
 #define TALRTP_KIT_UNITRUN_H
 
+#include <talrtp/kit/AnnexB.h>
 #include <talrtp/kit/BytesView.h>
 
 #include <cstddef>
@@ -11,7 +12,6 @@
 
 namespace talrtp::kit {
 
-constexpr std::uint8_t kStartCode[] = {0, 0, 0, 1};
 constexpr std::size_t kStartCodeSize = sizeof(kStartCode);
 
 class UnitRun {
