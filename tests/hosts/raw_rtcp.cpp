@@ -1,5 +1,6 @@
-// A host that reports: it makes an SR with its own clock, an SDES and a BYE, sends the three as one datagram,
-// and reads the datagram back through a sink. The "network" is a copy of the bytes.
+// A host that reports by the raw calls of the RTCP stack: it makes an SR with its own clock, an SDES and a
+// BYE, sends the three as one datagram, and reads the datagram back through a sink. The "network" is a copy
+// of the bytes.
 
 #include <talrtp/ITalRTCPStack.h>
 #include <talrtp/TalTime.h>
@@ -30,8 +31,8 @@ constexpr char kCname[] = "studio-camera@example.net";
 // NTP counts from 1 January 1900, the clock of the machine from 1970. RFC 5905, 6.
 constexpr unsigned long kSecondsFrom1900To1970 = 2208988800UL;
 
-// GetReportBlock reads a whole block as soon as it begins inside the packet or right behind it.
-constexpr std::size_t kRoomBehind = sizeof(_ReportBlock);
+// GetReportBlock reads a whole block as soon as it begins inside the packet or directly after it.
+constexpr std::size_t kRoomAfter = sizeof(_ReportBlock);
 
 _SenderInfo senderInfoAt(const _time_t& now, unsigned int packetCount, unsigned int octetCount) {
     _SenderInfo info;
@@ -44,9 +45,9 @@ _SenderInfo senderInfoAt(const _time_t& now, unsigned int packetCount, unsigned 
     return info;
 }
 
-// The length field counts whole words, but the builders write no padding: a packet whose length is not a
-// multiple of 4 is filled up before it goes into a compound, or the reader would look for
-// the next packet too late.
+// The length field counts whole words, but the builders write no padding. So a packet whose length is not a
+// multiple of 4 is filled up before it goes into a compound, or the reader would look for the next packet too
+// late.
 void fillUpToWord(Bytes& packet, int length) {
     packet.resize(static_cast<std::size_t>(length));
     packet.resize((packet.size() + 3) / 4 * 4, 0);
@@ -57,7 +58,7 @@ template <class Create>
 Bytes build(Create create) {
     Bytes packet(1);
     int length = 1;
-    create(packet.data(), length);  // refused for want of room: the need is in `length`
+    create(packet.data(), length);  // refused for lack of room: `length` becomes the size that is needed
     packet.resize(static_cast<std::size_t>(length));
     if (create(packet.data(), length) != 0) {
         return Bytes();
@@ -104,8 +105,8 @@ Bytes join(ITalRTCPStack& stack, std::vector<Bytes> packets) {
     });
 }
 
-// Prints each packet and keeps what it says. Whoever reads from a network asks IsValidRtcpPacket first: the
-// stack hands on whatever has a length.
+// Prints each packet and stores its contents. Whoever reads from a network asks IsValidRtcpPacket first: the
+// stack hands over everything that has a length.
 class ReportReader : public ITalRTCPStackSink {
 public:
     explicit ReportReader(ITalRTCPStack& stack) : m_stack(stack) {}
@@ -145,7 +146,7 @@ private:
                     static_cast<unsigned int>(block.fractionLost), block.ssrc);
     }
 
-    // The item count of the header tells how many to ask for; what lies behind the last one is padding.
+    // The header's item count tells how many to ask for; padding follows the last one.
     void readDescription(unsigned char* packet, int length) {
         std::vector<_SdesItem> items(m_stack.GetSdesItemCount(packet, length));
         int count = static_cast<int>(items.size());
@@ -183,7 +184,7 @@ bool run(ITalRTCPStack& stack) {
         join(stack, {buildReport(stack, sent), buildDescription(stack), buildGoodbye(stack)});
 
     Bytes received = datagram;
-    received.resize(datagram.size() + kRoomBehind);
+    received.resize(datagram.size() + kRoomAfter);
     ReportReader reader(stack);
     const std::int64_t result =
         stack.InputReceivedRtcpData(&reader, received.data(), static_cast<int>(datagram.size()));
