@@ -8,7 +8,7 @@
 // A model holds the matrix of one pair (k, n). Borrow it from `GetRsModel`, which shares models between all
 // sessions of the process, or own one through `CRsFec::CreateRsModel` and `CRsFec::DeleteRsModel`.
 //
-// Nothing here takes a lock: keep all use of the codec, sessions included, on one thread or behind one lock.
+// Nothing here takes a lock: keep all use of the codec, sessions included, on one thread or under one lock.
 
 #ifndef TALRTP_RSFEC_H
 #define TALRTP_RSFEC_H

@@ -188,7 +188,7 @@ public:
     static void deployXorProcess(unsigned char* dst, unsigned char* src1, unsigned char* src2, int length);
 
     // Orders sequence numbers across the wrap-around (RFC 3550, A.1): 0 when equal, 1 when `a` lies 1 to
-    // 32768 ahead of `b`, else -1. At a distance of exactly 32768 both orders give 1.
+    // 32768 ahead of `b`, else -1. At a distance of exactly 32768 both orders return 1.
     static int compareSeq(unsigned short a, unsigned short b);
     // The same for timestamps, with 1 up to 0x80000000 ahead.
     static int compareTS(unsigned int a, unsigned int b);
