@@ -13,7 +13,9 @@
 #include <talrtp/kit/Fec.h>
 #include <talrtp/kit/FecGrouping.h>
 #include <talrtp/kit/Marker.h>
+#include <talrtp/kit/MediaClock.h>
 #include <talrtp/kit/NalUnit.h>
+#include <talrtp/kit/Pacer.h>
 #include <talrtp/kit/PacketArray.h>
 #include <talrtp/kit/PacketHead.h>
 #include <talrtp/kit/PackingPlan.h>
