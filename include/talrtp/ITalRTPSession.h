@@ -119,16 +119,27 @@ public:
     virtual int ForceHandover(unsigned long timestamp) = 0;
 
 protected:
-    // The hooks by which the session classes differ; `CMMRTPSessionBase` documents them.
+    // The hooks by which the session classes differ. A host does not call them; `CMMRTPSessionBase` documents
+    // arguments and results.
+
+    // Writes the RTP header of the next media packet.
     virtual int setPacketHeader(unsigned long timestamp, CTalRtpPacket* packet) = 0;
+    // Writes one piece of payload.
     virtual int setPacketPayload(int index, int count, int size, unsigned char* data,
                                  CTalRtpPacket* packet) = 0;
+    // Rebuilds one media packet from an XOR FEC packet.
     virtual CTalRtpPacket* recoverPacket(unsigned short seq, CRTPFECPacket* fecPacket) = 0;
+    // Hands over the units that a stored packet makes deliverable.
     virtual void dealPacket(CTalRtpPacket* packet) = 0;
+    // Hands over the unit that starts with a packet, as far as it goes.
     virtual void forceHandoverPacket(CTalRtpPacket* packet) = 0;
+    // Finds the start of the unit that contains a number.
     virtual bool findStartSeq(unsigned short seq, unsigned short& startSeq) = 0;
+    // Finds the end of the unit that starts at a number.
     virtual bool findEndSeq(unsigned short startSeq, unsigned short& endSeq) = 0;
+    // Returns whether a stored packet starts a unit.
     virtual bool isStartSeq(unsigned short seq) = 0;
+    // Returns whether a stored packet ends a unit.
     virtual bool isEndSeq(unsigned short seq) = 0;
 };
 

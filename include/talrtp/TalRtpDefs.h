@@ -20,14 +20,14 @@ namespace talrtp {
 
 // Integers of a fixed width, under the names that the public records and members use. The fields of headers
 // have these widths on the wire.
-typedef std::int8_t _int8_t;
-typedef std::uint8_t _uint8_t;
-typedef std::int16_t _int16_t;
-typedef std::uint16_t _uint16_t;
-typedef std::int32_t _int32_t;
-typedef std::uint32_t _uint32_t;
-typedef std::int64_t _int64_t;
-typedef std::uint64_t _uint64_t;
+typedef std::int8_t _int8_t;      // signed, 8 bits
+typedef std::uint8_t _uint8_t;    // unsigned, 8 bits
+typedef std::int16_t _int16_t;    // signed, 16 bits
+typedef std::uint16_t _uint16_t;  // unsigned, 16 bits
+typedef std::int32_t _int32_t;    // signed, 32 bits
+typedef std::uint32_t _uint32_t;  // unsigned, 32 bits
+typedef std::int64_t _int64_t;    // signed, 64 bits
+typedef std::uint64_t _uint64_t;  // unsigned, 64 bits
 
 // The FEC type of a session, argument of `ITalRTPSession::SetFecType`.
 TALRTP_CONSTANT unsigned int RTP_FEC_XOR = 0;  // one XOR parity packet over up to 24 media packets (RFC 2733)

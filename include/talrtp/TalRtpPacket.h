@@ -31,9 +31,9 @@ TALRTP_CONSTANT _packet_type_t PACKET_TYPE_UNITS = 0;  // handed to the sink: wh
 struct _rtp_packet_header_t {
     unsigned char versionPaddingExtensionCount;  // V: bits 7-6, P: bit 5, X: bit 4, CC: bits 3-0
     unsigned char markerPayloadType;             // M: bit 7, PT: bits 6-0
-    unsigned short sequenceNumber;
-    unsigned int timestamp;
-    unsigned int syncSource;
+    unsigned short sequenceNumber;               // grows by one for each packet
+    unsigned int timestamp;                      // in units of the payload's clock
+    unsigned int syncSource;                     // SSRC
 };
 
 static_assert(sizeof(_rtp_packet_header_t) == 12, "the RTP fixed header has 12 bytes");

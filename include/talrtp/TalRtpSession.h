@@ -66,7 +66,7 @@ private:
 template <typename T>
 class CNodeAllocator {
 public:
-    typedef T value_type;
+    typedef T value_type;  // as an allocator has to name it
 
     // Allocates from `pool`, borrowed, not null, and alive as long as any node of it.
     explicit CNodeAllocator(CNodePool* pool) : m_pool(pool) {}
