@@ -34,6 +34,7 @@
 #include <talrtp/kit/StapUnitCutter.h>
 #include <talrtp/kit/Statistics.h>
 #include <talrtp/kit/Time.h>
+#include <talrtp/kit/Trace.h>
 #include <talrtp/kit/UnitRun.h>
 
 #endif  // TALRTP_KIT_H
