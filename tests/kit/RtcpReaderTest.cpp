@@ -152,6 +152,7 @@ TEST(RtcpReaderTest, ADatagramThatIsNoRtcpYieldsNothing) {
             {{0x80, 224, 0x00, 0x01, 1, 2, 3, 4}, "packet 1 at byte 0: type 224 is not one of RTCP"},
             {{0x80, 0xc9, 0x00, 0x02, 1, 2, 3, 4}, "packet 1 at byte 0: it declares 12 bytes and 8 are left"},
             {joined({report, {0x01, 0xca, 0x00, 0x00}}), "packet 2 at byte 8: its version is 0, not 2"},
+            {joined({report, {0x80, 156, 0x00, 0x00}}), "packet 2 at byte 8: type 156 is not one of RTCP"},
             {joined({report, {0x80}}), "packet 2 at byte 8: 1 bytes hold no header"},
             {joined({report, {0x80, 0xca, 0xff, 0xff}}),
              "packet 2 at byte 8: it declares 262144 bytes and 4 are left"},
@@ -301,7 +302,141 @@ TEST(RtcpReaderTest, TheLibraryCutsANativeCompoundIntoTheSamePackets) {
     }
 }
 
+// ---- what other programs send
+
+// Captured from ffmpeg 5.1, after 666 packets with 659,327 bytes of payload.
+Bytes ffmpegReport() {
+    // clang-format off
+    return {
+        0x80, 0xc8, 0x00, 0x06,
+        0x7f, 0xb7, 0x75, 0xe1,
+        0xee, 0xac, 0xb7, 0xdc,
+        0xda, 0x9f, 0xbe, 0x76,
+        0xad, 0xba, 0xca, 0xf5,
+        0x00, 0x00, 0x02, 0x9a,
+        0x00, 0x0a, 0x0f, 0x7f,
+    };
+    // clang-format on
+}
+
+// Captured from the rtpbin of GStreamer 1.22 at the end of a stream: SR, SDES and BYE.
+Bytes gstreamerCompound() {
+    // clang-format off
+    return {
+        0x80, 0xc8, 0x00, 0x06,
+        0xd2, 0x6d, 0x74, 0xa5,
+        0xee, 0xac, 0xb7, 0xdf,
+        0x3d, 0x22, 0x20, 0xbc,
+        0x93, 0x08, 0xeb, 0x7a,
+        0x00, 0x00, 0x06, 0xa5,
+        0x00, 0x18, 0x57, 0xd6,
+        0x81, 0xca, 0x00, 0x0c,
+        0xd2, 0x6d, 0x74, 0xa5,
+        0x01, 0x1c, 0x75, 0x73,
+        0x65, 0x72, 0x31, 0x37,
+        0x35, 0x39, 0x31, 0x34,
+        0x34, 0x36, 0x38, 0x31,
+        0x40, 0x68, 0x6f, 0x73,
+        0x74, 0x2d, 0x32, 0x32,
+        0x33, 0x64, 0x31, 0x33,
+        0x31, 0x38, 0x06, 0x09,
+        0x47, 0x53, 0x74, 0x72,
+        0x65, 0x61, 0x6d, 0x65,
+        0x72, 0x00, 0x00, 0x00,
+        0x81, 0xcb, 0x00, 0x01,
+        0xd2, 0x6d, 0x74, 0xa5,
+    };
+    // clang-format on
+}
+
+TEST(RtcpReaderTest, AReportOfFfmpegHasItsTrueCounts) {
+    const ReadPackets read = readAll(Form::kRfc3550, ffmpegReport());
+    EXPECT_EQ("", read.result.error);
+    ASSERT_EQ(1u, read.packets.size());
+    EXPECT_TRUE(Packet(SenderReport{0x7fb775e1, 0xeeacb7dcda9fbe76, 0xadbacaf5, 666, 659327, {}, {}}) ==
+                read.packets[0]);
+}
+
+TEST(RtcpReaderTest, ACompoundOfGStreamerHasItsTrueCounts) {
+    const std::uint32_t ssrc = 0xd26d74a5;
+    const ReadPackets read = readAll(Form::kRfc3550, gstreamerCompound());
+    EXPECT_EQ("", read.result.error);
+    const std::vector<Packet> expected = {
+        SenderReport{ssrc, 0xeeacb7df3d2220bc, 0x9308eb7a, 1701, 1595350, {}, {}},
+        SourceDescription{{{ssrc, {{kSdesCname, "user1759144681@host-223d1318"}, {kSdesTool, "GStreamer"}}}}},
+        Bye{{ssrc}, std::nullopt},
+    };
+    EXPECT_TRUE(expected == read.packets);
+}
+
 // ---- the wrong form
+
+// What the library's stack says of the packets of a datagram: whether each is valid, how many blocks it
+// counts, and whether it has a sender info.
+class JudgingSink : public ITalRTCPStackSink {
+public:
+    struct Judgement {
+        bool isValid;
+        unsigned int type;
+        unsigned int ssrc;
+        unsigned int blocks;
+        std::int64_t senderInfo;
+    };
+    void OnRtcpPacket(unsigned char* packet, int length) override {
+        _SenderInfo info;
+        judgements.push_back(
+            {m_stack.IsValidRtcpPacket(packet, length), m_stack.GetRtcpPacketType(packet, length),
+             m_stack.GetRtcpPacketSsrc(packet, length), m_stack.GetReportBlockCount(packet, length),
+             m_stack.GetReportSenderInfo(packet, length, &info)});
+    }
+    std::vector<Judgement> judgements;
+
+private:
+    CTalRTCPStack m_stack;
+};
+
+TEST(RtcpReaderTest, TheLibraryTakesAForeignReportForAValidOneWithZeroCounts) {
+    const Bytes receiverReport{0x80, 0xc9, 0x00, 0x01, 0x11, 0x22, 0x33, 0x44};
+    for (const Bytes& foreign : {ffmpegReport(), gstreamerCompound(), receiverReport}) {
+        Bytes bytes = foreign;
+        JudgingSink sink;
+        CTalRTCPStack().InputReceivedRtcpData(&sink, bytes.data(), static_cast<int>(bytes.size()));
+        ASSERT_FALSE(sink.judgements.empty());
+        const JudgingSink::Judgement& first = sink.judgements.front();
+        EXPECT_TRUE(first.isValid);
+        EXPECT_EQ(bytes[1], first.type);
+        EXPECT_EQ(
+            bytes[1] == 201 ? 0u : bytes[4] * 0x1000000u + bytes[5] * 0x10000u + bytes[6] * 0x100u + bytes[7],
+            first.ssrc);
+        EXPECT_EQ(0u, first.blocks);
+        EXPECT_EQ(-1, first.senderInfo);
+    }
+}
+
+// Not one in a hundred passes: the last word of a NACK can look like a header.
+TEST(RtcpReaderTest, RandomCompoundsReadInTheOtherFormRarelyPass) {
+    for (const Form form : {Form::kRfc3550, Form::kNative}) {
+        const Form other = form == Form::kNative ? Form::kRfc3550 : Form::kNative;
+        RandomRecords random(form, 60);
+        int passed = 0;
+        for (int round = 0; round < 3000; ++round) {
+            RtcpWriter writer(form);
+            for (const Packet& packet : random.compound()) {
+                addTo(writer, packet);
+            }
+            passed += readAll(other, bytesOf(writer)).result ? 1 : 0;
+        }
+        EXPECT_LT(passed, 30);
+    }
+}
+
+TEST(RtcpReaderTest, AForeignReportInTheNativeFormYieldsNothing) {
+    for (const Bytes& foreign : {ffmpegReport(), gstreamerCompound()}) {
+        const ReadPackets read = readAll(Form::kNative, foreign);
+        EXPECT_EQ("packet 2 at byte 24: its version is 0, not 2", read.result.error);
+        EXPECT_EQ(0u, read.packets.size());
+    }
+}
 
 TEST(RtcpReaderTest, EachVectorReadInTheOtherFormIsRefused) {
     for (const RtcpVector& vector : rtcpVectors()) {

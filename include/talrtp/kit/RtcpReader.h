@@ -12,9 +12,10 @@
 // read.
 //
 // A datagram is held against RFC 3550, A.2, before the first call: version 2 in every packet, lengths that
-// add up to the datagram, padding in the last packet only. A datagram that fails there yields no packet at
-// all, which is the usual end of a datagram that is read in the wrong form. A first packet that is no report
-// is accepted and reported (reduced-size RTCP, RFC 5506).
+// add up to the datagram, padding in the last packet only. Every packet type is one of those that are set
+// aside for RTCP. A datagram that fails there yields no packet at all, which is the usual end of a datagram
+// that is read in the wrong form. A first packet that is no report is accepted and reported (reduced-size
+// RTCP, RFC 5506).
 
 #ifndef TALRTP_KIT_RTCPREADER_H
 #define TALRTP_KIT_RTCPREADER_H
@@ -252,7 +253,7 @@ inline std::string RtcpReader::checkDatagram(BytesView datagram) const {
         if (!packet.error.empty()) {
             return place(number, offset) + packet.error;
         }
-        if (number == 1 && (packet.type < kFirstType || packet.type > kLastType)) {
+        if (packet.type < kFirstType || packet.type > kLastType) {
             return place(number, offset) + "type " + std::to_string(packet.type) + " is not one of RTCP";
         }
         offset += packet.size;
