@@ -1,5 +1,6 @@
 #include "Program.h"
 
+#include "inspect/Command.h"
 #include "loopback/Command.h"
 
 namespace talrtp::host {
@@ -12,7 +13,7 @@ Program makeProgram() {
     app.set_version_flag("--version", "talrtp " TALRTP_PROGRAM_VERSION);
     app.require_subcommand(1);
     app.get_formatter()->column_width(26);
-    program.commands = {addLoopback(app)};
+    program.commands = {addLoopback(app), addInspect(app)};
     return program;
 }
 
