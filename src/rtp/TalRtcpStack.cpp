@@ -154,7 +154,7 @@ void copyBytes(unsigned char* to, const unsigned char* from, int size) {
     }
 }
 
-// RTPFB and PSFB differ in their type alone.
+// RTPFB and PSFB differ only in their type.
 std::int64_t createFeedbackPacket(CTalRTCPStack& stack, unsigned int type, unsigned int senderSsrc,
                                   unsigned int mediaSsrc, unsigned char fmt, const unsigned char* fci,
                                   int fciLen, unsigned char* buf, int& len) {
@@ -220,8 +220,8 @@ int reportBlocksOffset(unsigned int type) {
     return type == kTypeSenderReport ? kSenderReportBlocksOffset : kReceiverReportBlocksOffset;
 }
 
-// Hands over a packet of which only the first `received` of its `declared` bytes came. The sink may read all
-// that the packet declares, so it gets a copy with zeros behind; GetReportBlock may read one block further.
+// Hands over a packet of which only the first `received` of its `declared` bytes arrived. The sink may read
+// all of them, so it receives a copy with zeros after them; GetReportBlock may read one block further.
 std::int64_t handOverCutPacket(ITalRTCPStackSink* sink, const unsigned char* packet, int received,
                                int declared) {
     const std::size_t size = static_cast<std::size_t>(declared) + kReportBlockSize;
@@ -284,7 +284,7 @@ std::int64_t CTalRTCPStack::CreateSdesPacket(_SdesItem* items, int count, unsign
     if (items == nullptr || buf == nullptr || len <= 0) {
         return kRefused;
     }
-    // Compatibility: the longest texts are asked for, so a host can size its buffer by the count alone.
+    // Compatibility: room for the longest texts is required, so a host can size its buffer by the count.
     if (!claimRoom(kHeaderSize, kItemRoom, count, len)) {
         return kRefused;
     }
@@ -434,9 +434,9 @@ std::int64_t CTalRTCPStack::GetReportBlock(unsigned char* buf, int len, _ReportB
     }
     const int room = count;
     std::ptrdiff_t offset = reportBlocksOffset(type);
-    // Compatibility: only the start of a block is held against `len`, and the first byte behind the packet is
-    // a start like any other. Hosts pass buffers with one block of room behind and count on the blocks they
-    // get.
+    // Compatibility: only the start of a block is compared with `len`, and the first byte after the packet is
+    // a start like any other. Hosts pass buffers with one block of room after the packet and rely on the
+    // blocks that they receive.
     for (count = 0; count < room && offset <= len; ++count) {
         offset += GetReportBlock(buf + offset, &blocks[count]);
     }
@@ -529,7 +529,7 @@ std::int64_t CTalRTCPStack::GetAppName(unsigned char* buf, int len, unsigned cha
     return kDone;
 }
 
-// Compatibility: a packet shorter than 12 bytes gives a negative data length, here and in GetFBFCIData.
+// Compatibility: a packet shorter than 12 bytes yields a negative data length, here and in GetFBFCIData.
 std::int64_t CTalRTCPStack::GetAppData(unsigned char* buf, int len, unsigned char*& data, int& dataLen) {
     if (CTalRTCPStack::GetRtcpPacketType(buf, len) != kTypeApp) {
         return kRefused;
@@ -695,7 +695,7 @@ int CTalRTCPStack::GetReportBlock(unsigned char* place, _ReportBlock* block) {
     return kReportBlockSize;
 }
 
-// Compatibility: neither padding nor an end of the chunk is written behind the text.
+// Compatibility: neither padding nor an end of the chunk is written after the text.
 int CTalRTCPStack::SetSdesItem(_SdesItem* item, unsigned char* place) {
     if (item == nullptr || place == nullptr) {
         return 0;

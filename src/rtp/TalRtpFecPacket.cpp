@@ -10,13 +10,13 @@ static_assert(sizeof(CRTPRSPacket) == sizeof(CTalRtpPacket), "an FEC packet adds
 
 namespace {
 
-// The XOR FEC header. The spare zero bytes behind every packet make a length check needless.
+// The XOR FEC header. The spare zero bytes after every packet make a length check needless.
 unsigned char* fecHeader(const CRTPFECPacket& packet) {
     return packet.get_buffer() + kFixedHeaderSize;
 }
 
-// The Reed-Solomon FEC header. A received extension may claim to end behind the packet; then the zero bytes
-// directly behind the packet stand for the header.
+// The Reed-Solomon FEC header. A received extension may claim to end beyond the packet; then the zero
+// bytes directly after the packet are read as the header.
 unsigned char* rsHeader(const CRTPRSPacket& packet) {
     const int headerSize = packet.get_header_size();
     const int packetSize = packet.get_packet_size();

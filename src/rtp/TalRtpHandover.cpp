@@ -52,8 +52,8 @@ CHandover::CHandover(CHandoverBuffer& lender, const CTalRtpPacket& received, int
 }
 
 CHandover::~CHandover() {
-    // The sink may have made the packet grow or assigned to it. Its bytes are then others, even where they
-    // lie in the same place, and of the capacity alone it is sure that they hold it.
+    // The sink may have reallocated the buffer, possibly at the same address. Only the recorded capacity is
+    // known to be allocated.
     if (m_packet.get_buffer() != m_lentBytes || m_packet.get_buffer_size() != m_lentCapacity) {
         m_size = static_cast<std::size_t>(m_packet.get_buffer_size());
     }

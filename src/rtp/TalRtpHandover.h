@@ -1,5 +1,5 @@
-// The temporary packets that a session lends to the sink. Their bytes come from one buffer that is used again
-// and again, so that a hand-over costs no allocation.
+// The temporary packets that a session lends to the sink. They share one buffer, so that a hand-over costs no
+// allocation.
 
 #ifndef TALRTP_SRC_TALRTPHANDOVER_H
 #define TALRTP_SRC_TALRTPHANDOVER_H
@@ -18,7 +18,7 @@ public:
     CHandoverBuffer(const CHandoverBuffer&) = delete;
     CHandoverBuffer& operator=(const CHandoverBuffer&) = delete;
 
-    // **Returns** at least `size` bytes from malloc; `size` becomes what they are.
+    // **Returns owned** at least `size` bytes from malloc; `size` becomes their number.
     unsigned char* take(std::size_t& size);
     // **Takes** them back.
     void give(unsigned char* bytes, std::size_t size);
@@ -31,16 +31,16 @@ private:
 // A packet with the RTP header of a received one and room for a new payload.
 class CHandover {
 public:
-    // `capacity` is what the packet reports as its buffer size, unless the header and `payloadSize` need
-    // more: a header whose extension length wraps to nothing reads as longer by the extension's own header,
-    // once copied.
+    // The packet reports `capacity` as its buffer size, unless the header and `payloadSize` need more: a
+    // header whose extension length wraps to nothing reads as longer by the extension's own header, once
+    // copied.
     CHandover(CHandoverBuffer& lender, const CTalRtpPacket& received, int capacity, int payloadSize);
     ~CHandover();
     CHandover(const CHandover&) = delete;
     CHandover& operator=(const CHandover&) = delete;
 
     CTalRtpPacket& packet() { return m_packet; }
-    // Zeroes what lies behind the first `payloadSize` bytes of payload, as a new packet has it.
+    // Zeroes everything after the first `payloadSize` bytes of payload, as in a new packet.
     void zeroBehind(int payloadSize);
 
 private:

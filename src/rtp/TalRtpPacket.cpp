@@ -38,12 +38,12 @@ std::size_t allocationSize(int capacity) {
     return static_cast<std::size_t>(capacity) + kSpareSize;
 }
 
-// A buffer for `capacity` bytes and the spare ones behind them, none of them zeroed.
+// A buffer for `capacity` bytes and the spare ones after them, none of them zeroed.
 unsigned char* allocateBuffer(int capacity) {
     return static_cast<unsigned char*>(std::malloc(allocationSize(capacity)));
 }
 
-// Zeroes the spare bytes behind byte `end`.
+// Zeroes the spare bytes from byte `end` on.
 void zeroSpare(unsigned char* buffer, int end) {
     std::memset(buffer + end, 0, kSpareSize);
 }
@@ -155,7 +155,7 @@ CTalRtpPacket& CTalRtpPacket::operator=(const CTalRtpPacket& other) {
         std::free(m_buffer);
         m_buffer = allocateBuffer(other.m_bufferSize);
     }
-    // With the spare bytes, so that they read as zero behind the smaller capacity too.
+    // With the spare bytes, so that they read as zero after the smaller capacity too.
     std::memmove(m_buffer, other.m_buffer, allocationSize(other.m_bufferSize));
     m_payloadSize = other.m_payloadSize;
     m_packetSize = other.m_packetSize;
@@ -220,7 +220,7 @@ void CTalRtpPacket::set_extension(unsigned short profile, unsigned char* data, i
     unsigned char* const extension = m_buffer + headerSize;
     storeBig16(extension + kExtensionProfileOffset, profile);
     storeBig16(extension + kExtensionLengthOffset, static_cast<std::uint16_t>(words));
-    // Compatibility: whole words are read from `data`, also behind `length`; hosts pass padded buffers.
+    // Compatibility: whole words are read from `data`, also beyond `length`; hosts pass padded buffers.
     std::memmove(extension + kExtensionHeaderSize, data, static_cast<std::size_t>(size));
     set_extension_flag(true);
     m_packetSize = m_payloadSize + get_header_size();

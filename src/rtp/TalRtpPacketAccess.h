@@ -62,7 +62,7 @@ public:
     }
 
     // Sets the payload size of a packet of which only the fixed header was written, and returns where the
-    // payload goes. Zeroes everything else behind the fixed header, and the first `zeroed` bytes of the
+    // payload goes. Zeroes everything else after the fixed header, and the first `zeroed` bytes of the
     // payload.
     static unsigned char* beginPayload(CTalRtpPacket& packet, int size, int zeroed = 0) {
         if (__builtin_expect(hasOwnHeaderSize(packet) && zeroed <= size, 1)) {
@@ -86,7 +86,7 @@ private:
     // unknown. The order of the table is binary interface, its layout that of the Itanium C++ ABI, 2.5.2.
     static const void* headerSizeFunction(const CTalRtpPacket& packet) {
 #ifdef __GXX_ABI_VERSION
-        constexpr int kPlace = 4;  // behind two destructors and the accessors of the CSRC list
+        constexpr int kPlace = 4;  // after two destructors and the accessors of the CSRC list
         const void* const* table;
         std::memcpy(&table, static_cast<const void*>(&packet), sizeof table);
         return table[kPlace];

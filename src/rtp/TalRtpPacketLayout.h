@@ -46,7 +46,7 @@ constexpr unsigned char kPayloadTypeMask = 0x7f;
 constexpr int kContribSourceSize = 4;
 constexpr int kMaxContribSources = 15;
 
-// The extension, counted from its own start behind the CSRC list.
+// The extension, counted from its own start after the CSRC list.
 constexpr int kExtensionProfileOffset = 0;
 constexpr int kExtensionLengthOffset = 2;
 constexpr int kExtensionHeaderSize = 4;
@@ -93,9 +93,9 @@ constexpr int kRsCountOffset = 5;
 constexpr int kRsMaskOffset = 6;
 constexpr int kRsHeaderSize = 8;
 
-// The bytes behind the recorded capacity of every packet buffer: the longest fixed part that is read without
-// a length check. They read as zero, and so do as many bytes directly behind a received packet, which is why
-// the accessors need no length: what a forged header claims beyond the packet's end is 0.
+// The bytes after the recorded capacity of every packet buffer: the longest fixed part that is read without
+// a length check. They read as zero, and so do as many bytes directly after a received packet. So accessors
+// need no length: header fields that a forged packet claims beyond its end are 0.
 constexpr int kSpareSize =
     kFixedHeaderSize + kMaxContribSources * kContribSourceSize + kExtensionHeaderSize + kFecHeaderSize;
 static_assert(kSpareSize == 88, "documented in TalRtpPacket.h");
@@ -138,7 +138,7 @@ inline std::uint32_t readSyncSource(const unsigned char* packet) {
     return loadBig32(packet + kSyncSourceOffset);
 }
 
-// Where the extension starts when there is one, and otherwise the payload: behind the CSRC list.
+// Where the extension starts when there is one, and otherwise the payload: after the CSRC list.
 inline int extensionOffset(const unsigned char* packet) {
     return kFixedHeaderSize + kContribSourceSize * readContribCount(packet);
 }
@@ -151,7 +151,7 @@ inline int readExtensionSize(const unsigned char* packet) {
 }
 
 // Compatibility: the extension's part of the header size is 16 bits wide, so 16383 words add 0 bytes. Hosts
-// and peers compute it so; every offset behind the header depends on it.
+// and peers compute it so; every offset after the header depends on it.
 inline int readHeaderSize(const unsigned char* packet) {
     const int listEnd = extensionOffset(packet);
     if (!readExtensionFlag(packet)) {

@@ -1,5 +1,5 @@
-// Whether memory may be used again behind the allocator's back. AddressSanitizer could not tell a block in
-// use from one that waits for its next use, so under it everything goes back to the heap.
+// Whether the library may recycle memory without telling the allocator. AddressSanitizer could not tell a
+// block in use from a recycled one, so under it every block returns to the heap.
 
 #ifndef TALRTP_SRC_TALRTPSANITIZERS_H
 #define TALRTP_SRC_TALRTPSANITIZERS_H

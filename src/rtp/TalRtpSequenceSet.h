@@ -10,8 +10,8 @@
 
 namespace talrtp {
 
-// Three levels of 64-bit words: a bit of `m_leaves` is a number, a bit of `m_groups` says that a leaf word is
-// not 0, a bit of `m_top` says that a group word is not 0.
+// Three levels of 64-bit words: a bit of `m_leaves` is a number, a bit of `m_groups` marks a leaf word that
+// is not 0, a bit of `m_top` marks a group word that is not 0.
 class CSequenceSet {
 public:
     static constexpr unsigned int kNumbers = 65536;
@@ -97,7 +97,7 @@ public:
         return true;
     }
 
-    // The same, going on behind the wrap-around; false when the set is empty.
+    // The same across the wrap-around; false when the set is empty.
     bool findNext(unsigned short number, unsigned short& found) const {
         return findUpward(number, found) || findUpward(0, found);
     }

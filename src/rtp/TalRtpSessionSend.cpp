@@ -49,7 +49,7 @@ int CMMRTPSessionBase::setPacketPayload(int index, int count, int size, unsigned
     return 0;
 }
 
-// This session as an object of the library's own class, none derived from it; else null.
+// This session as an object of the library's own class; null when its class is a derived one.
 CMMRTPSession4SVC* CMMRTPSessionBase::ownClass() {
     return typeid(*this) == typeid(CMMRTPSession4SVC) ? static_cast<CMMRTPSession4SVC*>(this) : nullptr;
 }
@@ -132,7 +132,7 @@ constexpr unsigned int kFirstPacketMask = 0x800000;  // of the mask on the wire
 constexpr int kMaxXorDistance = 24;                  // covered by the mask on the wire
 constexpr int kXorBatch = 32;                        // packets XORed in one pass
 
-// The bytes behind the fixed header, which the parity covers.
+// The bytes after the fixed header, which the parity covers.
 int bodySize(const CTalRtpPacket& packet) {
     return CPacketAccess::packetSize(packet) - kFixedHeaderSize;
 }
@@ -141,7 +141,7 @@ bool isSelected(unsigned int mask, int i) {
     return (mask >> (static_cast<unsigned int>(i) % kMaskBits) & 1) != 0;
 }
 
-// What one walk over the selected packets tells: where they begin, their latest timestamp, the longest body.
+// The results of one walk over the selected packets: lowest number, latest timestamp, longest body.
 struct stXorSelection {
     int count = 0;
     _uint16_t baseSeq = 0;
@@ -149,7 +149,8 @@ struct stXorSelection {
     int maxLen = 0;
 
     stXorSelection(const CTalRtpPacket* packets, int packetCount, unsigned int mask) {
-        stXorSelection walked;  // in registers, which the members of an object that is passed on are not
+        // A local accumulates in registers; `*this` escapes, so the compiler would store every step.
+        stXorSelection walked;
         for (int i = 0; i < packetCount; ++i) {
             if (isSelected(mask, i)) {
                 walked.add(packets[i]);
@@ -178,7 +179,7 @@ private:
 };
 
 // The recovery fields of an XOR FEC packet, each the XOR over the protected packets. Those of the RTP header
-// are gathered as they lie in its first eight bytes; the sequence numbers among them mean nothing.
+// accumulate in a copy of its first eight bytes; the sequence numbers among them mean nothing.
 class CXorRecoveryFields {
 public:
     void add(const CTalRtpPacket& packet, int distance) {
@@ -189,7 +190,7 @@ public:
         m_mask |= kFirstPacketMask >> distance;
     }
 
-    // Flags and CSRC count go into the RTP header, the rest behind it.
+    // Flags and CSRC count go into the RTP header, the rest after it.
     void writeTo(unsigned char* packet, _uint16_t baseSeq) const {
         unsigned char header[sizeof m_header];
         std::memcpy(header, &m_header, sizeof m_header);
@@ -209,15 +210,15 @@ private:
     unsigned int m_mask = 0;
 };
 
-// What goes into an XOR FEC packet. Packets are collected and XORed many at a time, so that the parity is
-// written once for most groups.
+// The contents of an XOR FEC packet. Packets are collected and XORed many at a time, so that the parity of
+// most groups is written once.
 class CXorParity {
 public:
     CXorParity(const stXorSelection& selection, unsigned int mask)
         : m_baseSeq(selection.baseSeq), m_maxLen(selection.maxLen), m_selectionMask(mask) {}
 
-    // Takes the selected ones of packets `i` .. `count` - 1 up to one that does not go in without further
-    // ado. Returns its place, or `count`.
+    // Collects selected packets from `i` on and stops at the first that needs a trace line or a flush.
+    // Returns its position, or `count`.
     int take(const CTalRtpPacket* packets, int i, int count) {
         CXorRecoveryFields fields = m_fields;  // a copy stays in registers
         int taken = m_count;
@@ -235,7 +236,7 @@ public:
         m_count = taken;
         return i;
     }
-    // Takes one packet that is not too far away.
+    // Collects one packet that is not too far away.
     void add(const CTalRtpPacket& packet) { put(packet, m_count++, m_fields); }
 
     int distanceOf(const CTalRtpPacket& packet) const {
@@ -340,7 +341,7 @@ namespace {
 
 constexpr int kMaxGroup = 256;  // packets and parity packets together stay below
 
-// What one walk over the media packets of a group tells.
+// The results of one walk over the media packets of a group.
 struct stRsGroupSpan {
     _uint16_t minSeq = 0;
     _uint16_t maxSeq = 0;
@@ -372,7 +373,7 @@ private:
     }
 };
 
-// The blocks that go into the codec for one group, and those that come out of it.
+// The blocks of one group for the codec: those that it reads and those that it writes.
 class CRsEncoding {
 public:
     CRsEncoding(const CTalRtpPacket* packets, int count, CTalRtpPacket* fecPackets, int fecCount) {

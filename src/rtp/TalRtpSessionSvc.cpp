@@ -46,12 +46,12 @@ bool isSingleUnit(unsigned int type) {
     return type >= 1 && type <= kLastSingleType;
 }
 
-// A payload byte; 0 behind the end of the payload.
+// A payload byte; 0 beyond the end of the payload.
 unsigned char payloadByte(const CTalRtpPacket& packet, int offset) {
     return offset < packet.get_payload_size() ? packet.get_payload_ptr()[offset] : 0;
 }
 
-// What the first bytes of a payload say.
+// The facts in the first bytes of a payload.
 struct stPayloadHead {
     stPayloadHead(const unsigned char* payload, int size)
         : type(size > 0 ? payload[0] & kUnitTypeMask : 0),
@@ -68,7 +68,7 @@ struct stPayloadHead {
     unsigned char fuHeader;  // 0 unless it is a fragment
 };
 
-// Bytes of a fragment behind its two headers.
+// Bytes of a fragment after its two headers.
 int fragmentDataSize(const CTalRtpPacket& packet) {
     return std::max(packet.get_payload_size() - kFuHeadersSize, 0);
 }
@@ -129,7 +129,7 @@ int CMMRTPSession4SVC::setPacketPayload(int index, int count, int size, unsigned
 }
 
 // The two operations for sessions of this class itself: they do what the virtual writers do, without zeroing
-// what is about to be written. Each packet gets at least one byte.
+// bytes that are about to be written. Each packet gets at least one byte.
 void CMMRTPSession4SVC::makeOwnSinglePacket(_uint32_t timestamp, int size, const unsigned char* data,
                                             CTalRtpPacket& packet) {
     CPacketAccess::clear(packet);
@@ -217,8 +217,8 @@ void CMMRTPSession4SVC::dealPacket(CTalRtpPacket* packet) {
 }
 
 // Does what `isStartSeq`, `isEndSeq`, `updateMediaDataInfo` and `dealPacket` do one after another for a
-// packet just stored, where no derived class can have its own of one: what the packet says is read once, and
-// the record of its unit is looked up once.
+// packet just stored. No derived class overrides any of them here, so the payload head is read once and the
+// record of the unit is looked up once.
 void CMMRTPSession4SVC::dealOwnPacket(CTalRtpPacket* packet, unsigned int timestamp, unsigned short seq) {
     // The library made the packet, so its sizes tell where the payload is.
     const stPayloadHead head(CPacketAccess::payload(*packet), packet->get_payload_size());

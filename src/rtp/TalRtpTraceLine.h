@@ -1,4 +1,4 @@
-// The one way in which the library gives a diagnostic:
+// The one way in which the library logs a diagnostic:
 //
 //   TAL_TRACE(WARNING, "CTalRtpPacket::validate, version isn't supported, version = " << get_version());
 //
@@ -15,7 +15,7 @@ namespace talrtp {
 
 enum ETraceLevel { TRACE_ERROR = 0, TRACE_WARNING = 1, TRACE_INFO = 2 };
 
-// One line under assembly, in a buffer of 1024 characters on the stack. What does not fit is cut off.
+// One line under assembly, in a buffer of 1024 characters on the stack. A longer line is cut.
 class CTraceLine {
 public:
     // Opens the line with the module tag, the level word and the component prefix.
@@ -30,7 +30,7 @@ public:
 
     // Hands the finished line to the host.
     void send();
-    // The same, with "[file:line]" behind the last value.
+    // The same, with "[file:line]" after the last value.
     void send(const char* file, int line);
 
 private:
@@ -44,13 +44,13 @@ private:
 };
 
 inline bool isTraced(ETraceLevel level) {
-    // A diagnostic is the rare case: its code stays out of the way of what runs for every packet.
+    // A diagnostic is the rare case: its code stays out of the way of the code that runs for every packet.
     return __builtin_expect(get_external_trace_mask() >= static_cast<int>(level), 0) != 0;
 }
 
 }  // namespace talrtp
 
-// The statistics lines alone carry no source position; everything else uses TAL_TRACE.
+// Only the statistics lines have no source position; everything else uses TAL_TRACE.
 #define TAL_TRACE_WITHOUT_POSITION(LEVEL, MESSAGE)                   \
     do {                                                             \
         if (::talrtp::isTraced(::talrtp::TRACE_##LEVEL)) {           \

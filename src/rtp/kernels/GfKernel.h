@@ -1,8 +1,8 @@
 // Multiplication of byte strings by constants of GF(2^8), the arithmetic of Reed-Solomon parity.
 //
-// There is one kernel per instruction set, each in a source file of its own that alone is compiled for it.
-// The portable one is the reference: the others give the same bytes. `multiplyBlocks` and `addProduct` take
-// any size and use the kernel that Kernels.h names.
+// There is one kernel per instruction set, each in a source file of its own, the only one that is compiled
+// for it. The portable one is the reference: the others compute the same bytes. `multiplyBlocks` and
+// `addProduct` take any size and use the kernel that Kernels.h names.
 
 #ifndef TALRTP_SRC_KERNELS_GFKERNEL_H
 #define TALRTP_SRC_KERNELS_GFKERNEL_H
@@ -22,8 +22,8 @@ struct stGfProduct {
     int count;
 };
 
-// Writes `length` bytes of every block of the result. sources[j] has sizes[j] bytes and counts as zero behind
-// them; they are not read. A null `sizes` stands for blocks of `length` bytes. A negative size or length
+// Writes `length` bytes of every block of the result. sources[j] has sizes[j] bytes and counts as zero after
+// them; these bytes are not read. A null `sizes` means blocks of `length` bytes. A negative size or length
 // counts as 0.
 void multiplyBlocks(const stGfProduct& product, const int* sizes, int length);
 

@@ -34,7 +34,7 @@ struct stAvx512Gfni {
     }
 };
 
-// The bytes behind the last whole vector are masked.
+// The bytes after the last whole vector are masked.
 void addWholeProduct(unsigned char* dst, const unsigned char* src, unsigned char c, std::size_t size) {
     const std::size_t done = addProductWithVectors<stAvx512Gfni>(dst, src, c, size);
     if (done < size) {

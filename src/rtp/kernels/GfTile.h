@@ -109,8 +109,8 @@ inline void multiplyVectors(const stGfProduct& product, int firstRow, std::size_
     }
 }
 
-// Returns how far the first boundary of a cache line is from the begin of the sources, or 0 when they do not
-// lie alike: buffers of one kind mostly do, so two of them stand for all.
+// Returns the distance from the start of the sources to the first boundary of a cache line, or 0 when the
+// sources are aligned differently. Buffers of one kind mostly agree, so the check looks at two of them.
 inline std::size_t getHead(const stGfProduct& product) {
     const std::size_t middle = reinterpret_cast<std::size_t>(product.sources[product.count / 2]);
     const std::size_t last = reinterpret_cast<std::size_t>(product.sources[product.count - 1]);
@@ -118,13 +118,13 @@ inline std::size_t getHead(const stGfProduct& product) {
 }
 
 // Computes the bytes from `offset` to `end`, which is a vector or more, of kRows rows in strips of kVectors
-// vectors. What is left is a narrower strip that ends there: it may compute bytes of the strip before it
+// vectors. The rest is a narrower strip that ends there: it may compute bytes of the strip before it
 // again, to the same values.
 template <class V, int kRows, int kVectors>
 void multiplyStrips(const stGfProduct& product, int firstRow, std::size_t offset, std::size_t end) {
     constexpr std::size_t kStripBytes = static_cast<std::size_t>(kVectors) * V::kBytes;
     // A vector as long as a cache line touches two lines at each load of a misaligned source. In a single row
-    // the loads are what takes the time, so its strips begin at a boundary, behind one vector.
+    // the loads take the time, so its strips begin at a boundary, after one vector.
     if constexpr (kRows == 1 && V::kBytes == kCacheLineBytes) {
         const std::size_t head = end - offset >= kStripBytes ? getHead(product) : 0;
         if (head > 0) {

@@ -1,4 +1,4 @@
-// Unrolls the loop behind it, so that arrays of vectors stay in registers.
+// Unrolls the loop after it, so that arrays of vectors stay in registers.
 
 #ifndef TALRTP_SRC_KERNELS_UNROLL_H
 #define TALRTP_SRC_KERNELS_UNROLL_H

@@ -44,7 +44,7 @@ std::size_t sharedSize(const int* sizes, int count, int length) {
     return shortest >= static_cast<int>(kXorBytes) ? static_cast<std::size_t>(shortest) : 0;
 }
 
-// Returns the word at `begin` of a source of `size` bytes; the bytes behind its end are zero.
+// Returns the word at `begin` of a source of `size` bytes; the bytes beyond its end are zero.
 Word paddedWord(const unsigned char* source, std::size_t size, std::size_t begin) {
     if (begin + sizeof(Word) <= size) {
         return loadWord(source + begin);

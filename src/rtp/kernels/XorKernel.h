@@ -12,8 +12,8 @@ namespace talrtp {
 void xorBlocks(unsigned char* dst, const unsigned char* a, const unsigned char* b, std::size_t size);
 
 // Writes the XOR of `count` byte strings to `dst`, over `length` bytes, reading each string once and writing
-// `dst` once. sources[j] has sizes[j] bytes: it counts as zero behind them, and what it has beyond `length`
-// is not read. No alignment is needed; `dst` must not overlap a source. Without a source the result is zero.
+// `dst` once. sources[j] has sizes[j] bytes: it counts as zero after them, and bytes beyond `length`
+// are not read. No alignment is needed; `dst` must not overlap a source. Without a source the result is zero.
 // A negative size, count or length counts as 0.
 void xorMany(unsigned char* dst, const unsigned char* const* sources, const int* sizes, int count,
              int length);

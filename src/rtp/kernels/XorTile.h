@@ -61,8 +61,8 @@ inline void combineRest(unsigned char* dst, const unsigned char* const* sources,
     }
 }
 
-// Whole tiles as long as a piece is left behind them, then one tile of what is left. Its last piece ends
-// where the sources do, and so overlaps the one before. Likewise the second piece of the first tile begins
+// Whole tiles as long as a piece remains after them, then one tile for the rest. Its last piece ends where
+// the sources do, and so overlaps the one before. Likewise the second piece of the first tile begins
 // where a cache line of the first source does, and of all that lie whole lines apart from it: a load from two
 // lines takes twice as long.
 template <class V>
