@@ -17,6 +17,14 @@
 
 #include <cstdint>
 
+// The pure interfaces have no function to anchor a virtual table to; their tables are weak on purpose. The
+// names of the records are the documented ones, though an underscore and a capital letter are the compiler's.
+#if defined(__clang__)
+#pragma clang diagnostic push
+#pragma clang diagnostic ignored "-Wweak-vtables"
+#pragma clang diagnostic ignored "-Wreserved-identifier"
+#endif
+
 namespace talrtp {
 
 // The sender's part of a sender report, in host order. RFC 3550, 6.4.1.
@@ -206,5 +214,9 @@ TALRTP_API void TalCreateRTCPStack(talrtp::ITalRTCPStack** stack);
 // Destroys an RTCP stack. **Takes** `stack`; null is allowed and does nothing.
 TALRTP_API void TalDestroyRTCPStack(talrtp::ITalRTCPStack* stack);
 }
+
+#if defined(__clang__)
+#pragma clang diagnostic pop
+#endif
 
 #endif  // TALRTP_ITALRTCPSTACK_H

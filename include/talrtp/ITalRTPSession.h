@@ -14,6 +14,12 @@
 
 #include <talrtp/TalRtpDefs.h>
 
+// The pure interfaces have no function to anchor a virtual table to; their tables are weak on purpose.
+#if defined(__clang__)
+#pragma clang diagnostic push
+#pragma clang diagnostic ignored "-Wweak-vtables"
+#endif
+
 namespace talrtp {
 
 class CTalRtpPacket;
@@ -159,5 +165,9 @@ TALRTP_API void TalCreateRTPSession(talrtp::ITalRTPSession** ppSession, talrtp::
 TALRTP_API void TalDestroyRTPSession(talrtp::ITalRTPSession* pSession);
 
 }  // extern "C"
+
+#if defined(__clang__)
+#pragma clang diagnostic pop
+#endif
 
 #endif  // TALRTP_ITALRTPSESSION_H

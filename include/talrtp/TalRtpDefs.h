@@ -13,8 +13,13 @@
 #define TALRTP_API __attribute__((visibility("default")))
 // Marks the private helpers of an exported class: no part of the binary interface, so not exported.
 #define TALRTP_LOCAL __attribute__((visibility("hidden")))
-// Begins a constant of a header, which a source may leave unused without a warning.
-#define TALRTP_CONSTANT __attribute__((unused)) constexpr
+// Begins a constant of a header.
+#define TALRTP_CONSTANT constexpr
+
+// A source may use all of the constants below or none. An attribute that says so would make clang++'s
+// -Wused-but-marked-unused complain about their use.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wunused-const-variable"
 
 namespace talrtp {
 
@@ -36,6 +41,8 @@ TALRTP_CONSTANT unsigned int RTP_FEC_RS = 1;   // Reed-Solomon parity, up to 255
 // The largest block, in bytes, that the Reed-Solomon codec encodes or decodes. A block is a whole media
 // packet, RTP header included. Above this size the parity of a group is all zeros.
 TALRTP_CONSTANT int MAX_PACKET_SIZE = 1600;
+
+#pragma GCC diagnostic pop
 
 // Reverses the order of the `size` bytes at `data`, in place. The middle byte of an odd size stays.
 // Borrows `data`, which is not null. Asserts size > 0.

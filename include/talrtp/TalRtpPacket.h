@@ -23,8 +23,11 @@ class CPacketAccess;
 // The kind mark of a packet object. It never goes on the wire as such, but the XOR FEC covers it.
 typedef unsigned int _packet_type_t;
 
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wunused-const-variable"
 TALRTP_CONSTANT _packet_type_t PACKET_TYPE_PLAIN = 1;  // as made, reset or received
 TALRTP_CONSTANT _packet_type_t PACKET_TYPE_UNITS = 0;  // handed to the sink: whole units in byte-stream form
+#pragma GCC diagnostic pop
 
 // The fixed header as it lies on the wire, multi-byte fields in network order. It documents the layout and
 // its size; use the accessors below to reach the fields.

@@ -28,33 +28,33 @@ enum class Form {
 };
 
 // Packet types. RFC 3550, 12.1; RFC 4585, 6.1.
-constexpr std::uint8_t kRtcpSenderReport = 200;
-constexpr std::uint8_t kRtcpReceiverReport = 201;
-constexpr std::uint8_t kRtcpSourceDescription = 202;
-constexpr std::uint8_t kRtcpBye = 203;
-constexpr std::uint8_t kRtcpApp = 204;
-constexpr std::uint8_t kRtcpTransportFeedback = 205;
-constexpr std::uint8_t kRtcpPayloadFeedback = 206;
+inline constexpr std::uint8_t kRtcpSenderReport = 200;
+inline constexpr std::uint8_t kRtcpReceiverReport = 201;
+inline constexpr std::uint8_t kRtcpSourceDescription = 202;
+inline constexpr std::uint8_t kRtcpBye = 203;
+inline constexpr std::uint8_t kRtcpApp = 204;
+inline constexpr std::uint8_t kRtcpTransportFeedback = 205;
+inline constexpr std::uint8_t kRtcpPayloadFeedback = 206;
 
 // Feedback message types. RFC 4585, 6.2.1 and 6.3.1; RFC 5104, 4.3.1.
-constexpr std::uint8_t kFeedbackNack = 1;  // of kRtcpTransportFeedback
-constexpr std::uint8_t kFeedbackPli = 1;   // of kRtcpPayloadFeedback
-constexpr std::uint8_t kFeedbackFir = 4;   // of kRtcpPayloadFeedback
+inline constexpr std::uint8_t kFeedbackNack = 1;  // of kRtcpTransportFeedback
+inline constexpr std::uint8_t kFeedbackPli = 1;   // of kRtcpPayloadFeedback
+inline constexpr std::uint8_t kFeedbackFir = 4;   // of kRtcpPayloadFeedback
 
 // Types of the items of a source description. RFC 3550, 6.5.
-constexpr std::uint8_t kSdesCname = 1;
-constexpr std::uint8_t kSdesName = 2;
-constexpr std::uint8_t kSdesEmail = 3;
-constexpr std::uint8_t kSdesPhone = 4;
-constexpr std::uint8_t kSdesLocation = 5;
-constexpr std::uint8_t kSdesTool = 6;
-constexpr std::uint8_t kSdesNote = 7;
-constexpr std::uint8_t kSdesPrivate = 8;
+inline constexpr std::uint8_t kSdesCname = 1;
+inline constexpr std::uint8_t kSdesName = 2;
+inline constexpr std::uint8_t kSdesEmail = 3;
+inline constexpr std::uint8_t kSdesPhone = 4;
+inline constexpr std::uint8_t kSdesLocation = 5;
+inline constexpr std::uint8_t kSdesTool = 6;
+inline constexpr std::uint8_t kSdesNote = 7;
+inline constexpr std::uint8_t kSdesPrivate = 8;
 
 // The most entries that the count of a packet header can tell: report blocks, chunks, sources of a goodbye.
-constexpr std::size_t kMaxRtcpCount = 31;
+inline constexpr std::size_t kMaxRtcpCount = 31;
 // The longest text of an item or of a reason, in bytes.
-constexpr std::size_t kMaxRtcpText = 255;
+inline constexpr std::size_t kMaxRtcpText = 255;
 
 // The report of one receiver about one source. RFC 3550, 6.4.1.
 struct ReportBlock {
