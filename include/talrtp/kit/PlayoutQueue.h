@@ -201,7 +201,7 @@ public:
         facts.lastSequence = extent.last;
         facts.missingPackets = extent.missing;
         facts.rebuiltPackets = extent.rebuilt;
-        facts.isComplete = isSound(extent) && !isStartInDoubt() && !m_isHoleInDoubt;
+        facts.isComplete = isSound(extent) && isStartSure(extent);
         gather(extent, PictureMaker::run(picture));
         moveTo(extent);
         return PictureMaker::run(picture).count() > 0;
@@ -214,6 +214,7 @@ public:
 private:
     enum class State : std::uint8_t { kUnknown, kMissing, kArrived, kRebuilt };
 
+    static constexpr std::uint8_t kSliceType = 1;
     static constexpr std::size_t kNoRun = static_cast<std::size_t>(-1);
     static constexpr std::size_t kFirstSlots = 1024;
     // Extended numbers begin above this, so that numbers before the first one have room.
@@ -386,6 +387,7 @@ private:
         describe(slot, head, state);
         if (!m_isStarted && number == m_next) {
             m_beginsPicture = canBeginStream(head);
+            m_firstUnitType = head.firstUnitType;
         }
         if (isPresent(number - 1)) {
             compareNeighbours(at(number - 1), slot);
@@ -474,7 +476,7 @@ private:
             case 6:  // supplemental enhancement information
             case 8:  // picture parameter set
                 return m_hasParameterSets;
-            case 1:  // another slice
+            case kSliceType:  // of no IDR picture, so nothing can be decoded before the next one anyway
                 return head.isFirstSlice;
             default:
                 return false;
@@ -537,15 +539,24 @@ private:
         for (std::uint64_t number = m_next; number <= extent.last; ++number) {
             const Slot& slot = at(number);
             const bool isContinuation = continuesUnit(slot.kind);
-            const bool hasAllUnits = slot.unitsTaken == slot.unitCount && !slot.isCut;
             const bool isPaddedInside = leavesUnitOpen(slot.kind) && slot.padding > 0;
             if (slot.kind == PayloadKind::kUnknown || !slot.isSound || slot.isStray || isPaddedInside ||
-                isOpen != isContinuation || (slot.kind != PayloadKind::kEmpty && !hasAllUnits)) {
+                isOpen != isContinuation || !hasAllUnits(slot)) {
                 return false;
             }
             isOpen = leavesUnitOpen(slot.kind);
         }
         return !isOpen;
+    }
+
+    static bool hasAllUnits(const Slot& slot) {
+        if (slot.kind == PayloadKind::kEmpty) {
+            return true;
+        }
+        if (slot.kind == PayloadKind::kAggregate && slot.padding > 0) {
+            return slot.unitsTaken >= slot.unitCount;  // the session takes the padding for more units
+        }
+        return slot.unitsTaken == slot.unitCount && !slot.isCut;
     }
 
     void describeFirst(Due& due) const {
@@ -691,8 +702,17 @@ private:
         }
     }
 
+    // Tells whether nothing before the first packet belongs to the picture. A picture with the timestamp of
+    // the last one is the rest of that, which arrived after it had to be cut.
+    bool isStartSure(const Extent& extent) const {
+        const bool isRest = m_isStarted && extent.timestamp == m_lastTimestamp;
+        const bool isFirstSure = m_isStarted || m_firstUnitType != kSliceType;
+        return isFirstSure && !isStartInDoubt() && !m_isHoleInDoubt && !isRest;
+    }
+
     void moveTo(const Extent& extent) {
         m_isStarted = true;
+        m_lastTimestamp = extent.timestamp;
         m_isHoleInDoubt = extent.isHoleShared;
         m_next = extent.last + 1;
         m_highest = std::max(m_highest, extent.last);
@@ -720,11 +740,13 @@ private:
     bool m_isTimestampSeen = false;
     std::uint32_t m_lookedTimestamp = 0;
 
-    bool m_isStarted = false;      // a picture was played
-    bool m_beginsPicture = false;  // a stream can begin with the packet at `m_next`
-    bool m_hasMarkers = false;     // a marker was seen
-    bool m_areMarkersTrue = true;  // no picture went on after a marker
-    bool m_isHoleInDoubt = false;  // a hole before the first picture may be a part of it
+    bool m_isStarted = false;           // a picture was played
+    std::uint32_t m_lastTimestamp = 0;  // of that picture
+    bool m_beginsPicture = false;       // a stream can begin with the packet at `m_next`
+    std::uint8_t m_firstUnitType = 0;   // of that packet
+    bool m_hasMarkers = false;          // a marker was seen
+    bool m_areMarkersTrue = true;       // no picture went on after a marker
+    bool m_isHoleInDoubt = false;       // a hole before the first picture may be a part of it
     TimePoint m_firstArrival{};
     TimePoint m_lastArrival{};
 
