@@ -21,6 +21,7 @@
 #include <talrtp/kit/PackingPlan.h>
 #include <talrtp/kit/Picture.h>
 #include <talrtp/kit/PlayoutQueue.h>
+#include <talrtp/kit/RbspReader.h>
 #include <talrtp/kit/Receiver.h>
 #include <talrtp/kit/ReceiverOptions.h>
 #include <talrtp/kit/ReceptionReport.h>
@@ -31,6 +32,7 @@
 #include <talrtp/kit/SessionClock.h>
 #include <talrtp/kit/SessionHandle.h>
 #include <talrtp/kit/SourceFilter.h>
+#include <talrtp/kit/Sps.h>
 #include <talrtp/kit/StapUnitCutter.h>
 #include <talrtp/kit/Statistics.h>
 #include <talrtp/kit/Time.h>
