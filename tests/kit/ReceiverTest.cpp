@@ -228,21 +228,42 @@ TEST_F(RunningReceiverTest, EachGapWaitsFromItsOwnFirstSign) {
 TEST_F(RunningReceiverTest, WaitsForTheEndOfAPictureInsteadOfCuttingItWhileItArrives) {
     receiver.push({12, 2000}, kSlice, 0);  // 11 is lost
     receiver.push({13, 2000}, kSlice, 190);
-    receiver.push({14, 2000}, kSlice, 380);
-    EXPECT_EQ(atMs(880), receiver.receiver.poll(atMs(380)));  // after half a second of silence
-    receiver.push({15, 2000, true}, kSlice, 500);
+    receiver.push({14, 2000}, kSlice, 230);
+    EXPECT_EQ(atMs(280), receiver.receiver.poll(atMs(230)));  // 50 ms after the latest packet
+    receiver.push({15, 2000, true}, kSlice, 270);
     EXPECT_EQ(Timestamps{2000}, receiver.played());
     EXPECT_EQ(4u, receiver.pictures.back().units.size());
     EXPECT_EQ(1u, receiver.pictures.back().missing);
 }
 
-TEST_F(RunningReceiverTest, GivesUpAPictureWhoseEndNeverArrives) {
-    receiver.push({11, 2000}, kSlice, 100);
-    EXPECT_EQ(atMs(600), receiver.receiver.poll(atMs(599)));
+TEST_F(RunningReceiverTest, CutsAPictureWithAGapWhenItsWaitIsOverAndNothingArrives) {
+    receiver.push({12, 2000}, kSlice, 0);  // 11 is lost, and the end never arrives
+    EXPECT_EQ(atMs(200), receiver.receiver.poll(atMs(199)));
     EXPECT_EQ(Timestamps(), receiver.played());
-    receiver.receiver.poll(atMs(600));
+    receiver.receiver.poll(atMs(200));
     EXPECT_EQ(Timestamps{2000}, receiver.played());
     EXPECT_FALSE(receiver.pictures.back().isComplete);
+}
+
+TEST_F(RunningReceiverTest, APictureWithoutAGapWaitsForItsEndThroughAStall) {
+    receiver.push({11, 2000}, kSlice, 100);
+    EXPECT_EQ(std::nullopt, receiver.receiver.poll(atMs(101)));
+    EXPECT_EQ(std::nullopt, receiver.receiver.poll(atMs(9000)));
+    EXPECT_EQ(Timestamps(), receiver.played());
+    receiver.push({12, 2000, true}, kSlice, 9001);
+    EXPECT_EQ(Timestamps{2000}, receiver.played());
+    EXPECT_TRUE(receiver.pictures.back().isComplete);
+}
+
+TEST_F(RunningReceiverTest, WhereMarkersLieTheLastPictureIsOutAfterASilence) {
+    receiver.push({11, 2000, true}, kSlice, 0);
+    receiver.push({12, 2000, true}, kSlice, 0);  // the marker of 11 was none
+    receiver.push({13, 3000, true}, kSlice, 100);
+    EXPECT_EQ(atMs(600), receiver.receiver.poll(atMs(599)));
+    const std::size_t before = receiver.pictures.size();
+    receiver.receiver.poll(atMs(600));
+    ASSERT_EQ(before + 1, receiver.pictures.size());
+    EXPECT_EQ(3000u, receiver.played().back());
 }
 
 TEST_F(RunningReceiverTest, SkipsAPictureOfWhichNothingCanBePlayed) {

@@ -52,7 +52,10 @@ public:
     static constexpr std::uint64_t kMaxWindow = 16384;
     // Most bytes of units that wait. A larger picture is played in parts.
     static constexpr std::size_t kMaxWaitingBytes = std::size_t{32} << 20;
-    // A picture whose end is not in sight, for lack of a later packet, is given up after this silence.
+    // A picture with a gap is still arriving when its last packet is not older than this.
+    static constexpr std::chrono::milliseconds kStillArriving{50};
+    // The end of a picture shows by the next one only, where markers do not tell it. After this silence the
+    // sender is taken to pause.
     static constexpr std::chrono::milliseconds kSilence{500};
 
     enum class Verdict {
@@ -183,12 +186,11 @@ public:
         if (m_isEndReached) {
             return isStartInDoubt() ? m_firstArrival + m_wait : TimePoint::min();
         }
-        const TimePoint silent = m_lastArrival + std::max(m_wait, kSilence);
         if (m_scanned > m_highest) {
-            return silent;
+            return silenceEnd();
         }
         const TimePoint given = at(m_scanned).noticed + m_wait;
-        return isEndInSight() ? given : std::max(given, silent);
+        return isEndInSight() ? given : std::max(given, m_lastArrival + kStillArriving);
     }
 
     // Fills `picture` with the first picture in decoding order and goes on to the next. Returns false when
@@ -460,6 +462,15 @@ private:
             m_lookedTimestamp = slot.timestamp;
         }
         return false;
+    }
+
+    // The time for a picture of which nothing is missing so far. A sender whose markers are true tells its
+    // end itself: a network that stalls in the middle of a picture must not cut it.
+    std::optional<TimePoint> silenceEnd() const {
+        if (m_hasMarkers && m_areMarkersTrue) {
+            return std::nullopt;
+        }
+        return m_lastArrival + std::max<Duration>(m_wait, kSilence);
     }
 
     // Tells whether packets before the first one known may be on their way still.
