@@ -64,9 +64,17 @@ TEST(RtcpWriterTest, AnEmptyReasonIsNotWritten) {
 }
 
 TEST(RtcpWriterTest, ANackOfANumberOutOfOrderOpensAnEntry) {
-    RtcpWriter writer(Form::kRfc3550);
-    ASSERT_TRUE(writer.add(Nack{1, 2, {5, 4}}));
-    EXPECT_EQ((Bytes{0x81, 205, 0, 4, 0, 0, 0, 1, 0, 0, 0, 2, 0, 5, 0, 0, 0, 4, 0, 0}), bytesOf(writer));
+    const std::vector<std::pair<std::vector<std::uint16_t>, Bytes>> lists = {
+        {{5, 4}, {0, 5, 0, 0, 0, 4, 0, 0}},
+        {{5, 7, 6}, {0, 5, 0, 2, 0, 6, 0, 0}},
+        {{5, 5}, {0, 5, 0, 0, 0, 5, 0, 0}}};
+    for (const auto& [lost, entries] : lists) {
+        RtcpWriter writer(Form::kRfc3550);
+        ASSERT_TRUE(writer.add(Nack{1, 2, lost}));
+        Bytes expected{0x81, 205, 0, 4, 0, 0, 0, 1, 0, 0, 0, 2};
+        expected.insert(expected.end(), entries.begin(), entries.end());
+        EXPECT_EQ(expected, bytesOf(writer));
+    }
 }
 
 // ---- refusals

@@ -122,9 +122,9 @@ struct App {
 struct Nack {
     std::uint32_t senderSsrc = 0;
     std::uint32_t mediaSsrc = 0;
-    // The missing sequence numbers. The writer joins neighbours within 17 numbers into one entry of the wire;
-    // give the numbers in the order of their loss for the fewest entries. The reader returns them in the
-    // order of the wire.
+    // The missing sequence numbers, in any order. The writer joins numbers that rise within 17 into one entry
+    // of the wire, so give them in rising order for the fewest entries. The reader returns them in the order
+    // of the wire.
     std::vector<std::uint16_t> lost;
 };
 

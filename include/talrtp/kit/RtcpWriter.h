@@ -330,18 +330,20 @@ inline bool RtcpWriter::add(const App& packet) {
 
 // ---- feedback. RFC 4585, 6.1
 
-// A packet identifier and a mask of the 16 numbers that follow it, the lowest bit being the next number.
+// A packet identifier and a mask of the 16 numbers that follow it, the lowest bit being the next number. A
+// number joins an entry only when it lies beyond those that are in it, so the reader sees the same order.
 inline void RtcpWriter::putLost(const std::vector<std::uint16_t>& lost) {
     std::size_t next = 0;
     while (next < lost.size()) {
         const std::uint16_t first = lost[next++];
         std::uint32_t mask = 0;
-        for (; next < lost.size(); ++next) {
+        for (unsigned int last = 0; next < lost.size(); ++next) {
             const unsigned int distance = static_cast<std::uint16_t>(lost[next] - first);
-            if (distance < 1 || distance > kNackSpan) {
+            if (distance <= last || distance > kNackSpan) {
                 break;
             }
             mask |= 1U << (distance - 1);
+            last = distance;
         }
         put16(first);
         put16(mask);
