@@ -1,9 +1,9 @@
 #include "loopback/Receiver.h"
 
-#include "kit/DatagramGuard.h"
 #include "loopback/TraceTap.h"
 
 #include <talrtp/TalRtpPacket.h>
+#include <talrtp/kit/Demux.h>
 
 #include <utility>
 
@@ -13,7 +13,7 @@ CReceiver::CReceiver(kit::FecScheme scheme, std::uint64_t waitMs, Play play)
     : m_session(this, scheme), m_play(std::move(play)), m_orderer(waitMs) {}
 
 void CReceiver::receive(const std::vector<std::uint8_t>& datagram, std::uint64_t nowMs) {
-    if (kit::classifyDatagram(datagram.data(), datagram.size()) != kit::DatagramKind::kRtp) {
+    if (kit::classify(datagram) != kit::DatagramKind::kRtp) {
         return;
     }
     // The session copies the bytes and only reads them.
@@ -51,11 +51,12 @@ void CReceiver::play(std::uint32_t timestamp) {
 
 void CReceiver::OnReceivedRTPPacket(CTalRtpPacket* packet) {
     const std::size_t declared = static_cast<std::size_t>(packet->get_payload_size());
-    const kit::CAggregationCutter::Cut cut =
+    const kit::StapUnitCutter::Cut cut =
         m_cutter.cut(packet->get_timestamp(), packet->get_sequence_number(), declared);
     const unsigned char* payload = packet->get_payload_ptr();
     const bool isWhole = packet->get_packet_type() == 0;
-    kit::Handover handover{packet->get_timestamp(), packet->get_sequence_number(), cut.index, isWhole,
+    kit::Handover handover{packet->get_timestamp(), packet->get_sequence_number(),
+                           static_cast<int>(cut.index), isWhole,
                            std::vector<std::uint8_t>(payload, payload + cut.size)};
     if (!m_orderer.push(std::move(handover), m_nowMs)) {
         ++m_refusedCount;

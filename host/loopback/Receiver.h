@@ -4,9 +4,10 @@
 #ifndef TALRTP_HOST_LOOPBACK_RECEIVER_H
 #define TALRTP_HOST_LOOPBACK_RECEIVER_H
 
-#include "kit/AggregationCutter.h"
 #include "kit/HandoverOrderer.h"
 #include "loopback/Session.h"
+
+#include <talrtp/kit/StapUnitCutter.h>
 
 #include <cstdint>
 #include <functional>
@@ -43,7 +44,7 @@ private:
 
     CSession m_session;
     Play m_play;
-    kit::CAggregationCutter m_cutter;
+    kit::StapUnitCutter m_cutter;
     kit::CHandoverOrderer m_orderer;
     std::uint64_t m_nowMs = 0;
     std::uint64_t m_refusedCount = 0;

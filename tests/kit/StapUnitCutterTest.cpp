@@ -1,43 +1,41 @@
-// The cut of aggregation hand-overs to their own unit.
-
-#include "kit/AggregationCutter.h"
+#include <talrtp/kit/StapUnitCutter.h>
 
 #include <gtest/gtest.h>
 
 namespace talrtp::kit {
 namespace {
 
-void expectCut(const CAggregationCutter::Cut& cut, std::size_t size, int index) {
+void expectCut(const StapUnitCutter::Cut& cut, std::size_t size, std::size_t index) {
     EXPECT_EQ(cut.size, size);
     EXPECT_EQ(cut.index, index);
 }
 
-TEST(AggregationCutter, TheGrowthIsTheLengthOfTheUnit) {
-    CAggregationCutter cutter;
+TEST(StapUnitCutterTest, TheGrowthIsTheLengthOfTheUnit) {
+    StapUnitCutter cutter;
     cutter.beginCall();
     expectCut(cutter.cut(90000, 7, 8), 8, 0);
     expectCut(cutter.cut(90000, 7, 14), 6, 1);
     expectCut(cutter.cut(90000, 7, 21), 7, 2);
 }
 
-TEST(AggregationCutter, AnotherPacketIsWhole) {
-    CAggregationCutter cutter;
+TEST(StapUnitCutterTest, AnotherPacketIsWhole) {
+    StapUnitCutter cutter;
     cutter.beginCall();
     expectCut(cutter.cut(90000, 7, 8), 8, 0);
     expectCut(cutter.cut(90000, 8, 20), 20, 0);
     expectCut(cutter.cut(90000, 7, 30), 30, 0);
 }
 
-TEST(AggregationCutter, AnotherTimestampIsAnotherPacket) {
-    CAggregationCutter cutter;
+TEST(StapUnitCutterTest, AnotherTimestampIsAnotherPacket) {
+    StapUnitCutter cutter;
     cutter.beginCall();
     expectCut(cutter.cut(90000, 7, 8), 8, 0);
     expectCut(cutter.cut(93000, 7, 20), 20, 0);
 }
 
 // A late copy, after the session forgot the packet, hands all units over again.
-TEST(AggregationCutter, ARepeatedPacketBeginsAnew) {
-    CAggregationCutter cutter;
+TEST(StapUnitCutterTest, ARepeatedPacketBeginsAnew) {
+    StapUnitCutter cutter;
     cutter.beginCall();
     expectCut(cutter.cut(90000, 7, 8), 8, 0);
     cutter.beginCall();
@@ -45,16 +43,16 @@ TEST(AggregationCutter, ARepeatedPacketBeginsAnew) {
     expectCut(cutter.cut(90000, 7, 14), 6, 1);
 }
 
-TEST(AggregationCutter, ALongerUnitInAnotherCallIsNoGrowth) {
-    CAggregationCutter cutter;
+TEST(StapUnitCutterTest, ALongerUnitInAnotherCallIsNoGrowth) {
+    StapUnitCutter cutter;
     cutter.beginCall();
     expectCut(cutter.cut(90000, 7, 8), 8, 0);
     cutter.beginCall();
     expectCut(cutter.cut(90000, 7, 100), 100, 0);
 }
 
-TEST(AggregationCutter, TheVeryFirstHandOverIsWhole) {
-    CAggregationCutter cutter;
+TEST(StapUnitCutterTest, TheFirstHandOverIsWholeWithoutABeginning) {
+    StapUnitCutter cutter;
     expectCut(cutter.cut(0, 0, 9), 9, 0);
 }
 
