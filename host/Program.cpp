@@ -2,6 +2,8 @@
 
 #include "inspect/Command.h"
 #include "loopback/Command.h"
+#include "recv/Command.h"
+#include "send/Command.h"
 
 namespace talrtp::host {
 
@@ -13,7 +15,7 @@ Program makeProgram() {
     app.set_version_flag("--version", "talrtp " TALRTP_PROGRAM_VERSION);
     app.require_subcommand(1);
     app.get_formatter()->column_width(26);
-    program.commands = {addLoopback(app), addInspect(app)};
+    program.commands = {addSend(app), addRecv(app), addInspect(app), addLoopback(app)};
     return program;
 }
 

@@ -54,6 +54,8 @@ const char* const kNetworkGroup = "Network";
 const char* const kFecGroup = "Forward error correction";
 const char* const kSweepGroup = "Sweep";
 
+constexpr int kMaxMtu = 65507;  // what a UDP datagram holds over IPv4
+
 volatile std::sig_atomic_t g_isInterrupted = 0;
 
 void interrupt(int) {
@@ -91,12 +93,12 @@ private:
     }
 
     void addStreamOptions(CLI::App& command) {
-        kit::SenderOptions& sender = m_options.sender;
+        SenderOptions& sender = m_options.sender;
         command.add_option("FILE", m_input, "H.264 byte stream (Annex B)")->required()->type_name("");
         m_outOption = command.add_option("--out", m_output, "Write the units that came back to this file");
         m_outOption->type_name("FILE");
         command.add_option("--mtu", sender.mtu, "Largest RTP packet in bytes, FEC packets included")
-            ->check(within(1, kit::kMaxMtu))
+            ->check(within(1, kMaxMtu))
             ->type_name("BYTES")
             ->capture_default_str();
         CLI::Option* aggregate =
@@ -190,13 +192,13 @@ private:
 
     // What no single option can set or check.
     void finishOptions() {
-        kit::SenderOptions& sender = m_options.sender;
+        SenderOptions& sender = m_options.sender;
         CTraceTap::setPrintLevel(positionOf<int>(kTraceLevels, m_traceLevel) - 1);
-        sender.aggregate = !m_isNotAggregating;
+        sender.isAggregating = !m_isNotAggregating;
         sender.fec.scheme =
             m_isSweep ? kit::FecScheme::kReedSolomon : positionOf<kit::FecScheme>(kSchemes, m_scheme);
         if (sender.fec.scheme != kit::FecScheme::kNone) {
-            sender.fec.maxMedia = m_group;
+            sender.fec.group = m_group;
             sender.fec.parity =
                 m_parity.value_or(sender.fec.scheme == kit::FecScheme::kXor ? 1 : kDefaultParity);
         }
@@ -204,17 +206,18 @@ private:
     }
 
     void checkOptions() const {
-        const kit::SenderOptions& sender = m_options.sender;
-        if (!sender.fec.check().empty()) {
+        const SenderOptions& sender = m_options.sender;
+        if (!kit::CFecPlanner::isValid(sender.fec)) {
             throw CLI::ValidationError("--group, --parity",
                                        sender.fec.scheme == kit::FecScheme::kXor
                                            ? "xor takes 1 FEC packet over 1 to 24 media packets"
                                            : "rs takes 2 to 255 packets in a group, media and FEC");
         }
-        const int least = kit::kMinMediaPacket + kit::fecExcess(sender.fec.scheme);
-        if (sender.mtu < least) {
+        const int fecExcess = sender.mtu - kit::maxMediaPacket(sender.mtu, sender.fec.scheme);
+        if (sender.mtu < fecExcess + kit::kMinMediaPacket) {
             throw CLI::ValidationError(
-                "--mtu", fmt::format("{} cannot carry a fragment, {} is the least here", sender.mtu, least));
+                "--mtu", fmt::format("{} cannot carry a fragment, {} is the least here", sender.mtu,
+                                     fecExcess + kit::kMinMediaPacket));
         }
         if (!isPossibleBurst(m_options.network.loss, m_options.network.burst)) {
             throw CLI::ValidationError("--burst", "too short to lose so many packets");

@@ -6,8 +6,7 @@
 
 #include "loopback/Audit.h"
 #include "loopback/Network.h"
-
-#include <talrtp/kit/SenderOptions.h>
+#include "loopback/Sender.h"
 
 #include <array>
 #include <cstdint>
@@ -18,7 +17,7 @@
 namespace talrtp::host {
 
 struct LoopbackOptions {
-    kit::SenderOptions sender;
+    SenderOptions sender;
     NetworkOptions network;
     double fps = 30;
 };

@@ -18,14 +18,14 @@ CRandom makeRandom(std::uint64_t seed, int event) {
 
 CNetwork::CNetwork(const NetworkOptions& options)
     : m_options(options),
-      m_lossRandom(makeRandom(options.seed, 0)),
+      m_losses(options.loss, options.burst, makeRandom(options.seed, 0)),
       m_duplicateRandom(makeRandom(options.seed, 1)),
       m_delayRandom(makeRandom(options.seed, 2)) {}
 
 bool CNetwork::send(Flow flow, Datagram datagram, std::uint64_t nowUs) {
     NetworkCounts& counts = m_counts[flow];
     ++counts.sent;
-    const bool isLost = draw();
+    const bool isLost = m_losses.isNextLost();
     const bool isDuplicated = m_duplicateRandom.chance(m_options.duplicate);
     if (isLost) {
         ++counts.lost;
@@ -38,19 +38,6 @@ bool CNetwork::send(Flow flow, Datagram datagram, std::uint64_t nowUs) {
     }
     ++m_nextNumber;
     return !isLost;
-}
-
-// Tells whether the next datagram is lost: each by itself, or by the model of Gilbert and Elliott, in which
-// the network is in one of two states, loses all in one and nothing in the other. A burst ends with the
-// probability 1 / length; it begins with the one for which the share of losses comes out right.
-bool CNetwork::draw() {
-    if (m_options.burst == 0) {
-        return m_lossRandom.chance(m_options.loss);
-    }
-    const double end = 1 / m_options.burst;
-    const double begin = end * m_options.loss / (1 - m_options.loss);
-    m_isInBurst = m_isInBurst ? !m_lossRandom.chance(end) : m_lossRandom.chance(begin);
-    return m_isInBurst;
 }
 
 void CNetwork::enqueue(Flow flow, Datagram datagram, std::uint64_t nowUs) {

@@ -5,6 +5,7 @@
 #define TALRTP_HOST_LOOPBACK_NETWORK_H
 
 #include "loopback/Random.h"
+#include "net/LossModel.h"
 
 #include <array>
 #include <cstdint>
@@ -24,12 +25,6 @@ struct NetworkOptions {
     double duplicate = 0;  // share of datagrams that come twice, 0 to 1
     std::uint64_t seed = 1;
 };
-
-// Tells whether such bursts can have such a share of losses: with every run of deliveries at its shortest,
-// one datagram, burst out of burst + 1 are lost.
-inline bool isPossibleBurst(double loss, double burst) {
-    return burst == 0 || (burst >= 1 && loss < 1 && loss <= burst / (burst + 1));
-}
 
 // What happened to the datagrams of one flow. sent = lost + those of which a copy came.
 struct NetworkCounts {
@@ -72,15 +67,13 @@ private:
         Datagram bytes;
     };
 
-    bool draw();
     void enqueue(Flow flow, Datagram datagram, std::uint64_t nowUs);
     void deliverOne(std::map<Place, Copy>::iterator copy, const Receive& receive);
 
     NetworkOptions m_options;
-    CRandom m_lossRandom;
+    CLossModel m_losses;
     CRandom m_duplicateRandom;
     CRandom m_delayRandom;
-    bool m_isInBurst = false;
     std::uint64_t m_nextNumber = 0;
     std::uint64_t m_nextOrder = 0;
     std::uint64_t m_latestNumber = 0;  // the highest number that came

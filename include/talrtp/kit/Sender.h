@@ -21,6 +21,7 @@
 #include <talrtp/kit/Datagram.h>
 #include <talrtp/kit/Failure.h>
 #include <talrtp/kit/FecGrouping.h>
+#include <talrtp/kit/Marker.h>
 #include <talrtp/kit/NalUnit.h>
 #include <talrtp/kit/PacketArray.h>
 #include <talrtp/kit/PackingPlan.h>
@@ -152,6 +153,7 @@ private:
         const std::size_t waiting = m_waiting;
         makeRoom(waiting + count);
         makePackets(timestamp, m_run.data() + waiting);
+        setMarkerOnLastPacket(m_run.data() + waiting, count);
         m_sentPictures += count > 0 ? 1 : 0;
         m_sentUnits += result.sentUnits;
         m_refusedUnits += result.refusedUnits;
@@ -225,8 +227,7 @@ private:
         m_run = std::move(larger);
     }
 
-    // Fills the packets from `packet` on as the plan says. A session sets the marker on the last packet of
-    // each step, where it stays on that of the picture only.
+    // Fills the packets from `packet` on as the plan says.
     void makePackets(std::uint32_t timestamp, CTalRtpPacket* packet) {
         for (const PackStep& step : m_steps) {
             const BytesView unit = m_units[step.firstUnit];
@@ -244,7 +245,6 @@ private:
                     break;
             }
             packet += step.packetCount;
-            (packet - 1)->set_marker_flag(&step == &m_steps.back());
         }
     }
 
@@ -281,8 +281,9 @@ private:
 
     void sendMedia(std::size_t next, std::size_t end, SendResult& result) {
         for (; next < end; ++next) {
+            const CTalRtpPacket& packet = m_run[next];
             ++result.packets;
-            pass(m_run[next], false);
+            pass(packet, false, packet.get_marker_flag());
         }
     }
 
@@ -291,28 +292,23 @@ private:
             constexpr unsigned int kAll = 0xffffffff;
             m_session->CreateXorFecPackets(packets, count, kAll, &m_xorPacket);
             ++result.fecPackets;
-            pass(m_xorPacket, true);
+            pass(m_xorPacket, true, false);
             return;
         }
         m_session->CreateRsFecPackets(packets, count, m_parity.data(), m_options.fec.parity);
         for (std::size_t i = 0; i < m_parity.size(); ++i) {
             ++result.fecPackets;
-            pass(m_parity[i], true);
+            pass(m_parity[i], true, false);
         }
     }
 
-    // Reads the header where it lies (RFC 3550, 5.1): an accessor of the library is a call each.
-    void pass(const CTalRtpPacket& packet, bool isFec) const {
-        constexpr unsigned int kMarkerBit = 0x80;
-        const std::uint8_t* const bytes = packet.get_buffer();
+    void pass(const CTalRtpPacket& packet, bool isFec, bool isLastOfPicture) const {
         Datagram datagram;
-        datagram.bytes = BytesView(bytes, static_cast<std::size_t>(packet.get_packet_size()));
+        datagram.bytes = BytesView(packet.get_buffer(), static_cast<std::size_t>(packet.get_packet_size()));
         datagram.isFec = isFec;
-        datagram.sequence = static_cast<std::uint16_t>(bytes[2] << 8 | bytes[3]);
-        datagram.timestamp = static_cast<std::uint32_t>(bytes[4]) << 24 |
-                             static_cast<std::uint32_t>(bytes[5]) << 16 |
-                             static_cast<std::uint32_t>(bytes[6]) << 8 | bytes[7];
-        datagram.isLastOfPicture = !isFec && (bytes[1] & kMarkerBit) != 0;
+        datagram.sequence = packet.get_sequence_number();
+        datagram.timestamp = packet.get_timestamp();
+        datagram.isLastOfPicture = isLastOfPicture;
         m_send(datagram);
     }
 

@@ -15,8 +15,6 @@
 
 #include <string_view>
 
-// One source file includes this header, so each function is defined once.
-// NOLINTBEGIN(misc-definitions-in-headers)
 extern "C" {
 
 int get_external_trace_mask(void) {
@@ -30,6 +28,5 @@ void util_adapter_trace(int level, const char* /*tag*/, const char* text, unsign
 }
 
 }  // extern "C"
-// NOLINTEND(misc-definitions-in-headers)
 
 #endif  // TALRTP_KIT_TRACETOCALLBACK_H

@@ -1,0 +1,49 @@
+// Writes datagrams to a capture file (pcap, link type "raw IP") as if they had been seen on the network, for
+// Wireshark and tshark.
+
+#ifndef TALRTP_HOST_NET_CAPTUREFILE_H
+#define TALRTP_HOST_NET_CAPTUREFILE_H
+
+#include "net/Address.h"
+
+#include <talrtp/kit/BytesView.h>
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+struct pcap;
+struct pcap_dumper;
+
+namespace talrtp::host {
+
+class CCaptureFile {
+public:
+    // Throws CHostError when the file cannot be written.
+    explicit CCaptureFile(const std::string& path);
+    ~CCaptureFile();
+    CCaptureFile(const CCaptureFile&) = delete;
+    CCaptureFile& operator=(const CCaptureFile&) = delete;
+
+    // Adds a datagram with the current wall-clock time. Both addresses are of one family; an IPv4 address
+    // within IPv6 counts as IPv4. Throws CHostError when the disk is full.
+    void add(const Endpoint& from, const Endpoint& to, kit::BytesView payload);
+
+    // Writes out what is buffered. Throws CHostError likewise.
+    void flush();
+
+private:
+    void writeHeaders(const Endpoint& from, const Endpoint& to, std::size_t payloadSize);
+    void fail() const;
+
+    std::string m_path;
+    pcap* m_handle = nullptr;
+    pcap_dumper* m_file = nullptr;
+    std::vector<std::uint8_t> m_packet;
+};
+
+}  // namespace talrtp::host
+
+#endif  // TALRTP_HOST_NET_CAPTUREFILE_H
