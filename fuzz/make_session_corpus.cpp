@@ -5,24 +5,26 @@
 // writes PREFIX-1, PREFIX-2, ...: scripts of a few pictures each, packed small, protected, with packets lost,
 // doubled and late, and with pictures forced out.
 
+#include <talrtp/kit/AnnexB.h>
+#include <talrtp/kit/PacketArray.h>
 #include <talrtp/talrtp.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <iterator>
 #include <random>
 #include <string>
 #include <vector>
-
-#include "kit/AnnexB.h"
-#include "kit/PacketArray.h"
 
 namespace {
 
 using talrtp::CRTPFECPacket;
 using talrtp::CTalRtpPacket;
-using talrtp::kit::CPacketArray;
-using talrtp::kit::NalUnit;
+using talrtp::kit::BytesView;
+using talrtp::kit::PacketArray;
+using NalUnit = std::vector<unsigned char>;
 
 constexpr int kScripts = 6;
 constexpr int kUnitsPerScript = 12;
@@ -66,7 +68,7 @@ public:
     void unit(NalUnit& unit, ScriptWriter& script) {
         const int size = static_cast<int>(std::min(unit.size(), kMaxUnit));
         const int count = (size + kPieceSize - 1) / kPieceSize;
-        CPacketArray<CTalRtpPacket> packets(static_cast<std::size_t>(count), kCapacity);
+        PacketArray<CTalRtpPacket> packets(static_cast<std::size_t>(count), kCapacity);
         m_session->CreateFuaPackets(m_timestamp, size, unit.data(), count, packets.data());
         for (std::size_t i = 0; i < packets.size(); ++i) {
             script.datagram(arrivalOf(), packets[i]);
@@ -86,7 +88,7 @@ private:
         return chance < 2 ? 1 : chance == 2 ? 2 : 0;
     }
 
-    void protect(CPacketArray<CTalRtpPacket>& packets, ScriptWriter& script) {
+    void protect(PacketArray<CTalRtpPacket>& packets, ScriptWriter& script) {
         const int count = static_cast<int>(packets.size());
         if (m_fecType == talrtp::RTP_FEC_XOR) {
             CRTPFECPacket fec(kCapacity);
@@ -94,7 +96,7 @@ private:
             script.datagram(0, fec);
             return;
         }
-        CPacketArray<CTalRtpPacket> fec(2, kCapacity);
+        PacketArray<CTalRtpPacket> fec(2, kCapacity);
         m_session->CreateRsFecPackets(packets.data(), count, fec.data(), 2);
         script.datagram(0, fec[0]);
         script.datagram(0, fec[1]);
@@ -114,13 +116,15 @@ int main(int argc, char** argv) {
         return 2;
     }
     std::ifstream stream(argv[1], std::ios::binary);
-    talrtp::kit::CAnnexBReader reader(stream);
+    const std::vector<char> bytes{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+    std::vector<NalUnit> units;
+    talrtp::kit::forEachUnit(bytes, [&](BytesView unit) { units.emplace_back(unit.begin(), unit.end()); });
     ScriptMaker maker(std::strcmp(argv[3], "xor") == 0 ? talrtp::RTP_FEC_XOR : talrtp::RTP_FEC_RS, 1);
+    std::size_t next = 0;
     for (int i = 1; i <= kScripts; ++i) {
         ScriptWriter script(std::string(argv[2]) + "-" + std::to_string(i));
-        NalUnit unit;
-        for (int j = 0; j < kUnitsPerScript && reader.read(unit); ++j) {
-            maker.unit(unit, script);
+        for (int j = 0; j < kUnitsPerScript && next < units.size(); ++j) {
+            maker.unit(units[next++], script);
         }
     }
     return 0;

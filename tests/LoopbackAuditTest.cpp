@@ -1,7 +1,5 @@
 // The account that the loopback keeps: it must notice everything that is wrong.
 
-#include "kit/AnnexB.h"
-#include "kit/PacketArray.h"
 #include "loopback/Audit.h"
 
 #include <gtest/gtest.h>
@@ -11,7 +9,7 @@ namespace {
 
 using kit::FecScheme;
 using kit::Handover;
-using kit::NalUnit;
+using NalUnit = std::vector<std::uint8_t>;
 
 // One picture of three units: two in an aggregation packet, sequence number 100, and one in the fragments 101
 // to 103.
@@ -19,20 +17,42 @@ class AuditTest : public testing::Test {
 protected:
     void begin(FecScheme scheme = FecScheme::kNone) {
         m_audit = CAudit(scheme);
-        kit::CPacketArray<CTalRtpPacket> packets(4, 50);
-        for (std::size_t i = 0; i < packets.size(); ++i) {
-            packets[i].set_sequence_number(static_cast<unsigned short>(100 + i));
-        }
-        m_audit.addPicture(9000, {m_sps, m_pps, m_slice},
-                           {{kit::PackStep::kAggregate, 0, 2, 1}, {kit::PackStep::kFragments, 2, 1, 3}},
-                           packets.data());
+        m_sent = 0;
+        m_audit.addPicture(9000, {m_sps, m_pps, m_slice});
     }
 
-    // Notes for each packet whether it comes.
-    void send(const std::vector<bool>& comes) {
-        for (const bool each : comes) {
-            m_audit.addMediaPacket(each);
+    // Notes for each of the next packets whether it arrives.
+    void send(const std::vector<bool>& arrives) {
+        static const std::vector<NalUnit> payloads{
+            {0x78, 0, 3, 0x67, 1, 2, 0, 2, 0x68, 3}, {0x7c, 0x85, 4, 5}, {0x7c, 0x05, 6, 7}, {0x7c, 0x45, 8}};
+        for (const bool each : arrives) {
+            NalUnit packet(12, 0);
+            packet.insert(packet.end(), payloads.at(m_sent).begin(), payloads.at(m_sent).end());
+            m_audit.addMediaPacket(datagramOf(packet, 100 + m_sent), each);
+            ++m_sent;
         }
+    }
+
+    static kit::Datagram datagramOf(const NalUnit& packet, std::size_t sequence) {
+        kit::Datagram datagram;
+        datagram.bytes = packet;
+        datagram.sequence = static_cast<std::uint16_t>(sequence);
+        return datagram;
+    }
+
+    // An FEC packet over `count` packets from `first` on, after 12 bytes of RTP header. XOR: base, length,
+    // type, mask in the upper bits of three bytes, timestamp. Reed-Solomon: base, length, index, parity,
+    // count.
+    void sendXor(std::uint8_t first, int count, bool arrives) {
+        NalUnit packet(12, 0);
+        const std::uint8_t mask = static_cast<std::uint8_t>(0xff00 >> count);
+        packet.insert(packet.end(), {0, first, 0, 0, 0, mask, 0, 0, 0, 0, 0, 0});
+        m_audit.addFecPacket(datagramOf(packet, 7), arrives);
+    }
+    void sendReedSolomon(std::uint8_t first, std::uint8_t count, std::uint8_t index, bool arrives) {
+        NalUnit packet(12, 0);
+        packet.insert(packet.end(), {0, first, 0, 0, index, 3, count, 0});
+        m_audit.addFecPacket(datagramOf(packet, 7), arrives);
     }
 
     static Handover handover(int sequence, int index, const NalUnit& unit, bool isWhole = true) {
@@ -56,9 +76,10 @@ protected:
     const NalUnit m_pps{0x68, 3};
     const NalUnit m_slice{0x65, 4, 5, 6, 7, 8};
     CAudit m_audit{FecScheme::kNone};
+    std::size_t m_sent = 0;
 };
 
-TEST_F(AuditTest, AllIsGoodWhenAllCame) {
+TEST_F(AuditTest, AllIsGoodWhenAllArrived) {
     begin();
     send({true, true, true, true});
     m_audit.close(9000, all());
@@ -161,11 +182,18 @@ TEST_F(AuditTest, WhatIsNeverDeliveredIsMissing) {
     EXPECT_TRUE(m_audit.counts().isGood());
 }
 
+TEST_F(AuditTest, APacketWithoutAUnitOfThePictureIsNoticed) {
+    begin();
+    send({true, true, true, true});
+    m_sent = 0;
+    send({true});
+    EXPECT_EQ(m_audit.counts().wrong, 1u);
+}
+
 TEST_F(AuditTest, OneXorPacketMakesUpForOneLoss) {
     begin(FecScheme::kXor);
     send({true, true, false, true});
-    m_audit.addGroup(4, 0);
-    m_audit.addFecPacket(true);
+    sendXor(100, 4, true);
     m_audit.close(9000, all());
     EXPECT_EQ(m_audit.counts().rebuildable, 1u);
     EXPECT_EQ(m_audit.counts().couldArrive, 3u);
@@ -175,50 +203,60 @@ TEST_F(AuditTest, OneXorPacketMakesUpForOneLoss) {
 TEST_F(AuditTest, ALostFecPacketMakesUpForNothing) {
     begin(FecScheme::kXor);
     send({true, true, false, true});
-    m_audit.addGroup(4, 0);
-    m_audit.addFecPacket(false);
+    sendXor(100, 4, false);
     m_audit.finish();
     EXPECT_EQ(m_audit.counts().notRebuildable, 1u);
     EXPECT_EQ(m_audit.counts().couldArrive, 2u);
 }
 
-TEST_F(AuditTest, ReedSolomonMakesUpForAsManyAsCame) {
-    for (int fecThatCame = 0; fecThatCame <= 3; ++fecThatCame) {
+TEST_F(AuditTest, ReedSolomonMakesUpForAsManyAsArrived) {
+    for (std::uint8_t arrived = 0; arrived <= 3; ++arrived) {
         begin(FecScheme::kReedSolomon);
         send({true, false, false, true});
-        m_audit.addGroup(4, 0);
-        for (int i = 0; i < 3; ++i) {
-            m_audit.addFecPacket(i < fecThatCame);
+        for (std::uint8_t i = 0; i < 3; ++i) {
+            sendReedSolomon(100, 4, i, i < arrived);
         }
         m_audit.finish();
-        EXPECT_EQ(m_audit.counts().rebuildable, fecThatCame >= 2 ? 2u : 0u);
-        EXPECT_EQ(m_audit.counts().couldArrive, fecThatCame >= 2 ? 3u : 2u);
+        EXPECT_EQ(m_audit.counts().rebuildable, arrived >= 2 ? 2u : 0u);
+        EXPECT_EQ(m_audit.counts().couldArrive, arrived >= 2 ? 3u : 2u);
     }
 }
 
 TEST_F(AuditTest, GroupsAreApart) {
     begin(FecScheme::kXor);
     send({false, false});
-    m_audit.addGroup(2, 0);
-    m_audit.addFecPacket(true);
+    sendXor(100, 2, true);
     send({true, false});
-    m_audit.addGroup(2, 0);
-    m_audit.addFecPacket(true);
+    sendXor(102, 2, true);
     m_audit.finish();
     EXPECT_EQ(m_audit.counts().rebuildable, 1u);
     EXPECT_EQ(m_audit.counts().notRebuildable, 2u);
 }
 
-TEST_F(AuditTest, AGroupMayLieBehindWhatWasSentLast) {
+TEST_F(AuditTest, AGroupMayLieBeforeWhatWasSentLast) {
     begin(FecScheme::kXor);
     send({true, false, false, true});
-    m_audit.addGroup(2, 2);
-    m_audit.addFecPacket(true);
-    m_audit.addGroup(2, 0);
-    m_audit.addFecPacket(false);
+    sendXor(100, 2, true);
+    sendXor(102, 2, false);
     m_audit.finish();
     EXPECT_EQ(m_audit.counts().rebuildable, 1u);
     EXPECT_EQ(m_audit.counts().notRebuildable, 1u);
+}
+
+// A picture whose packets all arrived may be played before the FEC of the group that it shares.
+TEST_F(AuditTest, AGroupMayReachBackToAClosedPicture) {
+    begin(FecScheme::kXor);
+    send({true, true, true, true});
+    m_audit.close(9000, all());
+    m_audit.addPicture(12000, {m_pps});
+    m_audit.addMediaPacket(datagramOf({0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x68, 3}, 104), false);
+    sendXor(100, 5, true);
+    Handover delivered = handover(104, 0, m_pps);
+    delivered.timestamp = 12000;
+    m_audit.close(12000, {delivered});
+    EXPECT_EQ(m_audit.counts().rebuildable, 1u);
+    EXPECT_EQ(m_audit.counts().whole, 4u);
+    EXPECT_TRUE(m_audit.counts().isGood());
 }
 
 }  // namespace

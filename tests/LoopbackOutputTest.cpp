@@ -5,6 +5,8 @@
 #include "loopback/Session.h"
 #include "loopback/Sweep.h"
 
+#include <talrtp/kit/NalUnit.h>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -153,14 +155,14 @@ TEST(Report, NamesTheFecWithTheGroupThatIsReallyMade) {
 }
 
 TEST(Sweep, ComparesSchemesThatAddAboutAsMuch) {
-    const std::vector<kit::FecShape> schemes = schemesLike({FecScheme::kReedSolomon, 10, 2});
+    const std::vector<kit::Fec> schemes = schemesLike({FecScheme::kReedSolomon, 10, 2});
     ASSERT_EQ(schemes.size(), 3u);
     EXPECT_EQ(schemes[0].scheme, FecScheme::kNone);
     EXPECT_EQ(schemes[1].scheme, FecScheme::kXor);
-    EXPECT_EQ(schemes[1].group, 5);
-    EXPECT_EQ(schemes[2].group, 10);
-    EXPECT_EQ(schemesLike({FecScheme::kReedSolomon, 200, 2})[1].group, 24);
-    EXPECT_EQ(schemesLike({FecScheme::kReedSolomon, 2, 5})[1].group, 1);
+    EXPECT_EQ(schemes[1].maxMedia, 5);
+    EXPECT_EQ(schemes[2].maxMedia, 10);
+    EXPECT_EQ(schemesLike({FecScheme::kReedSolomon, 200, 2})[1].maxMedia, 24);
+    EXPECT_EQ(schemesLike({FecScheme::kReedSolomon, 2, 5})[1].maxMedia, 1);
 }
 
 // A made run: of 10 units as many are whole as the seed says.

@@ -3,11 +3,14 @@
 // own.
 
 #include "KitRandom.h"
-#include "kit/AnnexB.h"
-#include "kit/FecPlan.h"
-#include "kit/PictureGrouper.h"
 #include "loopback/Loopback.h"
 #include "loopback/Session.h"
+
+#include <talrtp/kit/AccessUnitSplitter.h>
+#include <talrtp/kit/AnnexB.h>
+#include <talrtp/kit/NalUnit.h>
+#include <talrtp/kit/PackingPlan.h>
+#include <talrtp/kit/Sender.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -22,8 +25,8 @@ namespace talrtp::host {
 namespace {
 
 using kit::FecScheme;
-using kit::NalUnit;
 using test::SeededRandom;
+using NalUnit = std::vector<std::uint8_t>;
 
 const char* const kStreams[] = {"own-testsrc2-640x360-4slices.264", "own-svc-320x180-t4-prefix.264"};
 
@@ -33,16 +36,18 @@ std::string load(const std::string& name) {
 }
 
 std::vector<NalUnit> unitsOf(const std::string& stream) {
-    return kit::splitAnnexB(reinterpret_cast<const std::uint8_t*>(stream.data()), stream.size());
+    std::vector<NalUnit> units;
+    kit::forEachUnit(stream, [&](kit::BytesView unit) { units.emplace_back(unit.begin(), unit.end()); });
+    return units;
 }
 
 std::string streamOf(const std::vector<NalUnit>& units) {
-    std::ostringstream stream;
-    kit::CAnnexBWriter writer(stream);
+    std::string stream;
     for (const NalUnit& unit : units) {
-        writer.write(unit);
+        stream.append(std::begin(kit::kStartCode), std::end(kit::kStartCode));
+        stream.append(unit.begin(), unit.end());
     }
-    return stream.str();
+    return stream;
 }
 
 struct Outcome {
@@ -88,7 +93,7 @@ TEST(Loopback, StreamsComeBackThroughReorderingAndDuplicates) {
                              << name << ", MTU " << mtu << ", aggregation " << isAggregating);
                 LoopbackOptions options;
                 options.sender.mtu = mtu;
-                options.sender.isAggregating = isAggregating;
+                options.sender.aggregate = isAggregating;
                 options.network.reorder = 20;
                 options.network.duplicate = 0.1;
                 const Outcome result = run(stream, options);
@@ -131,31 +136,24 @@ struct Expected {
 
 Expected expectFrom(const std::string& stream, const LoopbackOptions& options,
                     const std::vector<bool>& lost) {
-    const kit::CPackingPlanner planner(options.sender.mtu, options.sender.isAggregating);
+    const kit::PackingPlanner planner(options.sender.mtu, options.sender.aggregate);
     Expected expected;
     std::size_t packet = 0;
-    const auto addPicture = [&](const kit::Picture& picture) {
-        for (const kit::PackStep& step : planner.plan(picture)) {
-            const std::size_t end = packet + static_cast<std::size_t>(step.packetCount);
+    kit::AccessUnitSplitter splitter([&](const kit::AccessUnit& picture) {
+        for (const kit::PackStep& step : planner.plan(picture.units())) {
+            const std::size_t end = packet + step.packetCount;
             const bool isHit =
                 std::find(lost.begin() + packet, lost.begin() + end, true) != lost.begin() + end;
             for (std::size_t i = 0; i < step.unitCount && !isHit; ++i) {
-                expected.whole.push_back(picture[step.firstUnit + i]);
+                const kit::BytesView unit = picture.units()[step.firstUnit + i];
+                expected.whole.emplace_back(unit.begin(), unit.end());
             }
             expected.cut += isHit && !lost[packet] ? 1 : 0;
             packet = end;
         }
-    };
-    kit::CPictureGrouper grouper;
-    kit::Picture picture;
-    for (const NalUnit& unit : unitsOf(stream)) {
-        if (grouper.push(unit, picture)) {
-            addPicture(picture);
-        }
-    }
-    if (grouper.finish(picture)) {
-        addPicture(picture);
-    }
+    });
+    splitter.push(stream);
+    splitter.finish();
     EXPECT_EQ(packet, lost.size());
     return expected;
 }
@@ -326,9 +324,9 @@ TEST(Loopback, MadeStreamsComeBackAtEveryMtu) {
         }
         LoopbackOptions options;
         options.sender.fec.scheme = static_cast<FecScheme>(seed % 3);
-        options.sender.fec.group = static_cast<int>(random.between(1, 24));
+        options.sender.fec.maxMedia = static_cast<int>(random.between(1, 24));
         options.sender.fec.parity = seed % 3 == 1 ? 1 : static_cast<int>(random.between(1, 4));
-        options.sender.isAggregating = random.oneIn(2);
+        options.sender.aggregate = random.oneIn(2);
         options.sender.mtu = static_cast<int>(random.between(36, 120));
         options.network.reorder = static_cast<int>(random.between(0, 30));
         options.network.duplicate = 0.2;
@@ -367,8 +365,8 @@ TEST(Loopback, RefusesWhatIsNoStream) {
 TEST(Loopback, RefusesAPictureOfTooManyPackets) {
     LoopbackOptions options;
     options.sender.mtu = 16;
-    const std::string most = streamOf({NalUnit(2 * CSender::kMaxPicturePackets, 0x65)});
-    const std::string tooMany = streamOf({NalUnit(2 * CSender::kMaxPicturePackets + 1, 0x65)});
+    const std::string most = streamOf({NalUnit(2 * kit::kMaxPicturePackets, 0x65)});
+    const std::string tooMany = streamOf({NalUnit(2 * kit::kMaxPicturePackets + 1, 0x65)});
     EXPECT_EQ(complaintAbout(most, options), "");
     EXPECT_EQ(complaintAbout(tooMany, options),
               "a picture needs 8193 packets of at most 16 bytes, more than 8192: choose a larger --mtu");
@@ -383,141 +381,6 @@ TEST(Loopback, AFailingOutputEndsTheRun) {
     std::istringstream input(load(kStreams[1]));
     std::ofstream output("/dev/full");
     EXPECT_THROW(runLoopback({}, input, &output, [](std::uint64_t) { return true; }), CHostError);
-}
-
-// Collects what a sender makes.
-class CRecorder : public ISenderOutput {
-public:
-    struct Sent {
-        bool isFec;
-        int size;
-        bool marker;
-        std::uint32_t timestamp;
-        std::uint16_t sequence;
-    };
-
-    void onPicture(std::uint32_t, const kit::Picture&, const std::vector<kit::PackStep>&,
-                   CTalRtpPacket*) override {}
-    void onMediaPacket(CTalRtpPacket& packet) override { note(packet, false); }
-    void onFecGroup(int mediaCount, std::size_t sentSince) override {
-        groups.emplace_back(mediaCount, sentSince);
-    }
-    void onFecPacket(CTalRtpPacket& packet) override { note(packet, true); }
-
-    std::vector<Sent> sent;
-    std::vector<std::pair<int, std::size_t>> groups;  // media packets, media packets sent since
-
-private:
-    void note(const CTalRtpPacket& packet, bool isFec) {
-        sent.push_back({isFec, packet.get_packet_size(), packet.get_marker_flag(), packet.get_timestamp(),
-                        packet.get_sequence_number()});
-    }
-};
-
-TEST(Sender, EveryPacketKeepsTheMtuAndTheLargestUsesItUp) {
-    for (const FecScheme scheme : {FecScheme::kNone, FecScheme::kXor, FecScheme::kReedSolomon}) {
-        SenderOptions options;
-        options.mtu = 500;
-        options.fec = {scheme, 5, 1};
-        CRecorder recorder;
-        CSender sender(options, recorder);
-        // What a single packet just holds beside its headers and those of FEC: 500 less 12, less 12 or 20.
-        const std::size_t largest = static_cast<std::size_t>(kit::maxMediaPacket(500, scheme)) - 12;
-        sender.send(0, {NalUnit(largest, 0x65), NalUnit(largest + 1, 0x65), NalUnit(5000, 0x65)});
-        sender.finish();
-        int size = 0;
-        for (const CRecorder::Sent& each : recorder.sent) {
-            size = std::max(size, each.size);
-        }
-        EXPECT_EQ(size, 500);
-    }
-}
-
-TEST(Sender, OnlyTheLastPacketOfAPictureHasTheMarker) {
-    SenderOptions options;
-    options.mtu = 100;
-    CRecorder recorder;
-    CSender sender(options, recorder);
-    sender.send(0, {NalUnit(40, 0x67), NalUnit(40, 0x68), NalUnit(200, 0x65), NalUnit(60, 0x65)});
-    sender.send(3000, {NalUnit(60, 0x41), NalUnit(60, 0x41)});
-    std::vector<bool> markers;
-    for (const CRecorder::Sent& each : recorder.sent) {
-        markers.push_back(each.marker);
-    }
-    EXPECT_EQ(markers, (std::vector<bool>{false, false, false, false, true, false, true}));
-}
-
-// A picture of four packets is a group of its own; those of one packet are joined until there are three.
-TEST(Sender, GroupsMixTimestampsOnlyWherePicturesAreSmall) {
-    SenderOptions options;
-    options.mtu = 120;
-    options.isAggregating = false;
-    options.fec = {FecScheme::kReedSolomon, 10, 1};
-    CRecorder recorder;
-    CSender sender(options, recorder);
-    const NalUnit unit(80, 0x41);
-    sender.send(0, {unit, unit, unit, unit});
-    sender.send(3000, {unit});
-    sender.send(6000, {unit});
-    sender.send(9000, {unit});
-    sender.send(12000, {unit, unit});
-    sender.finish();
-    EXPECT_EQ(recorder.groups, (std::vector<std::pair<int, std::size_t>>{{4, 0}, {3, 0}, {2, 0}}));
-    std::vector<std::uint32_t> fecTimestamps;
-    std::vector<std::uint16_t> sequences;
-    for (const CRecorder::Sent& each : recorder.sent) {
-        if (each.isFec) {
-            fecTimestamps.push_back(each.timestamp);
-        } else {
-            sequences.push_back(static_cast<std::uint16_t>(each.sequence - recorder.sent.front().sequence));
-        }
-    }
-    EXPECT_EQ(fecTimestamps, (std::vector<std::uint32_t>{0, 9000, 12000}));
-    EXPECT_EQ(sequences, (std::vector<std::uint16_t>{0, 1, 2, 3, 4, 5, 6, 7, 8}));
-}
-
-// The first packet of a small picture may get a group of its own when the second was sent already.
-TEST(Sender, TellsHowFarAGroupLiesBack) {
-    SenderOptions options;
-    options.mtu = 120;
-    options.isAggregating = false;
-    options.fec = {FecScheme::kXor, 9, 1};
-    CRecorder recorder;
-    CSender sender(options, recorder);
-    const NalUnit unit(80, 0x41);
-    sender.send(0, {unit, unit});
-    sender.finish();
-    EXPECT_EQ(recorder.groups, (std::vector<std::pair<int, std::size_t>>{{1, 1}, {1, 0}}));
-}
-
-// Notes the payload type of the one packet that is rebuilt.
-class CPayloadTypeSink : public ITalRTPSessionSink {
-public:
-    void OnReceivedRTPPacket(CTalRtpPacket* packet) override { types.push_back(packet->get_payload_type()); }
-
-    std::vector<unsigned int> types;
-};
-
-// The reason for odd XOR groups: over an even one the rebuilt packet has payload type 1, whatever it was.
-TEST(Sender, XorRebuildsThePayloadTypeInOddGroupsAlone) {
-    for (int count = 1; count <= 8; ++count) {
-        CSession sending(nullptr, FecScheme::kXor);
-        CPayloadTypeSink sink;
-        CSession receiving(&sink, FecScheme::kXor);
-        kit::CPacketArray<CTalRtpPacket> packets(static_cast<std::size_t>(count), 100);
-        NalUnit unit(50, 0x41);
-        for (std::size_t i = 0; i < packets.size(); ++i) {
-            sending->CreateSinglePacket(9000, static_cast<int>(unit.size()), unit.data(), &packets[i]);
-        }
-        CRTPFECPacket fec(200);
-        ASSERT_EQ(sending->CreateXorFecPackets(packets.data(), count, 0xffffffff, &fec), 0);
-        for (std::size_t i = 1; i < packets.size(); ++i) {
-            receiving->InputReceivedData(packets[i].get_buffer(), packets[i].get_packet_size(), 0);
-        }
-        sink.types.clear();
-        receiving->InputReceivedData(fec.get_buffer(), fec.get_packet_size(), 0);
-        EXPECT_EQ(sink.types, std::vector<unsigned int>{count % 2 == 1 ? kMediaPayloadType : 1}) << count;
-    }
 }
 
 }  // namespace

@@ -1,16 +1,16 @@
 // Keeps account of what was sent until it is known what became of it, and compares what was delivered with
 // it, bit for bit. It decides for itself, from the losses alone, what could arrive: a unit could when each of
-// its packets came or is one that FEC can rebuild.
+// its packets arrived or is one that FEC can rebuild. How units lie in packets, and packets in FEC groups, it
+// reads off the datagrams.
 
 #ifndef TALRTP_HOST_LOOPBACK_AUDIT_H
 #define TALRTP_HOST_LOOPBACK_AUDIT_H
 
-#include "kit/FecPlan.h"
 #include "kit/HandoverOrderer.h"
-#include "kit/PackingPlan.h"
-#include "kit/PictureGrouper.h"
 
-#include <talrtp/TalRtpPacket.h>
+#include <talrtp/kit/BytesView.h>
+#include <talrtp/kit/Datagram.h>
+#include <talrtp/kit/Fec.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -25,9 +25,9 @@ struct AuditCounts {
     std::uint64_t whole = 0;        // delivered, bit for bit
     std::uint64_t cut = 0;          // delivered as far as they go without a gap
     std::uint64_t missing = 0;      // not delivered
-    std::uint64_t couldArrive = 0;  // of which every packet came or could be rebuilt
+    std::uint64_t couldArrive = 0;  // of which every packet arrived or could be rebuilt
     std::uint64_t lostPackets = 0;  // media packets; = rebuildable + notRebuildable
-    std::uint64_t rebuildable = 0;  // by the FEC packets that came
+    std::uint64_t rebuildable = 0;  // by the FEC packets that arrived
     std::uint64_t notRebuildable = 0;
     std::uint64_t wrong = 0;  // hand-overs that are no unit sent, or differ from it, or out of order
     std::uint64_t arrivedButUndelivered = 0;  // units that could arrive and were not delivered whole
@@ -40,15 +40,14 @@ class CAudit {
 public:
     explicit CAudit(kit::FecScheme scheme) : m_scheme(scheme) {}
 
-    // Notes a picture, its units and its media packets before they are sent. All borrowed.
-    void addPicture(std::uint32_t timestamp, const kit::Picture& picture,
-                    const std::vector<kit::PackStep>& steps, const CTalRtpPacket* packets);
-    // Notes what becomes of the next media packet, in the order of the pictures.
-    void addMediaPacket(bool comes);
-    // The last `mediaCount` media packets but `sentSince` are a group.
-    void addGroup(int mediaCount, std::size_t sentSince);
-    // Notes what becomes of the next FEC packet of the last group.
-    void addFecPacket(bool comes);
+    // Notes the units of a picture before its packets are sent. Borrowed.
+    void addPicture(std::uint32_t timestamp, const std::vector<kit::BytesView>& units);
+    // Notes the next media packet of that picture, and whether it arrives. Borrowed.
+    void addMediaPacket(const kit::Datagram& datagram, bool arrives);
+    // Notes an FEC packet, and whether it arrives, after the media packets that it protects. Borrowed.
+    // Packets of closed pictures count as arrived: a picture is closed before its FEC only when it was
+    // complete.
+    void addFecPacket(const kit::Datagram& datagram, bool arrives);
 
     // Compares what was delivered of a picture, in the order of delivery. Pictures before it that were not
     // delivered count as missing.
@@ -60,30 +59,35 @@ public:
 
 private:
     struct Group {
+        std::uint16_t firstSequence = 0;
         int lostMedia = 0;
-        int fecThatCame = 0;
+        int fecThatArrived = 0;
     };
 
     struct Packet {
-        bool isSent = false;
-        bool comes = false;
+        std::uint16_t sequence;
+        bool arrives;
         std::shared_ptr<Group> group;  // none without FEC
     };
 
     struct Unit {
-        kit::NalUnit bytes;
-        std::uint16_t sequence;   // of its first packet
-        int index;                // in its aggregation packet
-        std::size_t firstPacket;  // position in the picture
-        std::size_t packetCount;
+        std::vector<std::uint8_t> bytes;
+        std::uint16_t sequence = 0;   // of its first packet
+        int index = 0;                // in its aggregation packet
+        std::size_t firstPacket = 0;  // position in the picture
+        std::size_t packetCount = 0;
     };
 
     struct SentPicture {
         std::uint32_t timestamp;
         std::vector<Unit> units;
-        std::size_t packetCount;
+        std::size_t begunUnits = 0;  // of which a packet was noted
+        std::size_t packetCount = 0;
     };
 
+    void beginUnits(SentPicture& picture, std::uint16_t sequence, int count);
+    void beginGroup(const std::vector<std::uint16_t>& sequences);
+    std::vector<std::uint16_t> protectedBy(kit::BytesView fecPacket) const;
     void closeFront(const std::vector<kit::Handover>& delivered);
     void countPackets(std::size_t count);
     bool couldCome(const Packet& packet) const;
@@ -92,8 +96,7 @@ private:
 
     kit::FecScheme m_scheme;
     std::deque<SentPicture> m_pictures;  // open ones, in sending order
-    std::deque<Packet> m_packets;        // of the open pictures
-    std::size_t m_sentPackets = 0;       // of m_packets
+    std::deque<Packet> m_packets;        // of the open pictures, with consecutive numbers
     std::shared_ptr<Group> m_lastGroup;
     AuditCounts m_counts;
 };

@@ -54,8 +54,6 @@ const char* const kNetworkGroup = "Network";
 const char* const kFecGroup = "Forward error correction";
 const char* const kSweepGroup = "Sweep";
 
-constexpr int kMaxMtu = 65507;  // what a UDP datagram holds over IPv4
-
 volatile std::sig_atomic_t g_isInterrupted = 0;
 
 void interrupt(int) {
@@ -93,12 +91,12 @@ private:
     }
 
     void addStreamOptions(CLI::App& command) {
-        SenderOptions& sender = m_options.sender;
+        kit::SenderOptions& sender = m_options.sender;
         command.add_option("FILE", m_input, "H.264 byte stream (Annex B)")->required()->type_name("");
         m_outOption = command.add_option("--out", m_output, "Write the units that came back to this file");
         m_outOption->type_name("FILE");
         command.add_option("--mtu", sender.mtu, "Largest RTP packet in bytes, FEC packets included")
-            ->check(within(1, kMaxMtu))
+            ->check(within(1, kit::kMaxMtu))
             ->type_name("BYTES")
             ->capture_default_str();
         CLI::Option* aggregate =
@@ -192,13 +190,13 @@ private:
 
     // What no single option can set or check.
     void finishOptions() {
-        SenderOptions& sender = m_options.sender;
+        kit::SenderOptions& sender = m_options.sender;
         CTraceTap::setPrintLevel(positionOf<int>(kTraceLevels, m_traceLevel) - 1);
-        sender.isAggregating = !m_isNotAggregating;
+        sender.aggregate = !m_isNotAggregating;
         sender.fec.scheme =
             m_isSweep ? kit::FecScheme::kReedSolomon : positionOf<kit::FecScheme>(kSchemes, m_scheme);
         if (sender.fec.scheme != kit::FecScheme::kNone) {
-            sender.fec.group = m_group;
+            sender.fec.maxMedia = m_group;
             sender.fec.parity =
                 m_parity.value_or(sender.fec.scheme == kit::FecScheme::kXor ? 1 : kDefaultParity);
         }
@@ -206,18 +204,17 @@ private:
     }
 
     void checkOptions() const {
-        const SenderOptions& sender = m_options.sender;
-        if (!kit::CFecPlanner::isValid(sender.fec)) {
+        const kit::SenderOptions& sender = m_options.sender;
+        if (!sender.fec.check().empty()) {
             throw CLI::ValidationError("--group, --parity",
                                        sender.fec.scheme == kit::FecScheme::kXor
                                            ? "xor takes 1 FEC packet over 1 to 24 media packets"
                                            : "rs takes 2 to 255 packets in a group, media and FEC");
         }
-        const int fecExcess = sender.mtu - kit::maxMediaPacket(sender.mtu, sender.fec.scheme);
-        if (sender.mtu < fecExcess + kit::kMinMediaPacket) {
+        const int least = kit::kMinMediaPacket + kit::fecExcess(sender.fec.scheme);
+        if (sender.mtu < least) {
             throw CLI::ValidationError(
-                "--mtu", fmt::format("{} cannot carry a fragment, {} is the least here", sender.mtu,
-                                     fecExcess + kit::kMinMediaPacket));
+                "--mtu", fmt::format("{} cannot carry a fragment, {} is the least here", sender.mtu, least));
         }
         if (!isPossibleBurst(m_options.network.loss, m_options.network.burst)) {
             throw CLI::ValidationError("--burst", "too short to lose so many packets");

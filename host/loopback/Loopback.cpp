@@ -1,9 +1,12 @@
 #include "loopback/Loopback.h"
 
-#include "kit/AnnexB.h"
 #include "loopback/Receiver.h"
 
 #include <fmt/format.h>
+#include <talrtp/kit/AccessUnitSplitter.h>
+#include <talrtp/kit/NalUnit.h>
+#include <talrtp/kit/PackingPlan.h>
+#include <talrtp/kit/Sender.h>
 
 #include <algorithm>
 #include <cmath>
@@ -26,7 +29,7 @@ constexpr std::uint64_t kDatagramUs = 125;
 constexpr std::uint64_t kWaitMs = 2000;
 constexpr std::uint64_t kGroupPictures = 2;
 
-class CLoopback : private ISenderOutput {
+class CLoopback {
 public:
     CLoopback(const LoopbackOptions& options, std::ostream* output)
         : m_options(options),
@@ -37,23 +40,28 @@ public:
                      [this](std::uint32_t timestamp, const std::vector<kit::Handover>& units) {
                          play(timestamp, units);
                      }),
-          m_sender(options.sender, *this),
+          m_planner(kit::maxMediaPacket(options.sender.mtu, options.sender.fec.scheme),
+                    options.sender.aggregate),
+          m_sender(options.sender, [this](const kit::Datagram& datagram) { send(datagram); }),
           m_firstTimestamp(static_cast<std::uint32_t>(CRandom(options.network.seed).next())) {}
 
-    void sendPicture(kit::Picture picture) {
-        leaveOutWhatRtpCannotCarry(picture);
-        if (picture.empty()) {
+    void sendPicture(std::vector<kit::BytesView> units) {
+        leaveOutWhatRtpCannotCarry(units);
+        if (units.empty()) {
             return;
         }
+        checkPacketCount(units);
         const double seconds = static_cast<double>(m_report.pictures) / m_options.fps;
         const std::int64_t ticks = std::llround(seconds * kRtpClock);
         m_pictureUs = static_cast<std::uint64_t>(seconds * kUsPerSecond);
         ++m_report.pictures;
-        m_sender.send(m_firstTimestamp + static_cast<std::uint32_t>(ticks), picture);
+        const std::uint32_t timestamp = m_firstTimestamp + static_cast<std::uint32_t>(ticks);
+        m_audit.addPicture(timestamp, units);
+        m_sender.sendPicture(timestamp, units);
     }
 
     LoopbackReport finish() {
-        m_sender.finish();
+        m_sender.flush();
         m_network.deliverAll([this](const CNetwork::Datagram& datagram) { receive(datagram); });
         m_receiver.finish();
         m_audit.finish();
@@ -68,59 +76,48 @@ public:
 private:
     std::uint64_t frameUs() const { return static_cast<std::uint64_t>(kUsPerSecond / m_options.fps); }
 
-    void leaveOutWhatRtpCannotCarry(kit::Picture& picture) {
-        const auto end = std::stable_partition(picture.begin(), picture.end(), kit::isCarriedByRtp);
-        for (auto unit = end; unit != picture.end(); ++unit) {
+    void leaveOutWhatRtpCannotCarry(std::vector<kit::BytesView>& units) {
+        const auto end = std::stable_partition(units.begin(), units.end(), kit::isCarriedByRtp);
+        for (auto unit = end; unit != units.end(); ++unit) {
             m_report.skipped.add(unit->size());
         }
-        picture.erase(end, picture.end());
-        for (const kit::NalUnit& unit : picture) {
+        units.erase(end, units.end());
+        for (const kit::BytesView unit : units) {
             m_report.units[static_cast<std::size_t>(kit::nalType(unit))].add(unit.size());
         }
     }
 
-    void onPicture(std::uint32_t timestamp, const kit::Picture& picture,
-                   const std::vector<kit::PackStep>& steps, CTalRtpPacket* packets) override {
-        m_audit.addPicture(timestamp, picture, steps, packets);
-        const CTalRtpPacket* packet = packets;
-        for (const kit::PackStep& step : steps) {
-            for (int i = 0; i < step.packetCount; ++i, ++packet) {
-                tallyOf(step.kind).add(static_cast<std::uint64_t>(packet->get_packet_size()));
-            }
+    void checkPacketCount(const std::vector<kit::BytesView>& units) const {
+        const std::size_t count = kit::countPackets(m_planner.plan(units));
+        if (count > kit::kMaxPicturePackets) {
+            const kit::SenderOptions& sender = m_options.sender;
+            throw CHostError(fmt::format(
+                "a picture needs {} packets of at most {} bytes, more than {}: choose a larger --mtu", count,
+                kit::maxMediaPacket(sender.mtu, sender.fec.scheme), kit::kMaxPicturePackets));
         }
     }
 
-    LoopbackReport::Tally& tallyOf(kit::PackStep::Kind kind) {
-        switch (kind) {
-            case kit::PackStep::kAggregate:
-                return m_report.aggregate;
-            case kit::PackStep::kFragments:
-                return m_report.fragments;
-            case kit::PackStep::kSingle:
-                break;
-        }
-        return m_report.single;
-    }
-
-    void onMediaPacket(CTalRtpPacket& packet) override {
-        m_audit.addMediaPacket(send(CNetwork::kMedia, packet));
-        receiveWhatCame();
-    }
-
-    void onFecGroup(int mediaCount, std::size_t sentSince) override {
-        m_audit.addGroup(mediaCount, sentSince);
-    }
-
-    void onFecPacket(CTalRtpPacket& packet) override {
-        m_report.fec.add(static_cast<std::uint64_t>(packet.get_packet_size()));
-        m_audit.addFecPacket(send(CNetwork::kFec, packet));
-        receiveWhatCame();
-    }
-
-    bool send(CNetwork::Flow flow, const CTalRtpPacket& packet) {
+    void send(const kit::Datagram& datagram) {
         m_nowUs = std::max(m_pictureUs, m_nowUs + kDatagramUs);
-        const unsigned char* bytes = packet.get_buffer();
-        return m_network.send(flow, CNetwork::Datagram(bytes, bytes + packet.get_packet_size()), m_nowUs);
+        const CNetwork::Flow flow = datagram.isFec ? CNetwork::kFec : CNetwork::kMedia;
+        const bool arrives =
+            m_network.send(flow, CNetwork::Datagram(datagram.bytes.begin(), datagram.bytes.end()), m_nowUs);
+        if (datagram.isFec) {
+            m_report.fec.add(datagram.bytes.size());
+            m_audit.addFecPacket(datagram, arrives);
+        } else {
+            tallyOf(datagram).add(datagram.bytes.size());
+            m_audit.addMediaPacket(datagram, arrives);
+        }
+        receiveWhatCame();
+    }
+
+    // By the payload's type (RFC 6184, 5.2).
+    LoopbackReport::Tally& tallyOf(const kit::Datagram& datagram) {
+        constexpr int kStapA = 24;
+        constexpr int kFuA = 28;
+        const int type = kit::nalType(datagram.bytes.subview(kit::kRtpHeaderSize));
+        return type == kStapA ? m_report.aggregate : type == kFuA ? m_report.fragments : m_report.single;
     }
 
     void receiveWhatCame() {
@@ -150,20 +147,22 @@ private:
     CNetwork m_network;
     CAudit m_audit;
     CReceiver m_receiver;
-    CSender m_sender;
+    kit::PackingPlanner m_planner;
+    kit::Sender m_sender;
     std::uint32_t m_firstTimestamp;
     std::uint64_t m_pictureUs = 0;  // when the current picture is there to be sent
     std::uint64_t m_nowUs = 0;
 };
 
-void checkInput(const std::istream& input, const kit::CAnnexBReader& reader, std::uint64_t unitCount) {
+void checkInput(const std::istream& input, std::uint64_t bytesRead, bool hasStartCode,
+                std::uint64_t unitCount) {
     if (input.bad()) {
         throw CHostError("reading failed");
     }
-    if (reader.position() == 0) {
+    if (bytesRead == 0) {
         throw CHostError("the file is empty");
     }
-    if (!reader.hasStartCode()) {
+    if (!hasStartCode) {
         throw CHostError("no start code (00 00 01) in it: this is no H.264 byte stream");
     }
     if (unitCount == 0) {
@@ -171,10 +170,10 @@ void checkInput(const std::istream& input, const kit::CAnnexBReader& reader, std
     }
 }
 
-void checkUnit(const kit::CAnnexBReader& reader) {
-    if (reader.hasOversize()) {
-        throw CHostError(
-            fmt::format("a NAL unit is longer than {} bytes", kit::CAnnexBReader::kDefaultMaxUnitSize));
+void checkUnits(const kit::AccessUnitSplitter& splitter) {
+    if (splitter.oversizeUnits() > 0) {
+        throw CHostError(fmt::format("a NAL unit is longer than {} bytes",
+                                     std::size_t{kit::AccessUnitSplitter::kDefaultMaxUnit}));
     }
 }
 
@@ -182,26 +181,27 @@ void checkUnit(const kit::CAnnexBReader& reader) {
 
 LoopbackReport runLoopback(const LoopbackOptions& options, std::istream& input, std::ostream* output,
                            const Progress& progress) {
+    constexpr std::size_t kChunk = 64 * 1024;
     CLoopback loopback(options, output);
-    kit::CAnnexBReader reader(input);
-    kit::CPictureGrouper grouper;
-    kit::NalUnit unit;
-    kit::Picture picture;
+    std::uint64_t bytesRead = 0;
     std::uint64_t unitCount = 0;
-    while (reader.read(unit)) {
-        checkUnit(reader);
-        ++unitCount;
-        if (grouper.push(std::move(unit), picture)) {
-            loopback.sendPicture(std::move(picture));
-            if (!progress(reader.position())) {
-                throw CHostError("interrupted");
-            }
+    kit::AccessUnitSplitter splitter([&](const kit::AccessUnit& picture) {
+        unitCount += picture.units().size();
+        loopback.sendPicture(picture.units());
+        if (!progress(bytesRead)) {
+            throw CHostError("interrupted");
         }
+    });
+    std::vector<char> chunk(kChunk);
+    while (input.read(chunk.data(), static_cast<std::streamsize>(chunk.size())) || input.gcount() > 0) {
+        const std::size_t size = static_cast<std::size_t>(input.gcount());
+        bytesRead += size;
+        splitter.push(kit::BytesView(chunk).subview(0, size));
+        checkUnits(splitter);
     }
-    checkInput(input, reader, unitCount);
-    if (grouper.finish(picture)) {
-        loopback.sendPicture(std::move(picture));
-    }
+    splitter.finish();
+    checkUnits(splitter);
+    checkInput(input, bytesRead, splitter.hasStartCode(), unitCount);
     return loopback.finish();
 }
 

@@ -6,7 +6,8 @@
 
 #include "loopback/Audit.h"
 #include "loopback/Network.h"
-#include "loopback/Sender.h"
+
+#include <talrtp/kit/SenderOptions.h>
 
 #include <array>
 #include <cstdint>
@@ -17,7 +18,7 @@
 namespace talrtp::host {
 
 struct LoopbackOptions {
-    SenderOptions sender;
+    kit::SenderOptions sender;
     NetworkOptions network;
     double fps = 30;
 };

@@ -1,5 +1,8 @@
 #include "loopback/Report.h"
 
+#include <talrtp/kit/FecGrouping.h>
+#include <talrtp/kit/NalUnit.h>
+
 #include <fmt/format.h>
 
 #include <iterator>
@@ -67,12 +70,12 @@ std::string nameOfType(std::size_t type) {
     }
 }
 
-std::string describeFec(const kit::FecShape& fec) {
+std::string describeFec(const kit::Fec& fec) {
     if (fec.scheme == kit::FecScheme::kNone) {
         return "no FEC";
     }
     return fmt::format("FEC {}, {} over at most {}", nameOf(fec.scheme), fec.parity,
-                       kit::CFecPlanner(fec).limit());
+                       kit::FecGrouping(fec).limit());
 }
 
 std::string describeLoss(const NetworkOptions& network) {
@@ -82,10 +85,10 @@ std::string describeLoss(const NetworkOptions& network) {
 }
 
 void addHeading(Lines& lines, const std::string& name, const LoopbackOptions& options) {
-    const SenderOptions& sender = options.sender;
+    const kit::SenderOptions& sender = options.sender;
     addLine(lines, "{}", name);
     addLine(lines, "{:g} fps, MTU {}, {}, {}", options.fps, sender.mtu,
-            sender.isAggregating ? "aggregation" : "no aggregation", describeFec(sender.fec));
+            sender.aggregate ? "aggregation" : "no aggregation", describeFec(sender.fec));
     addLine(lines, "{}, reorder {}, duplicate {:g} %, seed {}\n", describeLoss(options.network),
             options.network.reorder, options.network.duplicate * 100, options.network.seed);
 }

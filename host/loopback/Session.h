@@ -4,9 +4,9 @@
 #define TALRTP_HOST_LOOPBACK_SESSION_H
 
 #include "HostError.h"
-#include "kit/PackingPlan.h"
 
 #include <talrtp/ITalRTPSession.h>
+#include <talrtp/kit/Fec.h>
 
 namespace talrtp::host {
 

@@ -4,6 +4,7 @@
 #include "loopback/Session.h"
 
 #include <fmt/format.h>
+#include <talrtp/kit/FecGrouping.h>
 
 #include <algorithm>
 #include <csignal>
@@ -28,12 +29,12 @@ void add(SweepPoint& point, const LoopbackReport& report) {
     point.isGood = point.isGood && report.audit.isGood();
 }
 
-std::string labelOf(const kit::FecShape& fec) {
+std::string labelOf(const kit::Fec& fec) {
     switch (fec.scheme) {
         case kit::FecScheme::kXor:
-            return fmt::format("XOR, 1 over at most {}", kit::CFecPlanner(fec).limit());
+            return fmt::format("XOR, 1 over at most {}", kit::FecGrouping(fec).limit());
         case kit::FecScheme::kReedSolomon:
-            return fmt::format("Reed-Solomon, {} over at most {}", fec.parity, fec.group);
+            return fmt::format("Reed-Solomon, {} over at most {}", fec.parity, fec.maxMedia);
         case kit::FecScheme::kNone:
             break;
     }
@@ -54,7 +55,7 @@ std::string makeCommands(const std::vector<SweepPoint>& points, const std::strin
                          const std::string& path, bool asPng) {
     std::string curves;
     std::string data;
-    const kit::FecShape* last = nullptr;
+    const kit::Fec* last = nullptr;
     for (const SweepPoint& point : points) {
         if (last == nullptr || last->scheme != point.fec.scheme) {
             data += last == nullptr ? "" : "e\n";
@@ -78,15 +79,15 @@ double SweepPoint::wholePercent() const {
     return units == 0 ? 0 : kPercent * static_cast<double>(whole) / static_cast<double>(units);
 }
 
-std::vector<kit::FecShape> schemesLike(const kit::FecShape& reedSolomon) {
-    const int xorGroup = std::min(std::max(reedSolomon.group / reedSolomon.parity, 1), kit::kMaxXorGroup);
+std::vector<kit::Fec> schemesLike(const kit::Fec& reedSolomon) {
+    const int xorGroup = std::min(std::max(reedSolomon.maxMedia / reedSolomon.parity, 1), kit::kMaxXorGroup);
     return {{}, {kit::FecScheme::kXor, xorGroup, 1}, reedSolomon};
 }
 
 std::vector<SweepPoint> runSweep(const SweepOptions& options,
                                  const std::function<LoopbackReport(const LoopbackOptions&)>& run) {
     std::vector<SweepPoint> points;
-    for (const kit::FecShape& fec : schemesLike(options.base.sender.fec)) {
+    for (const kit::Fec& fec : schemesLike(options.base.sender.fec)) {
         for (const double loss : options.losses) {
             SweepPoint point;
             point.loss = loss;
@@ -107,7 +108,8 @@ void writeCsv(const std::vector<SweepPoint>& points, std::ostream& output) {
     output << "scheme,group,parity,loss,runs,units,whole,cut,missing,whole_percent,media_packets,fec_packets,"
               "media_lost,media_rebuilt\n";
     for (const SweepPoint& point : points) {
-        const int group = point.fec.scheme == kit::FecScheme::kNone ? 0 : kit::CFecPlanner(point.fec).limit();
+        const std::size_t group =
+            point.fec.scheme == kit::FecScheme::kNone ? 0 : kit::FecGrouping(point.fec).limit();
         output << fmt::format("{},{},{},{:g},{},{},{},{},{},{:.4f},{},{},{},{}\n", nameOf(point.fec.scheme),
                               group, point.fec.parity, point.loss, point.runs, point.units, point.whole,
                               point.cut, point.missing, point.wholePercent(), point.mediaPackets,

@@ -22,7 +22,7 @@ struct SweepOptions {
 // One point: the sums over all runs.
 struct SweepPoint {
     double loss = 0;
-    kit::FecShape fec;
+    kit::Fec fec;
     int runs = 0;
     std::uint64_t units = 0;
     std::uint64_t whole = 0;
@@ -39,7 +39,7 @@ struct SweepPoint {
 
 // Returns the three schemes that are compared: none, XOR and Reed-Solomon of the given shape. XOR gets groups
 // of group / parity packets, so that both add about as many FEC packets.
-std::vector<kit::FecShape> schemesLike(const kit::FecShape& reedSolomon);
+std::vector<kit::Fec> schemesLike(const kit::Fec& reedSolomon);
 
 // Runs every loss with every scheme. `run` carries one out. Points are ordered by scheme, then by loss.
 std::vector<SweepPoint> runSweep(const SweepOptions& options,

@@ -1,11 +1,15 @@
 // The choice of FEC groups.
 
+#include <talrtp/TalRtpFecPacket.h>
 #include <talrtp/kit/FecGrouping.h>
+#include <talrtp/kit/PacketArray.h>
+#include <talrtp/kit/SessionHandle.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <numeric>
 #include <vector>
 
@@ -92,6 +96,38 @@ TEST(FecGrouping, EveryCutKeepsItsLimits) {
                 }
             }
         }
+    }
+}
+
+// Notes the payload type of the one packet that is rebuilt.
+class PayloadTypeSink : public ITalRTPSessionSink {
+public:
+    void OnReceivedRTPPacket(CTalRtpPacket* packet) override { types.push_back(packet->get_payload_type()); }
+
+    std::vector<unsigned int> types;
+};
+
+// The reason for odd XOR groups: over an even one the rebuilt packet has payload type 1, whatever it was.
+TEST(FecGrouping, XorRebuildsThePayloadTypeInOddGroupsOnly) {
+    for (int count = 1; count <= 8; ++count) {
+        SessionHandle sending(nullptr, 1);
+        sending->SetFecType(RTP_FEC_XOR);
+        PayloadTypeSink sink;
+        SessionHandle receiving(&sink, 1);
+        receiving->SetFecType(RTP_FEC_XOR);
+        PacketArray<CTalRtpPacket> packets(static_cast<std::size_t>(count), 100);
+        std::vector<std::uint8_t> unit(50, 0x41);
+        for (std::size_t i = 0; i < packets.size(); ++i) {
+            sending->CreateSinglePacket(9000, static_cast<int>(unit.size()), unit.data(), &packets[i]);
+        }
+        CRTPFECPacket fec(200);
+        ASSERT_EQ(sending->CreateXorFecPackets(packets.data(), count, 0xffffffff, &fec), 0);
+        for (std::size_t i = 1; i < packets.size(); ++i) {
+            receiving->InputReceivedData(packets[i].get_buffer(), packets[i].get_packet_size(), 0);
+        }
+        sink.types.clear();
+        receiving->InputReceivedData(fec.get_buffer(), fec.get_packet_size(), 0);
+        EXPECT_EQ(sink.types, std::vector<unsigned int>{count % 2 == 1 ? 98U : 1U}) << count;
     }
 }
 

@@ -179,7 +179,7 @@ std::vector<_ReportBlock> libraryBlocks(const std::vector<ReportBlock>& blocks) 
     for (const ReportBlock& block : blocks) {
         result.push_back(libraryBlock(block));
     }
-    result.reserve(1);  // the stack refuses a null pointer, even for no block
+    result.emplace_back();  // not counted: the stack refuses a null pointer, even for no block
     return result;
 }
 
@@ -190,13 +190,13 @@ public:
         _SenderInfo info{static_cast<unsigned int>(report.ntp >> 32), static_cast<unsigned int>(report.ntp),
                          report.rtpTimestamp, report.packetCount, report.octetCount};
         std::vector<_ReportBlock> blocks = libraryBlocks(report.blocks);
-        return finish(m_stack.CreateSenderReportPacket(report.ssrc, &info, blocks.data(),
-                                                       static_cast<int>(blocks.size()), m_buffer, m_length));
+        return finish(m_stack.CreateSenderReportPacket(
+            report.ssrc, &info, blocks.data(), static_cast<int>(report.blocks.size()), m_buffer, m_length));
     }
     Bytes operator()(const ReceiverReport& report) {
         std::vector<_ReportBlock> blocks = libraryBlocks(report.blocks);
         return finish(m_stack.CreateReceiverReportPacket(
-            report.ssrc, blocks.data(), static_cast<int>(blocks.size()), m_buffer, m_length));
+            report.ssrc, blocks.data(), static_cast<int>(report.blocks.size()), m_buffer, m_length));
     }
     Bytes operator()(const SourceDescription& description) {
         _SdesItem item{};
@@ -209,7 +209,7 @@ public:
     }
     Bytes operator()(const Bye& bye) {
         std::vector<unsigned int> ssrcs(bye.ssrcs.begin(), bye.ssrcs.end());
-        ssrcs.reserve(1);
+        ssrcs.push_back(0);
         return finish(
             m_stack.CreateByePacket(ssrcs.data(), static_cast<int>(bye.ssrcs.size()), m_buffer, m_length));
     }
@@ -217,7 +217,7 @@ public:
         std::array<unsigned char, 4> name{};
         std::memcpy(name.data(), app.name.data(), name.size());
         Bytes data = app.data;
-        data.reserve(1);
+        data.push_back(0);
         return finish(m_stack.CreateAppPacket(app.ssrc, app.subtype, name.data(), data.data(),
                                               static_cast<int>(app.data.size()), m_buffer, m_length));
     }
@@ -258,7 +258,7 @@ private:
     Bytes feedback(const Feedback& packet) {
         Bytes control = packet.control;
         const int size = static_cast<int>(control.size());
-        control.reserve(1);
+        control.push_back(0);
         const auto create = packet.packetType == kRtcpTransportFeedback ? &CTalRTCPStack::CreateRTPFBPacket
                                                                         : &CTalRTCPStack::CreatePSFBPacket;
         return finish((m_stack.*create)(packet.senderSsrc, packet.mediaSsrc, packet.format, control.data(),

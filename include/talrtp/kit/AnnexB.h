@@ -15,7 +15,7 @@
 namespace talrtp::kit {
 
 // The start code in front of every unit that the kit writes.
-constexpr std::uint8_t kStartCode[] = {0, 0, 0, 1};
+inline constexpr std::uint8_t kStartCode[] = {0, 0, 0, 1};
 
 // Returns the position of the first 01 at or after `from` that ends a start code 00 00 01 within `bytes`, or
 // the size when there is none. The zeros may stand before `from`.

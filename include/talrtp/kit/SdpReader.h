@@ -7,6 +7,7 @@
 #include <talrtp/kit/Sdp.h>
 #include <talrtp/kit/SdpText.h>
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -207,12 +208,8 @@ private:
     }
 
     static bool isOneOf(std::string_view name, std::initializer_list<std::string_view> names) {
-        for (const std::string_view candidate : names) {
-            if (isSameName(name, candidate)) {
-                return true;
-            }
-        }
-        return false;
+        return std::any_of(names.begin(), names.end(),
+                           [&](std::string_view candidate) { return isSameName(name, candidate); });
     }
 
     // Finds the first payload type of the m= line whose encoding is one of `names`. The line lists the types

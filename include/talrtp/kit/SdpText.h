@@ -9,12 +9,12 @@
 
 namespace talrtp::kit::detail {
 
-constexpr int kMaxPort = 65535;
-constexpr unsigned int kMaxPayloadType = 127;
-constexpr double kMaxFrameRate = 1000000;
-constexpr std::int64_t kMillionths = 1000000;
-constexpr std::string_view kReedSolomonName = "x-talrtp-rs-fec";
-constexpr std::string_view kXorName = "x-talrtp-xor-fec";
+inline constexpr int kMaxPort = 65535;
+inline constexpr unsigned int kMaxPayloadType = 127;
+inline constexpr double kMaxFrameRate = 1000000;
+inline constexpr std::int64_t kMillionths = 1000000;
+inline constexpr std::string_view kReedSolomonName = "x-talrtp-rs-fec";
+inline constexpr std::string_view kXorName = "x-talrtp-xor-fec";
 
 inline bool isDigit(char letter) {
     return letter >= '0' && letter <= '9';

@@ -7,6 +7,7 @@
 #include <talrtp/kit/Sdp.h>
 #include <talrtp/kit/SdpText.h>
 
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -70,7 +71,7 @@ inline std::string checkFecFlow(const Sdp& sdp) {
 
 // A number of millionths as a decimal number without zeros at its end.
 inline std::string decimal(double value) {
-    const std::int64_t millionths = static_cast<std::int64_t>(value * static_cast<double>(kMillionths) + 0.5);
+    const std::int64_t millionths = std::llround(value * static_cast<double>(kMillionths));
     std::string fraction = std::to_string(kMillionths + millionths % kMillionths).substr(1);
     fraction.erase(fraction.find_last_not_of('0') + 1);
     return std::to_string(millionths / kMillionths) + (fraction.empty() ? "" : "." + fraction);

@@ -21,7 +21,6 @@
 #include <talrtp/kit/Datagram.h>
 #include <talrtp/kit/Failure.h>
 #include <talrtp/kit/FecGrouping.h>
-#include <talrtp/kit/Marker.h>
 #include <talrtp/kit/NalUnit.h>
 #include <talrtp/kit/PacketArray.h>
 #include <talrtp/kit/PackingPlan.h>
@@ -153,7 +152,6 @@ private:
         const std::size_t waiting = m_waiting;
         makeRoom(waiting + count);
         makePackets(timestamp, m_run.data() + waiting);
-        setMarkerOnLastPacket(m_run.data() + waiting, count);
         m_sentPictures += count > 0 ? 1 : 0;
         m_sentUnits += result.sentUnits;
         m_refusedUnits += result.refusedUnits;
@@ -227,7 +225,8 @@ private:
         m_run = std::move(larger);
     }
 
-    // Fills the packets from `packet` on as the plan says.
+    // Fills the packets from `packet` on as the plan says. A session sets the marker on the last packet of
+    // each step, where it stays on that of the picture only.
     void makePackets(std::uint32_t timestamp, CTalRtpPacket* packet) {
         for (const PackStep& step : m_steps) {
             const BytesView unit = m_units[step.firstUnit];
@@ -245,6 +244,7 @@ private:
                     break;
             }
             packet += step.packetCount;
+            (packet - 1)->set_marker_flag(&step == &m_steps.back());
         }
     }
 
@@ -281,9 +281,8 @@ private:
 
     void sendMedia(std::size_t next, std::size_t end, SendResult& result) {
         for (; next < end; ++next) {
-            const CTalRtpPacket& packet = m_run[next];
             ++result.packets;
-            pass(packet, false, packet.get_marker_flag());
+            pass(m_run[next], false);
         }
     }
 
@@ -292,23 +291,28 @@ private:
             constexpr unsigned int kAll = 0xffffffff;
             m_session->CreateXorFecPackets(packets, count, kAll, &m_xorPacket);
             ++result.fecPackets;
-            pass(m_xorPacket, true, false);
+            pass(m_xorPacket, true);
             return;
         }
         m_session->CreateRsFecPackets(packets, count, m_parity.data(), m_options.fec.parity);
         for (std::size_t i = 0; i < m_parity.size(); ++i) {
             ++result.fecPackets;
-            pass(m_parity[i], true, false);
+            pass(m_parity[i], true);
         }
     }
 
-    void pass(const CTalRtpPacket& packet, bool isFec, bool isLastOfPicture) const {
+    // Reads the header where it lies (RFC 3550, 5.1): an accessor of the library is a call each.
+    void pass(const CTalRtpPacket& packet, bool isFec) const {
+        constexpr unsigned int kMarkerBit = 0x80;
+        const std::uint8_t* const bytes = packet.get_buffer();
         Datagram datagram;
-        datagram.bytes = BytesView(packet.get_buffer(), static_cast<std::size_t>(packet.get_packet_size()));
+        datagram.bytes = BytesView(bytes, static_cast<std::size_t>(packet.get_packet_size()));
         datagram.isFec = isFec;
-        datagram.sequence = packet.get_sequence_number();
-        datagram.timestamp = packet.get_timestamp();
-        datagram.isLastOfPicture = isLastOfPicture;
+        datagram.sequence = static_cast<std::uint16_t>(bytes[2] << 8 | bytes[3]);
+        datagram.timestamp = static_cast<std::uint32_t>(bytes[4]) << 24 |
+                             static_cast<std::uint32_t>(bytes[5]) << 16 |
+                             static_cast<std::uint32_t>(bytes[6]) << 8 | bytes[7];
+        datagram.isLastOfPicture = !isFec && (bytes[1] & kMarkerBit) != 0;
         m_send(datagram);
     }
 

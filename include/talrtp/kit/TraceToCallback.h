@@ -15,6 +15,8 @@
 
 #include <string_view>
 
+// One source file includes this header, so each function is defined once.
+// NOLINTBEGIN(misc-definitions-in-headers)
 extern "C" {
 
 int get_external_trace_mask(void) {
@@ -28,5 +30,6 @@ void util_adapter_trace(int level, const char* /*tag*/, const char* text, unsign
 }
 
 }  // extern "C"
+// NOLINTEND(misc-definitions-in-headers)
 
 #endif  // TALRTP_KIT_TRACETOCALLBACK_H
