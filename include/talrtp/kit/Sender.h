@@ -1,8 +1,10 @@
 // The sending end: pictures in, RTP packets out, FEC packets included.
 //
-//   kit::Sender sender(options, [&](const kit::Datagram& d) { (d.isFec ? fecSocket : socket).send(d.bytes);
-//   }); sender.sendPicture(timestamp, units);   // for each picture, in decoding order sender.flush(); // at
-//   the end of the stream, or before a pause
+//   kit::Sender sender(options, [&](const kit::Datagram& d) { socket.send(d.bytes); });
+//
+//   sender.sendPicture(timestamp, units);   // for each picture, in decoding order
+//
+//   sender.flush();                         // at the end of the stream, or before a pause
 //
 // Small units share a STAP-A, long ones are cut into FU-A fragments, and no packet exceeds the MTU, FEC
 // packets included. The marker bit stands on the last packet of a picture only. FEC packets follow the last
@@ -98,6 +100,9 @@ public:
         return sendUnits(timestamp);
     }
     SendResult sendPicture(std::uint32_t timestamp, std::initializer_list<BytesView> units) {
+        if (units.size() == 1 && isOnePacket(*units.begin())) {
+            return sendOnePacket(timestamp, *units.begin());
+        }
         m_units.assign(units);
         return sendUnits(timestamp);
     }
@@ -145,6 +150,9 @@ private:
 
     // Sends what `m_units` holds.
     SendResult sendUnits(std::uint32_t timestamp) {
+        if (m_units.size() == 1 && isOnePacket(m_units[0])) {
+            return sendOnePacket(timestamp, m_units[0]);
+        }
         SendResult result;
         leaveOutWhatRtpCannotCarry(result);
         m_planner.plan(m_units, m_steps);
@@ -156,6 +164,26 @@ private:
         m_sentUnits += result.sentUnits;
         m_refusedUnits += result.refusedUnits;
         sendRun(waiting, waiting + count, false, result);
+        return result;
+    }
+
+    // Tells whether a picture of one unit is one packet without FEC: nothing to plan, and the marker is right
+    // as the session sets it. At a low bitrate most pictures are of this kind.
+    bool isOnePacket(BytesView unit) const {
+        return m_options.fec.scheme == FecScheme::kNone &&
+               unit.size() <= static_cast<std::size_t>(m_maxMediaPacket - kRtpHeaderSize) &&
+               whyNotCarried(unit) == nullptr;
+    }
+
+    SendResult sendOnePacket(std::uint32_t timestamp, BytesView unit) {
+        makeRoom(1);
+        m_session->CreateSinglePacket(timestamp, static_cast<int>(unit.size()), writable(unit), m_run.data());
+        ++m_sentPictures;
+        ++m_sentUnits;
+        SendResult result;
+        result.sentUnits = 1;
+        result.packets = 1;
+        pass(m_run[0], false);
         return result;
     }
 
