@@ -7,8 +7,10 @@
 // A row counts one packet an iteration, or one FEC packet in the XOR rows.
 
 #include <benchmark/benchmark.h>
+#include <talrtp/kit/Receiver.h>
 #include <talrtp/talrtp.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -316,6 +318,43 @@ void receiveShapes(benchmark::internal::Benchmark* row) {
 }
 BENCHMARK(receive)->Apply(receiveShapes);
 BENCHMARK(receiveFloor)->Apply(receiveShapes);
+
+// The kit on top: the same datagrams with a marker on the last one of each unit, so that it plays at once.
+void kitReceive(benchmark::State& state) {
+    const int kept = static_cast<int>(state.range(1));
+    std::size_t bytes = 0;
+    talrtp::kit::ReceiverOptions options;
+    options.fec = talrtp::kit::FecScheme::kXor;
+    talrtp::kit::Receiver receiver(options, [&](const talrtp::kit::Picture& picture) {
+        bytes += picture.annexB().size();
+        benchmark::DoNotOptimize(picture.annexB()[picture.annexB().size() - 1]);
+    });
+    Stream stream(static_cast<int>(state.range(0)), kept);
+    const auto feed = [&] {
+        unsigned char* const datagram = stream.next();
+        constexpr unsigned char kMarker = 0x80;
+        datagram[1] = static_cast<unsigned char>(datagram[1] | (stream.isUnitEnd() ? kMarker : 0));
+        const auto now = talrtp::kit::TimePoint() + std::chrono::milliseconds(stream.now());
+        receiver.push(talrtp::kit::BytesView(datagram, kPacketSize), now);
+    };
+    for (int i = 0; i < kept + kNumbers; ++i) {
+        feed();
+    }
+    for (auto _ : state) {
+        feed();
+    }
+    benchmark::DoNotOptimize(bytes);
+}
+
+void kitShapes(benchmark::internal::Benchmark* row) {
+    for (const int unitPackets : {1, 10, 84}) {
+        for (const int kept : {1000, 10000}) {
+            row->Args({unitPackets, kept});
+        }
+    }
+    row->ArgNames({"unit", "kept"});
+}
+BENCHMARK(kitReceive)->Apply(kitShapes);
 
 // XOR FEC packets, `state.range(0)` of them, each of which waits for two media packets that never come.
 class WaitingFec {

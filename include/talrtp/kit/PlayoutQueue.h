@@ -89,7 +89,7 @@ public:
         const Verdict verdict = judge(head, number);
         if (verdict == Verdict::kFresh) {
             m_lastArrival = now;
-            reach(number, now);
+            reachFor(number, now);
             fill(number, head, State::kArrived);
         } else if (verdict == Verdict::kLate && isKnown(number)) {
             describe(at(number), head, State::kArrived);  // so that it is known when it is repeated
@@ -193,19 +193,19 @@ public:
         return isEndInSight() ? given : std::max(given, m_lastArrival + kStillArriving);
     }
 
-    // Fills `picture` with the first picture in decoding order and goes on to the next. Returns false when
-    // there is nothing to play of it; the facts are filled all the same.
+    // Fills `picture` with the picture found last and goes on to the next. Returns false when there is
+    // nothing to play of it; the facts are filled all the same.
     bool take(Picture& picture) {
-        const Extent extent = measure();
+        const bool isComplete = m_isExtentSound || isSound(m_extent);  // a forced hand-over may bring units
         PictureFacts& facts = PictureMaker::facts(picture);
-        facts.timestamp = extent.timestamp;
+        facts.timestamp = m_extent.timestamp;
         facts.firstSequence = m_next;
-        facts.lastSequence = extent.last;
-        facts.missingPackets = extent.missing;
-        facts.rebuiltPackets = extent.rebuilt;
-        facts.isComplete = isSound(extent) && isStartSure(extent);
-        gather(extent, PictureMaker::run(picture));
-        moveTo(extent);
+        facts.lastSequence = m_extent.last;
+        facts.missingPackets = m_extent.missing;
+        facts.rebuiltPackets = m_extent.rebuilt;
+        facts.isComplete = isComplete && isStartSure(m_extent);
+        gather(m_extent, PictureMaker::run(picture));
+        moveTo(m_extent);
         return PictureMaker::run(picture).count() > 0;
     }
 
@@ -331,16 +331,32 @@ private:
                 addMissing(--n, now);
             }
             m_next = lowest;
+            m_rowEnd = lowest;
             restartScan();
         }
     }
 
-    void addMissing(std::uint64_t number, TimePoint now) {
+    // The same for a number that arrived: it is nearly always the next one, and never missing.
+    void reachFor(std::uint64_t number, TimePoint now) {
+        if (number != m_highest + 1) {
+            reach(number, now);
+            return;
+        }
+        growTo(number);
+        m_highest = number;
+        beginSlot(number, now);
+    }
+
+    void beginSlot(std::uint64_t number, TimePoint now) {
         Slot& slot = at(number);
         slot = Slot();
         slot.number = number;
         slot.state = State::kMissing;
         slot.noticed = now;
+    }
+
+    void addMissing(std::uint64_t number, TimePoint now) {
+        beginSlot(number, now);
         m_missing.push_back(number);
         if (m_missing.size() > 2 * m_missingAtCompaction + kFirstSlots) {
             compactMissing();
@@ -535,7 +551,7 @@ private:
         if (!isAnyPresent) {
             extent.last = m_highest;
         }
-        for (std::uint64_t number = m_next; number <= extent.last; ++number) {
+        for (std::uint64_t number = m_scanned; number <= extent.last; ++number) {
             extent.missing += isPresent(number) ? 0 : 1;
         }
     }
@@ -570,10 +586,11 @@ private:
         return slot.unitsTaken == slot.unitCount && !slot.isCut;
     }
 
-    void describeFirst(Due& due) const {
-        const Extent extent = measure();
-        due.timestamp = extent.timestamp;
-        due.needsForce = !isSound(extent);
+    void describeFirst(Due& due) {
+        m_extent = measure();
+        m_isExtentSound = isSound(m_extent);
+        due.timestamp = m_extent.timestamp;
+        due.needsForce = !m_isExtentSound;
     }
 
     // --- Units ---
@@ -675,7 +692,7 @@ private:
         run.clear();
         std::swap(run, m_row);
         m_waitingBytes -= std::min(m_waitingBytes, run.annexB().size());
-        for (std::uint64_t number = m_next; number <= extent.last; ++number) {
+        for (std::uint64_t number = m_rowEnd; number <= extent.last; ++number) {
             Slot& slot = at(number);
             if (slot.run != kNoRun) {
                 appendUnits(number, slot, run);
@@ -760,6 +777,9 @@ private:
     bool m_isHoleInDoubt = false;       // a hole before the first picture may be a part of it
     TimePoint m_firstArrival{};
     TimePoint m_lastArrival{};
+
+    Extent m_extent;  // of the picture found last
+    bool m_isExtentSound = false;
 
     UnitRun m_row;               // units of the first picture, from its first on, in order
     std::uint64_t m_rowEnd = 0;  // the number of the packet whose units come next in the row
