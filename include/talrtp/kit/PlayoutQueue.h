@@ -75,7 +75,9 @@ public:
 
     // `wait`: how long a gap holds up play. `hasParameterSets`: a stream may begin with an IDR picture.
     PlayoutQueue(std::chrono::milliseconds wait, bool hasParameterSets)
-        : m_wait(wait), m_hasParameterSets(hasParameterSets), m_slots(kFirstSlots) {}
+        : m_wait(wait), m_hasParameterSets(hasParameterSets), m_slots(kFirstSlots) {
+        m_missing.reserve(kFirstSlots + 1);  // as long as the list gets unless thousands are missing
+    }
 
     // --- Packets ---
 
