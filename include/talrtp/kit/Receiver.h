@@ -77,10 +77,10 @@ public:
     // to the host; the receiver goes on with the next picture.
     using Play = std::function<void(const Picture&)>;
 
-    // Throws `std::invalid_argument` with the text of `options.check()` unless that is empty; without
-    // exceptions prints it and aborts.
+    // Throws `std::invalid_argument` when `options.check()` finds something or `play` is empty; without
+    // exceptions, prints it and aborts.
     Receiver(const ReceiverOptions& options, Play play)
-        : m_options(checked(options)),
+        : m_options(checked(options, play)),
           m_play(std::move(play)),
           m_sink(*this),
           m_sources(options.ssrc, options.sourceTimeout) {
@@ -149,8 +149,8 @@ private:
 
     static constexpr std::size_t kMaxDatagram = 65535;
 
-    static const ReceiverOptions& checked(const ReceiverOptions& options) {
-        refuseUnlessEmpty(options.check());
+    static const ReceiverOptions& checked(const ReceiverOptions& options, const Play& play) {
+        refuseUnlessEmpty(play ? options.check() : "a receiver needs a function that plays");
         return options;
     }
 

@@ -92,9 +92,9 @@ public:
     // Sends one picture. `timestamp`: its RTP timestamp. `units`: any range of things that convert to
     // BytesView, each a NAL unit without start code, in decoding order; **borrowed** for the call.
     template <typename Units>
-    SendResult sendPicture(std::uint32_t timestamp, const Units& units) {
+    SendResult sendPicture(std::uint32_t timestamp, Units&& units) {
         m_units.clear();
-        for (const auto& unit : units) {
+        for (auto&& unit : units) {
             m_units.push_back(BytesView(unit));
         }
         return sendUnits(timestamp);
