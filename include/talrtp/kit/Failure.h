@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <stdexcept>
 #include <string>
 
@@ -23,6 +24,38 @@ inline void refuseUnlessEmpty(const std::string& text) {
     std::abort();
 #endif
 }
+
+// Holds the first exception of the host's function until the kit has finished its own work.
+class HeldException {
+public:
+    // Calls `call` and keeps what it throws, unless an exception is kept already.
+    template <typename Call>
+    void run(Call call) {
+#if defined(__cpp_exceptions)
+        try {
+            call();
+        } catch (...) {
+            m_first = m_first ? m_first : std::current_exception();
+        }
+#else
+        call();
+#endif
+    }
+
+    // Throws the exception if there was one.
+    void rethrow() const {
+#if defined(__cpp_exceptions)
+        if (m_first) {
+            std::rethrow_exception(m_first);
+        }
+#endif
+    }
+
+private:
+#if defined(__cpp_exceptions)
+    std::exception_ptr m_first;
+#endif
+};
 
 }  // namespace talrtp::kit
 

@@ -81,12 +81,17 @@ public:
 
     // --- Packets ---
 
+    // Begins with that number unless numbers are known: FEC may rebuild packets before the first one arrives.
+    void beginAt(std::uint16_t sequence, TimePoint now) {
+        if (!m_hasNumbers) {
+            begin(sequence, now);
+        }
+    }
+
     // Notes a media packet that arrived at `now`, unless the verdict is kStray, kFarOff or kFull. Times never
     // step back from call to call.
     Verdict note(const PacketHead& head, TimePoint now) {
-        if (!m_hasNumbers) {
-            begin(head.sequence, now);
-        }
+        beginAt(head.sequence, now);
         const std::uint64_t number = extend(head.sequence);
         const Verdict verdict = judge(head, number);
         if (verdict == Verdict::kFresh) {
@@ -135,9 +140,9 @@ public:
     // the unit shows to be missing. Returns false, and drops it, when its picture was played or the unit is
     // there already.
     bool addUnit(std::uint16_t sequence, std::size_t index, BytesView unit, bool isWhole, TimePoint now) {
+        beginAt(sequence, now);
         const std::uint64_t number = extend(sequence);
-        if (!m_hasNumbers || number < m_next || number > m_highest + kMaxDropout ||
-            number >= m_next + kMaxWindow) {
+        if (number < m_next || number > m_highest + kMaxDropout || number >= m_next + kMaxWindow) {
             return false;
         }
         reach(number, now);  // a rebuilt packet is handed over before `noteRebuilt` tells of it

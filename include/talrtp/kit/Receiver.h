@@ -201,8 +201,9 @@ private:
                 return PushResult::otherSource;
             case SourceFilter::Verdict::kTakeOver:
                 --m_counts.otherSourceDatagrams;  // the one kept
-                beginWith(m_sources.releaseFirst(), now);
-                break;
+                beginWith(m_sources.releaseFirst(), datagram, now);
+                playDue(now);
+                return PushResult::media;  // FEC packets never make a new source
         }
         m_ssrc = readBig32(datagram, 8);
         if (isFec) {
@@ -246,17 +247,22 @@ private:
         }
         --m_counts.strayPackets;  // the one kept
         ++m_counts.restarts;
-        beginWith(m_farOff.release(), now);
-        takeMedia(datagram, now);
+        beginWith(m_farOff.release(), datagram, now);
     }
 
-    // Plays what is left, and begins anew with that media packet.
-    void beginWith(const std::vector<std::uint8_t>& first, TimePoint now) {
-        finish();
+    // Plays what is left, and begins anew with those media packets. When the host's function throws, all of
+    // that is done first.
+    void beginWith(const std::vector<std::uint8_t>& first, BytesView second, TimePoint now) {
+        HeldException exception;
+        while (!m_queue->isEmpty()) {
+            exception.run([this] { finish(); });
+        }
         begin();
         m_farOff.drop();
         m_ssrc = readBig32(first, 8);
         takeMedia(first, now);
+        takeMedia(second, now);
+        exception.rethrow();
     }
 
     // --- The session ---
@@ -270,6 +276,7 @@ private:
                                 static_cast<int>(datagram.size()), milliseconds);
         const std::uint64_t recovered = m_session->recoveredCount();
         if (recovered != m_recovered) {
+            m_queue->beginAt(m_session->firstMediaSequence(), now);
             noteRebuilt(recovered - m_recovered, now);
             m_recovered = recovered;
         }

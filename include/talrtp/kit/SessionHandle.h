@@ -59,6 +59,18 @@ public:
         return found == list.end() ? nullptr : found->second;
     }
 
+    // The first sequence number of the stored media packets, of which there is one at least. They span less
+    // than half of the numbers.
+    std::uint16_t firstMediaSequence() const {
+        const CMMRTPSessionBase::PacketMap& list = documented().*Members::mediaPacketList();
+        std::uint16_t first = list.begin()->first;
+        for (const auto& entry : list) {
+            const std::uint16_t distance = static_cast<std::uint16_t>(first - entry.first);
+            first = distance < 0x8000U ? entry.first : first;
+        }
+        return first;
+    }
+
     std::uint64_t recoveredCount() const { return documented().*Members::recoveredMediaPacketNumber(); }
 
     // The sequence numbers of the next packets made.
