@@ -3,12 +3,18 @@
 #include "HostError.h"
 #include "inspect/CaptureReader.h"
 #include "inspect/Plot.h"
+#include "inspect/Replay.h"
 #include "inspect/Report.h"
 #include "loopback/OutputFile.h"
 
 #include <fmt/format.h>
+#include <talrtp/kit/Sdp.h>
 
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <memory>
 #include <string>
 
@@ -28,12 +34,15 @@ const char* const kFooter =
     "Examples:\n"
     "  talrtp inspect call.pcapng\n"
     "  talrtp inspect call.pcap --json\n"
-    "  talrtp inspect call.pcap --plot call.svg\n\n"
+    "  talrtp inspect call.pcap --plot call.svg\n"
+    "  talrtp inspect call.pcap --sdp call.sdp --replay call.264\n\n"
     "Exit status: 0 when the capture was read to its end; 1 when it cannot be read, or a file cannot be\n"
     "written; 2 for wrong usage; 3 when the capture breaks off, after the report on all before that.";
 
 const char* const kStreamGroup = "Streams";
 const char* const kOutputGroup = "Output";
+
+constexpr int kMaxWaitMs = 4000;
 
 class CInspectCommand {
 public:
@@ -48,6 +57,7 @@ public:
     CLI::App* app() const { return m_app; }
 
     int run() {
+        readSdp();
         CCaptureReader capture(m_path);
         CInspector inspector(options());
         while (const std::optional<CCaptureReader::Record> record = capture.next()) {
@@ -57,6 +67,9 @@ public:
         InspectReport report{m_path, capture.problem(), &inspector, {}};
         if (!m_plotPath.empty()) {
             plot(inspector);
+        }
+        if (!m_replayPath.empty()) {
+            report.replay = replay(inspector);
         }
         fmt::print("{}", m_isJson ? describeAsJson(report) : describe(report));
         return report.problem.empty() ? kExitGood : kExitWrong;
@@ -70,6 +83,12 @@ private:
     void addStreamOptions() {
         payloadTypeOption(m_app->add_option("--pt", m_payloadType, "Payload type of the H.264 stream"));
         payloadTypeOption(m_app->add_option("--fec-pt", m_fecPayloadType, "Payload type of the FEC packets"));
+        m_app->add_option("--sdp", m_sdpPath, "Session description: payload types, FEC, parameter sets")
+            ->type_name("FILE")
+            ->group(kStreamGroup);
+        m_app->add_option("--ssrc", m_ssrc, "The stream to plot and replay; the largest unless given")
+            ->type_name("SSRC")
+            ->group(kStreamGroup);
         m_app->add_option("--fec", m_scheme, "Scheme of the FEC packets: none, xor or rs")
             ->check(CLI::IsMember({"none", "xor", "rs"}).description(""))
             ->type_name("SCHEME")
@@ -84,16 +103,36 @@ private:
     void addOutputOptions() {
         m_app->add_flag("--json", m_isJson, "Print one JSON object")->group(kOutputGroup);
         m_app
+            ->add_option("--replay", m_replayPath,
+                         "Receive the H.264 stream at the recorded times, with FEC, and write\n"
+                         "the pictures to this file")
+            ->type_name("OUT.264")
+            ->group(kOutputGroup);
+        m_app->add_option("--wait", m_waitMs, "With --replay: how long a gap holds pictures up, 0 to 4000 ms")
+            ->check(CLI::Range(0, kMaxWaitMs).description(""))
+            ->type_name("MS")
+            ->capture_default_str()
+            ->group(kOutputGroup);
+        m_app
             ->add_option("--plot", m_plotPath,
-                         "Draw bitrate, loss and recovery of the largest H.264 stream; gnuplot makes the SVG")
+                         "Draw bitrate, loss and recovery over time; gnuplot makes the SVG")
             ->type_name("FILE.svg")
             ->group(kOutputGroup);
     }
 
     InspectorOptions options() const {
         InspectorOptions options;
-        options.payloadType = m_payloadType;
-        options.fecPayloadType = m_fecPayloadType;
+        options.ssrc = m_ssrc;
+        if (m_sdp) {
+            options.payloadType = m_sdp->payloadType;
+            options.clockRate = m_sdp->clockRate;
+        }
+        if (m_sdp && m_sdp->fec != kit::FecScheme::kNone) {
+            options.fec = m_sdp->fec;
+            options.fecPayloadType = m_sdp->fecPayloadType;
+        }
+        options.payloadType = m_payloadType ? m_payloadType : options.payloadType;
+        options.fecPayloadType = m_fecPayloadType ? m_fecPayloadType : options.fecPayloadType;
         if (!m_scheme.empty()) {
             options.fec = m_scheme == "xor"  ? kit::FecScheme::kXor
                           : m_scheme == "rs" ? kit::FecScheme::kReedSolomon
@@ -107,6 +146,34 @@ private:
         return options;
     }
 
+    void readSdp() {
+        if (m_sdpPath.empty()) {
+            return;
+        }
+        std::ifstream file(m_sdpPath, std::ios::binary);
+        if (!file) {
+            throw CHostError(fmt::format("cannot read '{}': {}", m_sdpPath, std::strerror(errno)));
+        }
+        const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+        const kit::SdpResult result = kit::Sdp::read(text);
+        if (!result.sdp) {
+            throw CHostError(fmt::format("{}: {}", m_sdpPath, result.error));
+        }
+        m_sdp = result.sdp;
+    }
+
+    kit::Statistics replay(const CInspector& inspector) const {
+        kit::ReceiverOptions options = replayOptions(inspector);
+        options.wait = std::chrono::milliseconds(m_waitMs);
+        if (m_sdp) {
+            options.parameterSets = m_sdp->parameterSets;
+        }
+        COutputFile file(m_replayPath);
+        const kit::Statistics statistics = replayCapture(m_path, options, file.stream());
+        file.commit();
+        return statistics;
+    }
+
     void plot(const CInspector& inspector) const {
         COutputFile file(m_plotPath);
         writeStreamPlot(inspector, std::filesystem::path(m_path).filename().string(), file.temporaryPath());
@@ -116,6 +183,11 @@ private:
     CLI::App* m_app;
     std::string m_path;
     std::string m_plotPath;
+    std::string m_replayPath;
+    std::string m_sdpPath;
+    std::optional<kit::Sdp> m_sdp;
+    std::optional<std::uint32_t> m_ssrc;
+    int m_waitMs = 200;
     std::string m_scheme;
     std::string m_rtcp = "rfc3550";
     std::optional<unsigned int> m_payloadType;

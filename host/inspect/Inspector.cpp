@@ -147,7 +147,8 @@ StreamKind CInspector::kindOf(const CStream& stream) const {
 
 const CStream* CInspector::mainStream() const {
     for (const CStream* const stream : streams()) {
-        if (kindOf(*stream) == StreamKind::kH264) {
+        const bool isChosen = !m_options.ssrc || stream->key().ssrc == *m_options.ssrc;
+        if (isChosen && kindOf(*stream) == StreamKind::kH264) {
             return stream;
         }
     }

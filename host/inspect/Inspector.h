@@ -22,6 +22,7 @@ struct InspectorOptions {
     std::optional<kit::FecScheme> fec;
     std::optional<kit::Form> rtcp = kit::Form::kRfc3550;  // none: RTCP is not read
     std::uint32_t clockRate = 90000;
+    std::optional<std::uint32_t> ssrc;  // of the main stream; the largest unless given
 };
 
 class CInspector {
@@ -54,7 +55,7 @@ public:
     std::vector<const CStream*> streams() const;
     StreamKind kindOf(const CStream& stream) const;
 
-    // The largest H.264 stream, or null; and the FEC stream of the same source, or null.
+    // The H.264 stream to plot and replay, or null; and the FEC stream of the same source, or null.
     const CStream* mainStream() const;
     const CStream* fecStreamOf(const CStream& media) const;
 
