@@ -37,6 +37,8 @@ constexpr std::size_t kBatchBytes = 128 * 1024;
 constexpr std::chrono::seconds kTick{1};
 // How long the last reports are waited for, after the goodbye.
 constexpr std::chrono::milliseconds kGoodbyeWait{100};
+// How long the last packets have to be read before it.
+constexpr std::chrono::milliseconds kMediaBeforeGoodbye{200};
 constexpr std::size_t kRtpHeaderBytes = 12;
 constexpr double kPercent = 100;
 
@@ -303,7 +305,7 @@ void CSendSession::pump() {
             }
         });
     } else if (m_isFinishing) {
-        sayGoodbye();
+        sayGoodbyeSoon();
     } else {
         asio::post(m_io, [this] { next(); });
     }
@@ -329,6 +331,21 @@ void CSendSession::finish() {
     m_isFinishing = true;
     m_sender.flush();
     pump();
+}
+
+// RTCP arrives on a socket of its own, and ffmpeg reads that one first: a goodbye right after the last
+// packets would end the stream before they are read.
+void CSendSession::sayGoodbyeSoon() {
+    if (!m_rtcp || !m_clock) {
+        sayGoodbye();
+        return;
+    }
+    m_goodbyeTimer.expires_after(kMediaBeforeGoodbye);
+    m_goodbyeTimer.async_wait([this](const asio::error_code& error) {
+        if (!error && !m_hasSaidGoodbye) {
+            sayGoodbye();
+        }
+    });
 }
 
 void CSendSession::sayGoodbye() {

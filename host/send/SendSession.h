@@ -78,6 +78,7 @@ private:
     void pump();
     void flush(Flow& flow);
     void finish();
+    void sayGoodbyeSoon();
     void sayGoodbye();
     void stop();
     std::uint32_t timestampOf(kit::TimePoint due) const;
