@@ -220,6 +220,19 @@ TEST(Inspector, XorGroupsAreHeldAgainstTheMediaThatArrived) {
     EXPECT_EQ(counts.missing, 4U);
 }
 
+TEST(Inspector, AGroupThatIsLongPastWhenItsFecPacketArrivesIsSettledAtOnce) {
+    CCapture capture;
+    std::vector<std::uint16_t> numbers;
+    for (std::uint16_t number = 0; number < 9000; ++number) {
+        numbers.push_back(number);
+    }
+    capture.addPictures(numbers);
+    for (std::uint16_t number = 0; number < 3; ++number) {
+        capture.add(rtp(111, number, 0, xorPayload(number, 0xe00000)), milliseconds(90000), 5006);
+    }
+    EXPECT_EQ(fecStream(capture.finish()).groups(kit::FecScheme::kXor).counts().complete, 3U);
+}
+
 TEST(Inspector, AReedSolomonGroupNeedsAsManyFecPacketsAsItLost) {
     CCapture capture;
     capture.addPictures({10, /* 11, 12 lost */ 13, 14, /* 15, 16 lost */ 17});

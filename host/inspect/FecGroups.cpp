@@ -77,7 +77,11 @@ void CFecGroups::add(const FecHeader& header, std::uint16_t sequence, std::chron
     }
     m_open.push_back({header, first, {}, time});
     m_open.back().indexes.set(header.index);
-    while (m_open.size() > kMaxOpen || (media != nullptr && isPast(m_open.front(), *media))) {
+    // The group itself may be past already.
+    const auto isDue = [&] {
+        return m_open.size() > kMaxOpen || (media != nullptr && isPast(m_open.front(), *media));
+    };
+    while (!m_open.empty() && isDue()) {
         settle(m_open.front(), media);
         m_open.pop_front();
     }

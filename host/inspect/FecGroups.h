@@ -38,8 +38,6 @@ public:
         std::uint64_t missing = 0;      // media packets missing in lost groups
     };
 
-    explicit CFecGroups(kit::FecScheme scheme) : m_scheme(scheme) {}
-
     // Files an FEC packet; `sequence` is its own. Settles groups whose media packets have long passed.
     void add(const FecHeader& header, std::uint16_t sequence, std::chrono::nanoseconds time,
              const CSequenceTracker* media);
@@ -65,7 +63,6 @@ private:
     void settle(const Group& group, const CSequenceTracker* media);
     std::uint64_t countMissing(const Group& group, const CSequenceTracker& media) const;
 
-    kit::FecScheme m_scheme;
     std::deque<Group> m_open;  // in order of arrival
     Counts m_counts;
     CTimeline m_repairs;

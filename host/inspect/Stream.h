@@ -81,8 +81,8 @@ private:
     StreamKey m_key;
     CSequenceTracker m_sequences;
     CPictureCounter m_pictures;
-    CFecGroups m_xorGroups{kit::FecScheme::kXor};
-    CFecGroups m_rsGroups{kit::FecScheme::kReedSolomon};
+    CFecGroups m_xorGroups;
+    CFecGroups m_rsGroups;
     CTimeline m_timeline;
     kit::ReceptionReport m_reception;
     std::uint64_t m_packets = 0;
