@@ -3,6 +3,7 @@
 #include "inspect/Command.h"
 #include "loopback/Command.h"
 #include "recv/Command.h"
+#include "sdp/Command.h"
 #include "send/Command.h"
 
 namespace talrtp::host {
@@ -15,7 +16,7 @@ Program makeProgram() {
     app.set_version_flag("--version", "talrtp " TALRTP_PROGRAM_VERSION);
     app.require_subcommand(1);
     app.get_formatter()->column_width(26);
-    program.commands = {addSend(app), addRecv(app), addInspect(app), addLoopback(app)};
+    program.commands = {addSend(app), addRecv(app), addSdp(app), addInspect(app), addLoopback(app)};
     return program;
 }
 
