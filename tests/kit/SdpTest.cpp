@@ -344,6 +344,23 @@ TEST(SdpReadTest, LinesWithoutMeaningAreSkipped) {
     EXPECT_FALSE(sdp.frameRate || sdp.ssrc);
 }
 
+TEST(SdpReadTest, EveryLineEndIsTaken) {
+    const std::string text =
+        "v=0\ns=a\rb\nc=IN IP4 127.0.0.1\nm=video 5004 RTP/AVP 96\na=rtpmap:96 H264/90000\na=framerate:25\n";
+    EXPECT_EQ("a\rb", readWhole(text).sessionName);  // ends at LF, and CR counts before it only
+    for (const std::string end : {"\n", "\r\n", "\r", "\r\r\n"}) {
+        std::string changed;
+        for (const char letter : text) {
+            changed += letter == '\n' ? end : std::string(letter == '\r' ? 0 : 1, letter);
+        }
+        const Sdp sdp = readWhole(changed);
+        EXPECT_EQ("ab", sdp.sessionName);
+        EXPECT_EQ("127.0.0.1", sdp.address);
+        EXPECT_EQ(96u, sdp.payloadType);
+        EXPECT_EQ(25.0, sdp.frameRate);
+    }
+}
+
 // ---- errors
 
 const std::string kHead = "v=0\nc=IN IP4 127.0.0.1\nm=video 5004 RTP/AVP 96\na=rtpmap:96 H264/90000\n";

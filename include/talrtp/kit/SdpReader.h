@@ -147,12 +147,14 @@ private:
         fail("line " + std::to_string(line.number) + ": " + name + " " + quoted(value) + " " + fault);
     }
 
-    // Lines that are no "letter=value" are skipped.
+    // Lines end with CR LF, or LF, or CR (RFC 8866, 5, asks a reader to take LF too). Those that are no
+    // "letter=value" are skipped.
     void splitLines() {
         std::string_view rest = m_text;
+        const char end = rest.find('\n') == std::string_view::npos ? '\r' : '\n';
         m_sections.emplace_back();
         for (std::size_t number = 1; !rest.empty(); ++number) {
-            std::string_view line = takeUntil(rest, '\n');
+            std::string_view line = takeUntil(rest, end);
             while (!line.empty() && line.back() == '\r') {
                 line.remove_suffix(1);
             }
