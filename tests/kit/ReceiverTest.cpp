@@ -236,6 +236,30 @@ TEST_F(RunningReceiverTest, WaitsForTheEndOfAPictureInsteadOfCuttingItWhileItArr
     EXPECT_EQ(1u, receiver.pictures.back().missing);
 }
 
+// The end of a picture with a gap arrives late. The next picture, which is still arriving, does not hold it
+// up.
+TEST_F(RunningReceiverTest, SeesTheEndOfAPictureInAPacketThatIsLate) {
+    for (const bool hasMarker : {true, false}) {
+        const auto first = static_cast<std::uint16_t>(hasMarker ? 11 : 21);  // is lost
+        const std::uint32_t timestamp = 100U * first;
+        const auto next = static_cast<std::uint16_t>(first + 1);
+        const int ms = first;
+        receiver.push({static_cast<std::uint16_t>(first + 2), timestamp + 1}, kSlice, ms);
+        EXPECT_EQ(atMs(ms + 200), receiver.receiver.poll(atMs(ms + 150)));
+        receiver.push({next, timestamp, hasMarker}, kSlice, ms + 160);
+        receiver.push({static_cast<std::uint16_t>(first + 3), timestamp + 1}, kSlice, ms + 190);
+        EXPECT_EQ(atMs(ms + 200), receiver.receiver.poll(atMs(ms + 190)));
+        receiver.receiver.poll(atMs(ms + 200));
+        EXPECT_EQ(Timestamps{timestamp}, receiver.played());
+        receiver.push({static_cast<std::uint16_t>(first + 4), timestamp + 1, true}, kSlice, ms + 201);
+        EXPECT_EQ(Timestamps{timestamp + 1}, receiver.played());
+        for (auto number = static_cast<std::uint16_t>(first + 5); number < 21; ++number) {
+            receiver.push({number, number, true}, kSlice, ms + 201);
+        }
+        receiver.played();
+    }
+}
+
 TEST_F(RunningReceiverTest, CutsAPictureWithAGapWhenItsWaitIsOverAndNothingArrives) {
     receiver.push({12, 2000}, kSlice, 0);  // 11 is lost, and the end never arrives
     EXPECT_EQ(atMs(200), receiver.receiver.poll(atMs(199)));

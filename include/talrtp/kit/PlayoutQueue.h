@@ -423,6 +423,9 @@ private:
             markStrays(number);
         }
         m_hasMarkers = m_hasMarkers || slot.hasMarker;
+        if (number < m_looked && m_isTimestampSeen) {
+            m_isEndSeen = m_isEndSeen || endsPicture(slot) || slot.timestamp != m_lookedTimestamp;
+        }
     }
 
     // A sender that sets the marker within pictures cannot tell their ends by it.
@@ -453,6 +456,7 @@ private:
         m_scanned = m_next;
         m_looked = m_next;
         m_isTimestampSeen = false;
+        m_isEndSeen = false;
         m_isEndReached = false;
     }
 
@@ -470,9 +474,12 @@ private:
         }
     }
 
-    // Tells whether a packet after the gap shows that the first picture is over. Packets that fill the gap
-    // later are not looked at again; the next picture shows the end then.
+    // Tells whether a packet after the gap shows that the first picture is over. Each number is looked at
+    // once; `fill` looks at those that arrive later.
     bool isEndInSight() {
+        if (m_isEndSeen) {
+            return true;
+        }
         for (; m_looked <= m_highest; ++m_looked) {
             if (!isPresent(m_looked)) {
                 continue;
@@ -773,6 +780,7 @@ private:
     bool m_isEndReached = false;
     std::uint64_t m_looked = 0;  // numbers below were looked at for the end of a picture with a gap
     bool m_isTimestampSeen = false;
+    bool m_isEndSeen = false;  // by a packet that arrived below `m_looked`
     std::uint32_t m_lookedTimestamp = 0;
 
     bool m_isStarted = false;           // a picture was played
