@@ -15,6 +15,7 @@ namespace talrtp {
 class CSessionInspector {
 public:
     static _uint64_t steps(const CMMRTPSessionBase& session) { return session.m_index->steps; }
+    static _uint64_t products(const CMMRTPSessionBase& session) { return session.m_index->products; }
 };
 
 namespace {
@@ -234,6 +235,102 @@ TEST_F(StepBudgetTest, AClockThatStepsBackCostsOneSearchAndNotOneForEachPacket) 
     for (unsigned int i = 10001; i < 20000; ++i) {
         ASSERT_LE(input(fecOverTwo(i, 40001 + i, i), 999000), kPerDatagram) << i;
     }
+}
+
+// --- Reed-Solomon ---
+
+class RsStepBudgetTest : public StepBudgetTest {
+protected:
+    RsStepBudgetTest() { session.SetFecType(RTP_FEC_RS); }
+
+    // Garbage that claims to be parity packet `index` of `m` over `k` packets from `base` on.
+    static std::vector<unsigned char> parity(unsigned int seq, unsigned int base, unsigned int k,
+                                             unsigned int m, unsigned int index, std::size_t blockSize) {
+        std::vector<unsigned char> datagram = header(kFecType, seq % kNumbers, 0);
+        datagram.insert(datagram.end(), {
+                                            static_cast<unsigned char>(base >> 8),
+                                            static_cast<unsigned char>(base),
+                                            0x05,
+                                            static_cast<unsigned char>(seq * 37),
+                                            static_cast<unsigned char>(index),
+                                            static_cast<unsigned char>(m),
+                                            static_cast<unsigned char>(k),
+                                            0,
+                                        });
+        for (std::size_t i = 0; i < blockSize; ++i) {
+            datagram.push_back(static_cast<unsigned char>(i * seq + (i * i >> 3) + 1));
+        }
+        return datagram;
+    }
+
+    // Feeds one datagram and returns the bytes that it had multiplied.
+    _uint64_t productsOf(const std::vector<unsigned char>& datagram) {
+        const _uint64_t before = CSessionInspector::products(session);
+        input(datagram);
+        return CSessionInspector::products(session) - before;
+    }
+};
+
+constexpr std::size_t kBlockSize = 1500;
+
+// The five bytes that tell a right packet from garbage, of as many missing packets as a group can have.
+constexpr _uint64_t kProbe = 128 * 128 * 5;
+
+TEST_F(RsStepBudgetTest, GarbageParityHasTheFirstBytesOfItsPacketsMultipliedOnly) {
+    for (unsigned int i = 0; i < 127; ++i) {
+        EXPECT_EQ(productsOf(parity(i, 1000, 128, 128, i, kBlockSize)), 0u);
+    }
+    for (int i = 0; i < 3; ++i) {
+        const _uint64_t products = productsOf(parity(127, 1000, 128, 128, 127, kBlockSize));
+        EXPECT_GT(products, 0u);
+        EXPECT_LE(products, kProbe);
+        EXPECT_EQ(127u, fecCount());
+    }
+    EXPECT_EQ(0u, mediaCount());
+}
+
+// The group has 127 of 128 shards, and as many members again whose index lies beyond its shards. These have
+// lower numbers, so they are tried first, and each finds the shards untouched.
+TEST_F(RsStepBudgetTest, MembersBeyondTheShardsOfTheirGroupCostAProbeEach) {
+    constexpr unsigned int kMembers = 128;
+    for (unsigned int i = 0; i < 127; ++i) {
+        input(parity(kNumbers - kMembers + i, 1000, 128, 128, i, kBlockSize));
+    }
+    for (unsigned int i = 0; i < kMembers; ++i) {
+        input(parity(kNumbers + i, 1000, 128, 128, kMembers + i, kBlockSize));
+    }
+    ASSERT_EQ(127 + kMembers, fecCount());
+    const _uint64_t products = productsOf(single(1000, 0));
+    EXPECT_GE(products, kMembers * 127 * 127 * 5);
+    EXPECT_LE(products, (kMembers + 1) * kProbe);
+    EXPECT_EQ(126u, fecCount());
+}
+
+TEST_F(RsStepBudgetTest, AMediaPacketThatMakesManyGroupsDecodableCostsAProbeEach) {
+    constexpr unsigned int kGroups = 740;
+    constexpr unsigned int kParity = 88;
+    for (unsigned int i = 0; i < kGroups * kParity; ++i) {
+        const unsigned int base = 1000 - i / kParity % (kParity + 1);
+        input(parity(i, base, kParity + 1, kParity, i % kParity, kBlockSize));
+    }
+    ASSERT_EQ(kGroups * kParity, fecCount());
+    EXPECT_LE(productsOf(single(1000, 0)), kGroups * kProbe);
+    EXPECT_EQ(kGroups * (kParity - 1), fecCount());  // of each group the one that was tried is gone
+}
+
+// What is right is decoded whole, and nothing else of the group is.
+TEST_F(RsStepBudgetTest, ARebuiltPacketIsMultipliedOnce) {
+    constexpr unsigned int kSize = 1000;
+    std::vector<unsigned char> lost = single(1000, 7);
+    lost.resize(kSize);
+    std::vector<unsigned char> fec = parity(5, 1000, 1, 1, 0, 0);
+    fec[14] = kSize >> 8;  // over one packet the parity is the packet
+    fec[15] = kSize & 0xff;
+    fec.insert(fec.end(), lost.begin(), lost.end());
+    const _uint64_t products = productsOf(fec);
+    EXPECT_GE(products, kSize);
+    EXPECT_LE(products, kSize + 64 * 5);
+    EXPECT_EQ(1u, mediaCount());
 }
 
 }  // namespace

@@ -98,6 +98,8 @@ public:
 
     // Steps taken over lists, the index and FEC groups so far; tests bound their growth for each datagram.
     _uint64_t steps = 0;
+    // Bytes multiplied to rebuild packets so far.
+    _uint64_t products = 0;
     // Counts a search in an ordered map of `size` entries.
     void countSearch(std::size_t size) { steps += 64 - static_cast<unsigned int>(__builtin_clzll(size | 1)); }
 

@@ -19,12 +19,13 @@
 #include <algorithm>
 #include <iterator>
 #include <memory>
+#include <new>
 
-#include "RsModelCache.h"
-#include "TalRtpLengthWord.h"
+#include "RsInterpolation.h"
 #include "TalRtpPacketLayout.h"
 #include "TalRtpReceiveIndex.h"
 #include "TalRtpTraceLine.h"
+#include "kernels/GfKernel.h"
 #include "kernels/XorKernel.h"
 
 namespace talrtp {
@@ -406,27 +407,7 @@ CTalRtpPacket* CMMRTPSessionBase::recoverPacket(unsigned short seq, CRTPFECPacke
 
 namespace {
 
-constexpr int kMaxShards = 256;
-constexpr std::size_t kMaxCachedModels = 256;
-
-// The code model of one decode: the shared one, or one built for this decode alone when bytes from the
-// network have already filled the cache.
-class CDecodeModel {
-public:
-    CDecodeModel(int k, int n) {
-        if (isRsModelCached(k, n) || getCachedRsModelCount() < kMaxCachedModels) {
-            m_model = GetRsModel(k, n);
-        } else {
-            m_private.reset(CRsFec::CreateRsModel(k, n));
-            m_model = m_private.get();
-        }
-    }
-    rs_param_* get() const { return m_model; }
-
-private:
-    std::unique_ptr<rs_param_, void (*)(rs_param_*)> m_private{nullptr, &CRsFec::DeleteRsModel};
-    rs_param_* m_model;
-};
+constexpr int kMaxShards = CRsInterpolation::kMaxPositions;
 
 // The parity block of a Reed-Solomon FEC packet, behind its FEC header; 0 bytes when the header is cut short.
 int parityBlockSize(const CTalRtpPacket& fecPacket) {
@@ -436,7 +417,10 @@ int parityBlockSize(const CTalRtpPacket& fecPacket) {
 }  // namespace
 
 // One attempt at a Reed-Solomon group. Shards 0 .. k-1 are the media packets, k .. k+m-1 the parity packets.
-// All bookkeeping is in arrays on the stack; the heap gives only output buffers and rebuilt packets.
+//
+// Parity can be forged, so the length and the first bytes of every missing packet are decoded first, and a
+// packet only where these are right: garbage costs little. All bookkeeping is in arrays on the stack; the
+// heap lends what grows with the number of missing packets.
 class CRsRecovery {
 public:
     CRsRecovery(CMMRTPSessionBase& session, CRTPRSPacket& fecPacket)
@@ -465,15 +449,15 @@ public:
         m_session.m_index->steps += static_cast<unsigned int>(m_mediaCount + m_fecCount);
         for (int i = 0; i < m_mediaCount; ++i) {
             if (m_session.m_index->knownNumbers.contains(mediaSeq(i))) {
-                m_present[m_presentCount++] = i;
+                m_present[m_presentCount++] = static_cast<unsigned char>(i);
             } else {
-                m_missing[m_missingCount++] = i;
+                m_missing[m_missingCount++] = static_cast<unsigned char>(i);
             }
         }
         m_presentMediaCount = m_presentCount;
         for (int j = 0; j < m_fecCount && m_presentCount < m_mediaCount; ++j) {
             if (parityPacket(j) != nullptr) {
-                m_present[m_presentCount++] = m_mediaCount + j;
+                m_present[m_presentCount++] = static_cast<unsigned char>(m_mediaCount + j);
             }
         }
         return m_presentCount == m_mediaCount;
@@ -509,26 +493,26 @@ public:
     }
 
     // Decodes and takes the rebuilt packets into the session. False, with an ERROR line, when there is no
-    // code of that shape.
+    // memory for it.
     bool rebuild() {
-        const CDecodeModel model(m_mediaCount, m_mediaCount + m_fecCount);
-        if (model.get() == nullptr) {
-            // Compatibility: the text names the sending operation.
+        if (m_blockSize > MAX_PACKET_SIZE) {
+            refuseSize();
+            return true;
+        }
+        const CRsInterpolation code(m_present, m_presentCount);
+        if (!probe(code) || !decode(code)) {
+            // Compatibility: the text names the sending operation, and a model that was not made.
             TAL_TRACE(ERROR, "CMMRTPSessionBase::CreateRsFecPackets get rs model failed"
                                  << ", k = " << m_mediaCount << ", n = " << m_mediaCount + m_fecCount);
             return false;
         }
-        if (m_blockSize > MAX_PACKET_SIZE) {
-            // The codec refuses the size with a line of its own, before it looks at any output.
-            CRsFec::Decode(model.get(), m_blocks, m_sizes, m_present, nullptr, nullptr, 0);
-            return true;
-        }
-        decode(model.get());
         storePackets();
         return true;
     }
 
 private:
+    typedef std::unique_ptr<unsigned char[]> Bytes;
+
     // A bound of the shards at hand that costs no look at any of them.
     int mostAtHand() const {
         const CReceiveIndex& index = *m_session.m_index;
@@ -550,33 +534,100 @@ private:
     void setShard(int shard, unsigned char* block, int size, int length) {
         m_blocks[shard] = block;
         m_sizes[shard] = size;
-        m_lengths[shard].set(static_cast<_uint32_t>(length));
-        m_lengthBlocks[shard] = m_lengths[shard].bytes;
+        m_lengths[shard] = static_cast<_uint16_t>(length);
     }
 
-    void decode(rs_param_* model) {
-        const std::size_t blockSize = static_cast<std::size_t>(m_blockSize);
-        m_output = std::make_unique<unsigned char[]>(static_cast<std::size_t>(m_missingCount) * blockSize);
-        unsigned char* blocks[kMaxShards];
-        unsigned char* lengthBlocks[kMaxShards];
-        for (int i = 0; i < m_missingCount; ++i) {
-            blocks[i] = outputBlock(i);
-            m_rebuiltLengths[i].set(static_cast<_uint32_t>(m_blockSize));
-            lengthBlocks[i] = m_rebuiltLengths[i].bytes;
+    // The codec's own refusal, with its line, which it gives before it looks at any matrix or output.
+    void refuseSize() {
+        rs_param_ shape = {m_mediaCount, m_mediaCount + m_fecCount, nullptr};
+        CRsFec::Decode(&shape, m_blocks, m_sizes, nullptr, nullptr, nullptr, 0);
+    }
+
+    // Decodes the length and the first bytes of each missing packet. False when memory is short.
+    bool probe(const CRsInterpolation& code) {
+        const std::size_t scratchSize = code.scratchSize(m_missingCount);
+        const Bytes scratch = allocate(scratchSize);
+        if (scratch == nullptr) {
+            return false;
         }
-        CRsFec::Decode(model, m_blocks, m_sizes, m_present, blocks, m_missing, m_missingCount);
-        CRsFec::Decode(model, m_lengthBlocks, static_cast<int>(sizeof(stLengthWord)), m_present, lengthBlocks,
-                       m_missing, m_missingCount);
+        unsigned char values[kProbeColumns][kMaxShards];
+        for (int shard = 0; shard < m_presentCount; ++shard) {
+            values[kLengthLow][shard] = static_cast<unsigned char>(m_lengths[shard]);
+            values[kLengthHigh][shard] = static_cast<unsigned char>(m_lengths[shard] >> 8);
+            values[kFlags][shard] = blockByte(shard, kFlagsOffset);
+            values[kSeqHigh][shard] = blockByte(shard, kSequenceNumberOffset);
+            values[kSeqLow][shard] = blockByte(shard, kSequenceNumberOffset + 1);
+        }
+        code.probe(m_missing, m_missingCount, values[0], kProbeColumns, scratch.get(), m_probed[0]);
+        countProducts(scratchSize * kProbeColumns);
+        return true;
     }
 
-    unsigned char* outputBlock(int i) const {
-        return m_output.get() + static_cast<std::size_t>(i) * static_cast<std::size_t>(m_blockSize);
+    unsigned char blockByte(int shard, int offset) const {
+        return offset < m_sizes[shard] ? m_blocks[shard][offset] : 0;
     }
+    int probedLength(int i) const { return m_probed[kLengthHigh][i] << 8 | m_probed[kLengthLow][i]; }
+    _uint16_t probedSeq(int i) const {
+        return static_cast<_uint16_t>(m_probed[kSeqHigh][i] << 8 | m_probed[kSeqLow][i]);
+    }
+
+    // Tells whether missing packet `i` has a length that its block can have, with room for its header as far
+    // as the first byte tells.
+    bool isLengthRight(int i) const {
+        const unsigned char* const flags = &m_probed[kFlags][i];
+        const int length = probedLength(i);
+        return length >= kFixedHeaderSize && length <= m_blockSize &&
+               (readExtensionFlag(flags) || length >= extensionOffset(flags));
+    }
+
+    // Packets with the right number are decoded whole. So are those with another number whose line depends on
+    // the length of an extension, if somebody reads the lines.
+    bool isWholeNeeded(int i) const {
+        return isLengthRight(i) && (probedSeq(i) == mediaSeq(m_missing[i]) ||
+                                    (readExtensionFlag(&m_probed[kFlags][i]) && isTraced(TRACE_WARNING)));
+    }
+
+    // Decodes the packets that are needed whole. False when memory is short.
+    bool decode(const CRsInterpolation& code) {
+        unsigned char wanted[kMaxShards];
+        int count = 0;
+        for (int i = 0; i < m_missingCount; ++i) {
+            m_isWhole[i] = isWholeNeeded(i);
+            if (m_isWhole[i]) {
+                wanted[count++] = m_missing[i];
+            }
+        }
+        if (count == 0) {
+            return true;
+        }
+        const std::size_t width = static_cast<std::size_t>(m_presentCount);
+        const std::size_t blockSize = static_cast<std::size_t>(m_blockSize);
+        const std::size_t rowBytes = static_cast<std::size_t>(count) * width;
+        m_output = allocate(rowBytes + static_cast<std::size_t>(count) * blockSize);
+        if (m_output == nullptr) {
+            return false;
+        }
+        unsigned char* blocks[kMaxShards];
+        for (int r = 0; r < count; ++r) {
+            code.fillRow(wanted[r], m_output.get() + static_cast<std::size_t>(r) * width);
+            blocks[r] = m_output.get() + rowBytes + static_cast<std::size_t>(r) * blockSize;
+        }
+        multiplyBlocks({blocks, count, m_output.get(), m_presentCount, m_blocks, m_presentCount}, m_sizes,
+                       m_blockSize);
+        countProducts(rowBytes * blockSize);
+        m_firstBlock = blocks[0];
+        return true;
+    }
+
+    static Bytes allocate(std::size_t size) { return Bytes(new (std::nothrow) unsigned char[size]); }
+    void countProducts(std::size_t bytes) { m_session.m_index->products += bytes; }
 
     void storePackets() {
         bool isAnyWrong = false;
+        unsigned char* block = m_firstBlock;
         for (int i = 0; i < m_missingCount; ++i) {
-            isAnyWrong |= !storePacket(mediaSeq(m_missing[i]), outputBlock(i), m_rebuiltLengths[i].get());
+            isAnyWrong |= !storePacket(i, block);
+            block += m_isWhole[i] ? m_blockSize : 0;
         }
         if (isAnyWrong) {
             TAL_TRACE(WARNING,
@@ -588,21 +639,23 @@ private:
         }
     }
 
-    // Takes one rebuilt packet into the session; false when it is not the packet that was asked for.
-    bool storePacket(_uint16_t expectedSeq, unsigned char* data, int length) {
-        if (length < kFixedHeaderSize || length > m_blockSize) {
+    // Takes missing packet `i`, decoded to `block` if it was needed whole, into the session; false when it is
+    // not the packet that was asked for.
+    bool storePacket(int i, unsigned char* block) {
+        const _uint16_t expectedSeq = mediaSeq(m_missing[i]);
+        if (!isLengthRight(i)) {
             return false;
         }
-        std::unique_ptr<CTalRtpPacket> packet(new CTalRtpPacket(data, length));
+        if (!m_isWhole[i]) {
+            return reportOtherNumber(probedSeq(i), expectedSeq);
+        }
+        std::unique_ptr<CTalRtpPacket> packet(new CTalRtpPacket(block, probedLength(i)));
         if (packet->get_payload_size() < 0) {
             return false;
         }
         const _uint16_t seq = packet->get_sequence_number();
         if (seq != expectedSeq) {
-            TAL_TRACE(WARNING,
-                      "CMMRTPSessionBase::recoverPacketWithRSFEC recover seq number is differ with request"
-                          << ", recoveredSeq = " << seq << ", requestSeq = " << expectedSeq);
-            return false;
+            return reportOtherNumber(seq, expectedSeq);
         }
         TAL_TRACE(INFO, "CMMRTPSessionBase::recoverPacketWithRSFEC recoveredSeq = "
                             << seq << ", recoveredTS = " << packet->get_timestamp()
@@ -618,6 +671,17 @@ private:
         return true;
     }
 
+    // Returns false.
+    static bool reportOtherNumber(_uint16_t seq, _uint16_t expectedSeq) {
+        TAL_TRACE(WARNING,
+                  "CMMRTPSessionBase::recoverPacketWithRSFEC recover seq number is differ with request"
+                      << ", recoveredSeq = " << seq << ", requestSeq = " << expectedSeq);
+        return false;
+    }
+
+    // What is decoded first: the rows of `m_probed`.
+    enum EProbe { kLengthLow, kLengthHigh, kFlags, kSeqHigh, kSeqLow, kProbeColumns };
+
     CMMRTPSessionBase& m_session;
     CRTPRSPacket& m_fecPacket;
     const int m_mediaCount;  // k
@@ -626,21 +690,22 @@ private:
     const _uint16_t m_fecSeq;
     const _uint16_t m_fecBase;
 
-    int m_present[kMaxShards];  // shard numbers at hand: media first, then parity
+    unsigned char m_present[kMaxShards];  // shard numbers at hand: media first, then parity
     int m_presentCount = 0;
     int m_presentMediaCount = 0;
-    int m_missing[kMaxShards];  // media shards to rebuild
+    unsigned char m_missing[kMaxShards];  // media shards to rebuild
     int m_missingCount = 0;
 
     unsigned char* m_blocks[kMaxShards];
     int m_sizes[kMaxShards];
-    stLengthWord m_lengths[kMaxShards];
-    unsigned char* m_lengthBlocks[kMaxShards];
+    _uint16_t m_lengths[kMaxShards];  // length words, of which the upper two bytes are always 0
 
     int m_blockSize = 0;  // of the largest parity block
     _uint16_t m_lastParitySeq = 0;
-    std::unique_ptr<unsigned char[]> m_output;
-    stLengthWord m_rebuiltLengths[kMaxShards];
+    unsigned char m_probed[kProbeColumns][kMaxShards];
+    bool m_isWhole[kMaxShards];
+    Bytes m_output;  // coefficients, then the blocks of the packets that are needed whole
+    unsigned char* m_firstBlock = nullptr;
 };
 
 void CMMRTPSessionBase::recoverPacketWithRSFEC(CRTPRSPacket* fecPacket, bool& keep) {

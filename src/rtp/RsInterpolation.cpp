@@ -1,0 +1,129 @@
+#include "RsInterpolation.h"
+
+#include <talrtp/RsFec.h>
+
+#include <algorithm>
+
+#include "kernels/GfKernel.h"
+#include "kernels/Kernels.h"
+
+namespace talrtp {
+
+namespace {
+
+constexpr int kPoints = CRsInterpolation::kMaxPositions;
+constexpr int kGroupOrder = 255;
+
+// The point at which the polynomials of position `position` are taken: 0, 1, alpha, alpha^2, ...
+unsigned char pointOf(int position) {
+    return position == 0 ? 0 : gf_exp[position - 1];
+}
+
+// The Walsh-Hadamard transform in place. Sums over all x of a(x) * b(x ^ y) become products under it, and
+// 256, by which the way back divides, is 1 modulo the order of the field's group.
+void transform(int (&values)[kPoints]) {
+    for (int step = 1; step < kPoints; step *= 2) {
+        for (int block = 0; block < kPoints; block += 2 * step) {
+            for (int i = block; i < block + step; ++i) {
+                const int sum = values[i] + values[i + step];
+                values[i + step] = values[i] - values[i + step];
+                values[i] = sum;
+            }
+        }
+    }
+}
+
+// The transform of the logarithms, that of 0 taken for 0, so that a point adds nothing to its own product.
+struct stLogTransform {
+    stLogTransform() {
+        std::copy(gf_log, gf_log + kPoints, values);
+        values[0] = 0;
+        transform(values);
+        for (int& value : values) {
+            value %= kGroupOrder;
+        }
+    }
+    int values[kPoints];
+};
+
+// The power of alpha; `log` is below three times the group's order.
+unsigned char power(int log) {
+    return gf_exp[log < 2 * kGroupOrder ? log : log - kGroupOrder];
+}
+
+}  // namespace
+
+CRsInterpolation::CRsInterpolation(const unsigned char* present, int count)
+    : m_present(present), m_count(count), m_logOfProduct() {
+    static const stLogTransform s_logs;
+    for (int j = 0; j < count; ++j) {
+        m_logOfProduct[pointOf(present[j])] = 1;
+    }
+    transform(m_logOfProduct);
+    for (int x = 0; x < kPoints; ++x) {
+        m_logOfProduct[x] = m_logOfProduct[x] * s_logs.values[x] % kGroupOrder;
+    }
+    transform(m_logOfProduct);
+    for (int& log : m_logOfProduct) {
+        log %= kGroupOrder;
+        log += log < 0 ? kGroupOrder : 0;
+    }
+}
+
+void CRsInterpolation::fillRow(unsigned char missing, unsigned char* row) const {
+    const unsigned char s = pointOf(missing);
+    for (int j = 0; j < m_count; ++j) {
+        const unsigned char p = pointOf(m_present[j]);
+        row[j] = power(m_logOfProduct[s] + (kGroupOrder - m_logOfProduct[p]) + (kGroupOrder - gf_log[s ^ p]));
+    }
+}
+
+namespace {
+
+// As many bytes as a kernel takes.
+std::size_t widthOf(int missingCount) {
+    const std::size_t count = static_cast<std::size_t>(missingCount);
+    return (count + kMultiplyBytes - 1) / kMultiplyBytes * kMultiplyBytes;
+}
+
+}  // namespace
+
+std::size_t CRsInterpolation::scratchSize(int missingCount) const {
+    return static_cast<std::size_t>(m_count) * widthOf(missingCount);
+}
+
+// The matrix of 1 / (s - p) is taken by columns: one column holds a factor for each missing block, so the
+// kernel works along the missing blocks. L'(p) divides the values before, L(s) multiplies the results after.
+void CRsInterpolation::probe(const unsigned char* missing, int missingCount, unsigned char* values,
+                             int columns, unsigned char* scratch, unsigned char* result) const {
+    const std::size_t width = widthOf(missingCount);
+    unsigned char points[kPoints] = {};
+    std::transform(missing, missing + missingCount, points, pointOf);
+    const unsigned char* sources[kPoints];
+    const unsigned char* const inverses = gf_div_table[1];
+    for (int j = 0; j < m_count; ++j) {
+        unsigned char* const column = scratch + static_cast<std::size_t>(j) * width;
+        const unsigned char p = pointOf(m_present[j]);
+        for (std::size_t i = 0; i < width; ++i) {
+            column[i] = inverses[points[i] ^ p];
+        }
+        sources[j] = column;
+        const unsigned char* const weight = gf_mul_table[gf_exp[kGroupOrder - m_logOfProduct[p]]];
+        for (int c = 0; c < columns; ++c) {
+            values[c * kPoints + j] = weight[values[c * kPoints + j]];
+        }
+    }
+    unsigned char* rows[kMaxColumns];
+    for (int c = 0; c < columns; ++c) {
+        rows[c] = result + c * kPoints;
+    }
+    getKernels().gf->multiply({rows, columns, values, kPoints, sources, m_count}, width);
+    for (int i = 0; i < missingCount; ++i) {
+        const unsigned char* const factor = gf_mul_table[gf_exp[m_logOfProduct[points[i]]]];
+        for (int c = 0; c < columns; ++c) {
+            rows[c][i] = factor[rows[c][i]];
+        }
+    }
+}
+
+}  // namespace talrtp
