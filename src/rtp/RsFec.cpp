@@ -1,6 +1,5 @@
 #include <talrtp/RsFec.h>
 
-#include "RsModelCache.h"
 #include "TalRtpTraceLine.h"
 #include "kernels/GfKernel.h"
 #include "kernels/Kernels.h"
@@ -454,7 +453,7 @@ class CErasures {
 public:
     // Borrows everything. Null sizes stand for blocks that are all alike.
     CErasures(const rs_param_& model, unsigned char** blocks, const int* sizes)
-        : m_model(model), m_blocks(blocks), m_sizes(sizes), m_missingCount(0) {
+        : m_model(model), m_blocks(blocks), m_sizes(sizes), m_missingCount(0), m_rows(m_ownRows) {
         clearFlags(m_isFilled, model.k);
     }
 
@@ -462,7 +461,7 @@ public:
     // and `lost` names missing source blocks alone, each once.
     bool deal(const int* index, const int* lost, int lostCount);
     // Computes the decoding rows of the missing blocks, in the order of `lost`. False when a pivot is zero,
-    // as it is when a parity block was given twice.
+    // as it is when a parity block was given twice, or memory is short.
     bool solve();
     // Writes the blocks that `lost` names.
     void rebuild(unsigned char** out, int lostCount, int length) const {
@@ -474,8 +473,10 @@ private:
     static constexpr int kRowBytes = kFieldSize;
     static constexpr std::size_t kRowStep = 64;         // whole vectors, at every kernel level
     static constexpr int kMaxMissing = kFieldSize / 2;  // there are no more missing blocks than parity blocks
+    static constexpr int kOwnRows = 16;                 // more of them go to the heap, off a small stack
 
-    unsigned char* row(int r) { return m_rows + r * kRowBytes; }
+    unsigned char* row(int r) const { return m_rows + r * kRowBytes; }
+    bool takeRows();
     void setSlot(int source, int block) {
         m_isFilled[source] = true;
         m_slots[source] = m_blocks[block];
@@ -499,7 +500,9 @@ private:
     bool m_isFilled[kFieldSize];
     unsigned char* m_slots[kFieldSize];
     int m_slotSizes[kFieldSize];
-    alignas(kRowStep) unsigned char m_rows[kMaxMissing * kRowBytes];
+    alignas(kRowStep) unsigned char m_ownRows[kOwnRows * kRowBytes];
+    std::unique_ptr<unsigned char[]> m_heapRows;
+    unsigned char* m_rows;
 };
 
 bool CErasures::deal(const int* index, const int* lost, int lostCount) {
@@ -543,7 +546,19 @@ bool CErasures::dealParity(const int* index, const int* parityBlocks, int parity
     return m_missingCount >= lostCount;
 }
 
+bool CErasures::takeRows() {
+    if (m_missingCount > kOwnRows) {
+        m_heapRows.reset(
+            new (std::nothrow) unsigned char[static_cast<std::size_t>(m_missingCount) * kRowBytes]);
+        m_rows = m_heapRows.get();
+    }
+    return m_rows != nullptr;
+}
+
 bool CErasures::solve() {
+    if (!takeRows()) {
+        return false;
+    }
     const std::size_t width = static_cast<std::size_t>(m_model.k);
     const std::size_t size = (width + kRowStep - 1) / kRowStep * kRowStep;
     for (int r = 0; r < m_missingCount; ++r) {
@@ -616,17 +631,18 @@ bool areSources(const int* lost, int lostCount, int k) {
     return true;
 }
 
-// Rebuilds any source blocks, present ones too, from the whole decoding matrix. Kept out of its caller, for
-// the matrix on the stack.
-__attribute__((noinline)) int rebuildAny(rs_param_& model, unsigned char** blocks, const int* sizes,
-                                         int length, int* index, unsigned char** out, const int* lost,
-                                         int lostCount) {
-    unsigned char matrix[kFieldSize * kFieldSize];
-    if (!areSources(lost, lostCount, model.k) || bld_dec_mat(&model, matrix, index) != 0) {
+// Rebuilds any source blocks, present ones too, from the whole decoding matrix.
+int rebuildAny(rs_param_& model, unsigned char** blocks, const int* sizes, int length, int* index,
+               unsigned char** out, const int* lost, int lostCount) {
+    const std::size_t width = static_cast<std::size_t>(model.k);
+    const std::unique_ptr<unsigned char[]> matrix(new (std::nothrow) unsigned char[width * width]);
+    if (matrix == nullptr || !areSources(lost, lostCount, model.k) ||
+        bld_dec_mat(&model, matrix.get(), index) != 0) {
         return 1;
     }
     for (int r = 0; r < lostCount; ++r) {
-        multiplyBlocks({out + r, 1, matrix + lost[r] * model.k, model.k, blocks, model.k}, sizes, length);
+        multiplyBlocks({out + r, 1, matrix.get() + lost[r] * model.k, model.k, blocks, model.k}, sizes,
+                       length);
     }
     return 0;
 }
@@ -669,8 +685,16 @@ int CRsFec::Decode(rs_param_* model, unsigned char** blocks, int* sizes, int* in
 namespace {
 
 // Key: k in the upper and n in the lower 16 bits. Owns the models; null stands for a refused pair.
-std::map<unsigned int, rs_param_*> s_rsModelMap;
-std::size_t s_rsModelCount = 0;  // entries that are not null
+typedef std::map<unsigned int, rs_param_*> ModelMap;
+
+// The map is never destroyed: a session may be destroyed after the static objects of the library, by an exit
+// handler that was registered before the library was loaded. The last release frees what the map holds.
+ModelMap& rsModelMap() {
+    alignas(ModelMap) static unsigned char s_storage[sizeof(ModelMap)];
+    static ModelMap* const s_map = new (s_storage) ModelMap;
+    return *s_map;
+}
+
 unsigned int s_rsRetainCount = 0;
 
 unsigned int makeModelKey(int k, int n) {
@@ -680,10 +704,9 @@ unsigned int makeModelKey(int k, int n) {
 }  // namespace
 
 rs_param_* GetRsModel(int k, int n) {
-    rs_param_*& model = s_rsModelMap[makeModelKey(k, n)];
+    rs_param_*& model = rsModelMap()[makeModelKey(k, n)];
     if (model == nullptr) {
         model = CRsFec::CreateRsModel(k, n);
-        s_rsModelCount += model != nullptr ? 1 : 0;
     }
     return model;
 }
@@ -705,20 +728,11 @@ void RsMapRelease() {
 }
 
 void RsMapClear() {
-    for (const auto& entry : s_rsModelMap) {
+    ModelMap& models = rsModelMap();
+    for (const auto& entry : models) {
         CRsFec::DeleteRsModel(entry.second);
     }
-    s_rsModelMap.clear();
-    s_rsModelCount = 0;
-}
-
-bool isRsModelCached(int k, int n) {
-    const auto entry = s_rsModelMap.find(makeModelKey(k, n));
-    return entry != s_rsModelMap.end() && entry->second != nullptr;
-}
-
-std::size_t getCachedRsModelCount() {
-    return s_rsModelCount;
+    models.clear();
 }
 
 }  // namespace talrtp

@@ -11,8 +11,6 @@ namespace talrtp {
 
 namespace {
 
-constexpr int kMaxBlocks = 256;
-
 // The next kMultiplyBytes bytes of blocks of which some end before: those are copied and padded with zeros.
 class CPaddedStrip {
 public:
@@ -21,23 +19,48 @@ public:
 
     // Computes `size` bytes, at most kMultiplyBytes, from `offset` on.
     void multiply(const stGfKernel& kernel, int offset, std::size_t size) {
-        for (int j = 0; j < m_product.count; ++j) {
-            m_sources[j] = pad(j, offset);
-        }
-        const bool isWhole = size == kMultiplyBytes;
-        for (int r = 0; r < m_product.rows; ++r) {
-            m_dst[r] = isWhole ? m_product.dst[r] + offset : m_results[r];
-        }
-        const stGfProduct strip = {m_dst,     m_product.rows, m_product.coefficients, m_product.stride,
-                                   m_sources, m_product.count};
-        kernel.multiply(strip, kMultiplyBytes);
-        for (int r = 0; r < m_product.rows && !isWhole; ++r) {
-            std::memcpy(m_product.dst[r] + offset, m_results[r], size);
+        for (int begin = 0; begin < m_product.count; begin += kSourcesAtOnce) {
+            const int count = std::min(m_product.count - begin, kSourcesAtOnce);
+            for (int j = 0; j < count; ++j) {
+                m_sources[j] = pad(m_copies[j], begin + j, offset);
+            }
+            for (int r = 0; r < m_product.rows; r += kRowsAtOnce) {
+                const int rows = std::min(m_product.rows - r, kRowsAtOnce);
+                addSources(kernel, r, rows, begin, count);
+                for (int i = 0; i < rows; ++i) {
+                    store(m_product.dst[r + i] + offset, m_results[i], size, begin == 0);
+                }
+            }
         }
     }
 
 private:
-    const unsigned char* pad(int j, int offset) {
+    // Little on a small stack, and enough for nearly every group to be one turn.
+    static constexpr int kRowsAtOnce = 16;
+    static constexpr int kSourcesAtOnce = 128;
+
+    // Computes `rows` results, from row `r` on, of the `count` sources from `begin` on.
+    void addSources(const stGfKernel& kernel, int r, int rows, int begin, int count) {
+        unsigned char* dst[kRowsAtOnce];
+        for (int i = 0; i < rows; ++i) {
+            dst[i] = m_results[i];
+        }
+        const unsigned char* const coefficients = m_product.coefficients + r * m_product.stride + begin;
+        kernel.multiply({dst, rows, coefficients, m_product.stride, m_sources, count}, kMultiplyBytes);
+    }
+
+    static void store(unsigned char* dst, const unsigned char* result, std::size_t size, bool isFirst) {
+        if (isFirst) {
+            std::memcpy(dst, result, size);
+            return;
+        }
+        for (std::size_t i = 0; i < size; ++i) {
+            dst[i] = static_cast<unsigned char>(dst[i] ^ result[i]);
+        }
+    }
+
+    // **Lends** the bytes of source `j`, padded in `copy` where they end.
+    const unsigned char* pad(unsigned char* copy, int j, int offset) const {
         static const unsigned char kZeros[kMultiplyBytes] = {};
         const int left = (m_sizes != nullptr ? m_sizes[j] : m_length) - offset;
         if (left >= static_cast<int>(kMultiplyBytes)) {
@@ -46,18 +69,17 @@ private:
         if (left <= 0) {
             return kZeros;
         }
-        std::memcpy(m_copies[j], m_product.sources[j] + offset, static_cast<std::size_t>(left));
-        std::memset(m_copies[j] + left, 0, kMultiplyBytes - static_cast<std::size_t>(left));
-        return m_copies[j];
+        std::memcpy(copy, m_product.sources[j] + offset, static_cast<std::size_t>(left));
+        std::memset(copy + left, 0, kMultiplyBytes - static_cast<std::size_t>(left));
+        return copy;
     }
 
     const stGfProduct& m_product;
     const int* m_sizes;
     int m_length;
-    const unsigned char* m_sources[kMaxBlocks];
-    unsigned char* m_dst[kMaxBlocks];
-    unsigned char m_copies[kMaxBlocks][kMultiplyBytes];
-    unsigned char m_results[kMaxBlocks][kMultiplyBytes];
+    const unsigned char* m_sources[kSourcesAtOnce];
+    unsigned char m_copies[kSourcesAtOnce][kMultiplyBytes];
+    unsigned char m_results[kRowsAtOnce][kMultiplyBytes];
 };
 
 }  // namespace
