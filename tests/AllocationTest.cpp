@@ -3,6 +3,7 @@
 // too. A sanitizer has functions of its own there, so nothing is counted under one.
 
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <talrtp/TalRtpPacket.h>
 #include <talrtp/TalRtpSession.h>
 
@@ -230,6 +231,57 @@ TEST_F(AllocationTest, FecPacketsInNumbersThatMoveOnAskForThePacketAndItsBytesAl
         }
     }
 }
+
+// A thousand XOR FEC packets whose length never fits are tried, in vain, when a media packet leaves each one
+// packet to rebuild.
+TEST_F(AllocationTest, XorTriesInVainAskForNothing) {
+    constexpr unsigned short kTries = 1000;
+    CMMRTPSession4SVC warm(&sink, kSourceId);
+    warm.SetFecType(RTP_FEC_XOR);
+    const auto receiveBy = [&](Bytes datagram) {
+        watch([&] { warm.InputReceivedData(datagram.data(), static_cast<int>(datagram.size()), m_now); });
+    };
+    receiveBy(rtp(1, kTimestamp, unitOf(1)));
+    XorFec fields;
+    fields.base = 100;
+    fields.length = 0xffff;
+    for (unsigned short i = 0; i < kTries; ++i) {
+        fields.seq = i;
+        fields.mask = 0xc00000;
+        receiveBy(fields.bytes());
+    }
+    receiveBy(rtp(100, kTimestamp, unitOf(100)));
+    EXPECT_EQ(s_requests.count, 2);
+}
+
+#if TALRTP_COUNTS_ALLOCATIONS
+// What each FEC packet of a group of its own keeps beside its object and its bytes.
+TEST_F(AllocationTest, FecPacketThatWaitsKeepsAtMost256BytesBesideItsOwn) {
+    constexpr unsigned int kPackets = 20000;
+    constexpr std::size_t kHeapHeader = 8;
+    const std::size_t own =
+        (sizeof(CTalRtpPacket) + kHeapHeader + 15) / 16 * 16 + (1300 + 88 + kHeapHeader + 15) / 16 * 16;
+    for (const unsigned long type : {RTP_FEC_RS, RTP_FEC_XOR}) {
+        CMMRTPSession4SVC waiting(&sink, kSourceId);
+        waiting.SetFecType(type);
+        RsFecFields rs;
+        rs.count = 127;
+        rs.mediaCount = 129;
+        XorFec exclusiveOr;
+        const std::size_t before = mallinfo2().uordblks;
+        for (unsigned int i = 0; i < kPackets; ++i) {
+            rs.seq = exclusiveOr.seq = static_cast<unsigned short>(i);
+            rs.base = exclusiveOr.base = static_cast<unsigned short>(2 * i);
+            exclusiveOr.mask = 0xffffff;
+            Bytes datagram = type == RTP_FEC_RS ? rs.bytes() : exclusiveOr.bytes();
+            waiting.InputReceivedData(datagram.data(), static_cast<int>(datagram.size()), m_now);
+        }
+        const std::size_t kept = mallinfo2().uordblks - before;
+        EXPECT_GE(kept, kPackets * own) << type;
+        EXPECT_LE(kept, kPackets * (own + 256)) << type;
+    }
+}
+#endif
 
 }  // namespace
 }  // namespace test

@@ -333,5 +333,81 @@ TEST_F(RsStepBudgetTest, ARebuiltPacketIsMultipliedOnce) {
     EXPECT_EQ(1u, mediaCount());
 }
 
+// A media packet is counted at up to 255 media bases, in a tree of groups at each.
+constexpr _uint64_t kBases = 255;
+
+// A tree of up to 65536 groups is balanced by chance; this is twice its usual depth, there and back, and
+// more.
+constexpr _uint64_t kTree = 200;
+
+// Groups that may have a FEC packet: those of the FEC packets at most 255 numbers away.
+constexpr _uint64_t kFecGroups = 511;
+
+TEST_F(RsStepBudgetTest, MediaBehindManyGroupsOverOneWindowCostsOneTree) {
+    for (unsigned int i = 0; i < kNumbers; ++i) {
+        ASSERT_LE(input(parity(i, 1000, 200, 1, 0, 4)), kFecGroups + kTree) << i;
+    }
+    ASSERT_EQ(kNumbers, fecCount());
+    for (unsigned int i = 0; i < 198; ++i) {
+        ASSERT_LE(input(single(1000 + i, 0)), kTree) << i;
+    }
+    EXPECT_EQ(kNumbers, fecCount());
+}
+
+TEST_F(RsStepBudgetTest, MediaBehindGroupsOfEveryBaseAndLengthCostsATreeForEachBase) {
+    for (unsigned int i = 0; i < kNumbers; ++i) {
+        input(parity(i, 1000 + i % 256, 150 + i / 256 % 105, 1, 0, 4));
+    }
+    ASSERT_EQ(kNumbers, fecCount());
+    for (unsigned int i = 0; i < 140; ++i) {
+        ASSERT_LE(input(single(1255 - i, 0)), kBases * 20) << i;
+    }
+    EXPECT_EQ(kNumbers, fecCount());
+}
+
+TEST_F(RsStepBudgetTest, AFecPacketIsCountedInTheGroupsAroundItOnly) {
+    for (unsigned int i = 0; i < kNumbers; ++i) {
+        ASSERT_LE(input(parity(i, 2 * i, 129, 127, 0, 0)), 127 * 3 + kTree) << i;
+    }
+    EXPECT_EQ(kNumbers, fecCount());
+}
+
+// One try of a group that lacks a shard makes the whole group wait again.
+TEST_F(RsStepBudgetTest, AGroupThatLostAShardToItsTryIsNotTriedForEachMember) {
+    constexpr unsigned int kGroups = 300;
+    constexpr unsigned int kParity = 88;
+    for (unsigned int i = 0; i < kGroups * kParity; ++i) {
+        const unsigned int base = 1000 - i / kParity % (kParity + 1);
+        input(parity(i, base, kParity + 1, kParity, i % kParity, 100));
+    }
+    // The try of the first member looks at each shard. Marking, and unmarking, takes a step for each member.
+    constexpr unsigned int kTry = 2 * kParity + 1;
+    EXPECT_LE(input(single(1000, 0)), kGroups * (kTry + 4 * kParity + kTree));
+}
+
+// Media that comes, ages out and comes again in the windows of many groups: what left is counted back once.
+TEST_F(RsStepBudgetTest, MediaThatAgesOutAndComesAgainCostsNoLookAtEveryGroup) {
+    constexpr unsigned int kGroups = 20000;
+    unsigned int other = 40000;
+    const auto refresh = [&](unsigned long now) {  // keeps the groups' timestamp from ageing out
+        input(single(other++, 0), now);
+    };
+    for (unsigned int i = 0; i < kGroups; ++i) {
+        input(parity(i, 1000, 200, 1, 0, 4));
+    }
+    unsigned long now = 0;
+    for (unsigned int round = 0; round < 3; ++round) {
+        for (unsigned int i = 0; i < 150; ++i) {
+            ASSERT_LE(input(single(1000 + (round * 50 + i) % 200, 1), now), kTree * 150) << i;
+        }
+        for (const unsigned long later : {2000u, 4000u, 6000u}) {
+            refresh(now + later);
+        }
+        now += 6000;
+        ASSERT_EQ(other - 40000, mediaCount());
+        ASSERT_EQ(kGroups, fecCount());
+    }
+}
+
 }  // namespace
 }  // namespace talrtp

@@ -1,12 +1,18 @@
 #include "TalRtpFecWaiting.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <new>
 
 namespace talrtp {
 
 namespace {
 
-constexpr unsigned int kXorSpare = 1;
+// Multiplier and increment of a linear congruential generator over 32 bits.
+constexpr _uint32_t kRandomFactor = 1664525;
+constexpr _uint32_t kRandomStep = 1013904223;
+
+constexpr _uint32_t kHashFactor = 2654435769;  // 2^32 over the golden ratio
 
 }  // namespace
 
@@ -24,36 +30,59 @@ CFecWaiting::CFecWaiting(CNodePool* pool, const CSequenceSet& media, const CSequ
       m_media(media),
       m_fec(fec),
       m_steps(steps),
+      m_secret(static_cast<_uint32_t>(reinterpret_cast<std::uintptr_t>(this) >> 4)),
+      m_random(m_secret),
       m_ready(false),
-      m_sharedGroups(std::less<_uint64_t>(), GroupMap::allocator_type(pool)) {}
+      m_bases(false),
+      m_fecBases(false),
+      m_left(false) {}
 
 CFecWaiting::~CFecWaiting() = default;
 
+// --- Members ---
+
 void CFecWaiting::addXor(_uint16_t fecSeq, _uint16_t base, _uint32_t mask) {
-    Group* const group = static_cast<Group*>(m_pool->take(sizeof(Group)));
-    *group = Group();
-    group->mediaBase = base;
-    group->mediaCount = kXorMaskBits;
-    group->unprotected = ~xorMaskWindow(mask) & ((1u << kXorMaskBits) - 1);
-    group->spare = kXorSpare;
-    group->firstMember = kNone;
+    const _uint32_t window = xorMaskWindow(mask);
+    const unsigned int place = placeOf(base, window);
+    XorGroup* const first = m_xorGroups.peek(place);
+    XorGroup* group = first;
+    while (group != nullptr && (group->base != base || group->window != window)) {
+        ++m_steps;
+        group = group->next;
+    }
+    if (group == nullptr) {
+        group = make<XorGroup>(base);
+        group->isXor = true;
+        group->next = first;
+        if (first != nullptr) {
+            first->previous = group;
+        }
+        group->window = window;
+        group->turn = (m_random >> 8) % kXorMaskBits;
+        group->watches[0].group = group;
+        group->watches[1].group = group;
+        (first != nullptr ? m_xorGroups[place] : m_xorGroups.claim(place)) = group;
+    }
     join(group, fecSeq);
 }
 
 void CFecWaiting::addRs(_uint16_t fecSeq, _uint16_t base, unsigned int mediaCount, _uint16_t fecBase,
                         unsigned int fecCount) {
-    Group wanted = Group();
-    wanted.mediaBase = base;
+    RsGroup wanted = RsGroup();
+    wanted.base = base;
     wanted.fecBase = fecBase;
-    wanted.mediaCount = mediaCount;
-    wanted.fecCount = fecCount;
-    wanted.spare = fecCount;
-    wanted.isShared = true;
-    wanted.firstMember = kNone;
-    Group*& group = m_sharedGroups[keyOf(wanted)];
+    wanted.mediaCount = static_cast<unsigned char>(mediaCount);
+    wanted.fecCount = static_cast<unsigned char>(fecCount);
+    RsGroup* group = findRs(wanted);
     if (group == nullptr) {
-        group = static_cast<Group*>(m_pool->take(sizeof(Group)));
-        *group = wanted;
+        group = make<RsGroup>(base);
+        group->least = kNever;
+        group->priority = m_random;
+        group->fecBase = fecBase;
+        group->mediaCount = wanted.mediaCount;
+        group->fecCount = wanted.fecCount;
+        setRoot(base, insert(m_roots.peek(base), group));
+        linkFec(group);
     }
     join(group, fecSeq);
 }
@@ -82,14 +111,25 @@ void CFecWaiting::remove(_uint16_t fecSeq) {
 void CFecWaiting::waitAgain(_uint16_t fecSeq) {
     Group* const group = m_members.peek(fecSeq).group;
     m_ready.erase(fecSeq);
-    if (group != nullptr && !group->isWaiting) {
-        setWatches(group);
+    if (group == nullptr || group->isWaiting) {
+        return;
     }
+    for (int member = group->firstMember; member != kNone;
+         member = m_members.peek(static_cast<unsigned int>(member)).next) {
+        ++m_steps;
+        m_ready.erase(static_cast<_uint16_t>(member));
+    }
+    wait(*group);
 }
 
-_uint64_t CFecWaiting::keyOf(const Group& group) {
-    return _uint64_t(group.mediaBase) << 48 | _uint64_t(group.fecBase) << 32 |
-           _uint64_t(group.mediaCount) << 16 | group.fecCount;
+// **Returns** a group without members, from the pool.
+template <typename Kind>
+Kind* CFecWaiting::make(_uint16_t base) {
+    Kind* const group = new (m_pool->take(sizeof(Kind))) Kind();
+    m_random = m_random * kRandomFactor + kRandomStep;
+    group->firstMember = kNone;
+    group->base = base;
+    return group;
 }
 
 void CFecWaiting::join(Group* group, _uint16_t fecSeq) {
@@ -100,133 +140,417 @@ void CFecWaiting::join(Group* group, _uint16_t fecSeq) {
     }
     group->firstMember = fecSeq;
     if (first == kNone) {
-        setWatches(group);
+        wait(*group);
     } else if (!group->isWaiting) {
         m_ready.insert(fecSeq);
     }
 }
 
 void CFecWaiting::freeGroup(Group* group) {
-    clearWatches(group);
-    if (group->isShared) {
-        m_sharedGroups.erase(keyOf(*group));
-    }
-    m_pool->give(group, sizeof(Group));
-}
-
-// Moves all watches of a number, of which `watch` is the first, to others that are missing.
-void CFecWaiting::moveWatches(Watch* watch) {
-    while (watch != nullptr) {
-        ++m_steps;
-        Watch* const following = watch->nextOfNumber;
-        Group* const group = watch->group;
-        const int position = nextMissing(*group, group->cursor);
-        if (position != kNone) {
-            unlinkFromNumber(watch);
-            linkToNumber(watch, numberAt(*group, static_cast<unsigned int>(position)));
-            group->cursor = static_cast<unsigned int>(position) + 1;
-        } else {
-            clearWatches(group);
-            setWatches(group);
-        }
-        watch = following;
+    if (group->isXor) {
+        freeXor(static_cast<XorGroup*>(group));
+    } else {
+        freeRs(static_cast<RsGroup*>(group));
     }
 }
 
-// Watches the first missing positions, one more than may be missing. Where there are not as many, the group
-// is ready.
-void CFecWaiting::setWatches(Group* group) {
-    unsigned int watched = 0;
-    int position = nextMissing(*group, 0);
-    while (position != kNone && watched <= group->spare) {
-        ++m_steps;
-        Watch* const watch = static_cast<Watch*>(m_pool->take(sizeof(Watch)));
-        watch->group = group;
-        watch->nextOfGroup = group->firstWatch;
-        group->firstWatch = watch;
-        linkToNumber(watch, numberAt(*group, static_cast<unsigned int>(position)));
-        group->cursor = static_cast<unsigned int>(position) + 1;
-        ++watched;
-        position = nextMissing(*group, group->cursor);
+void CFecWaiting::freeRs(RsGroup* group) {
+    setRoot(group->base, erase(m_roots.peek(group->base), *group));
+    if (m_bases.isEmpty() && !m_left.isEmpty()) {
+        m_left.clear();
     }
-    group->isWaiting = watched > group->spare;
-    if (!group->isWaiting) {
-        clearWatches(group);
+    unlinkFec(group);
+    m_pool->give(group, sizeof(RsGroup));
+}
+
+void CFecWaiting::freeXor(XorGroup* group) {
+    if (group->isWaiting) {
+        unlink(&group->watches[0]);
+        unlink(&group->watches[1]);
+    }
+    const unsigned int place = placeOf(group->base, group->window);
+    if (group->next != nullptr) {
+        group->next->previous = group->previous;
+    }
+    if (group->previous != nullptr) {
+        group->previous->next = group->next;
+    } else if (group->next != nullptr) {
+        m_xorGroups[place] = group->next;
+    } else {
+        m_xorGroups.release(place);
+    }
+    m_pool->give(group, sizeof(XorGroup));
+}
+
+// Lets a group wait for as many packets as it lacks; one that lacks none is ready.
+void CFecWaiting::wait(Group& group) {
+    if (group.isXor) {
+        waitXor(static_cast<XorGroup&>(group));
+    } else {
+        waitRs(static_cast<RsGroup&>(group));
+    }
+    if (!group.isWaiting) {
         markReady(group);
     }
 }
 
-void CFecWaiting::clearWatches(Group* group) {
-    while (group->firstWatch != nullptr) {
-        ++m_steps;
-        Watch* const watch = group->firstWatch;
-        group->firstWatch = watch->nextOfGroup;
-        unlinkFromNumber(watch);
-        m_pool->give(watch, sizeof(Watch));
-    }
-    group->isWaiting = false;
-}
-
-void CFecWaiting::markReady(const Group* group) {
-    for (int fecSeq = group->firstMember; fecSeq != kNone;
+void CFecWaiting::markReady(const Group& group) {
+    for (int fecSeq = group.firstMember; fecSeq != kNone;
          fecSeq = m_members.peek(static_cast<unsigned int>(fecSeq)).next) {
         ++m_steps;
         m_ready.insert(static_cast<_uint16_t>(fecSeq));
     }
 }
 
-// Returns the first position, not below `position`, whose packet is not at hand, or kNone.
-int CFecWaiting::nextMissing(const Group& group, unsigned int position) const {
-    constexpr unsigned int kWindow = 64;
-    while (position < group.mediaCount + group.fecCount) {
+// --- Reed-Solomon ---
+
+CFecWaiting::RsGroup* CFecWaiting::findRs(const RsGroup& wanted) const {
+    RsGroup* group = m_roots.peek(wanted.base);
+    while (group != nullptr) {
         ++m_steps;
-        const bool isMedia = position < group.mediaCount;
-        const unsigned int end = isMedia ? group.mediaCount : group.mediaCount + group.fecCount;
-        const unsigned int count = std::min(end - position, kWindow);
-        const CSequenceSet& numbers = isMedia ? m_media : m_fec;
-        _uint64_t missing = ~numbers.window(static_cast<_uint16_t>(numberAt(group, position)), count);
-        if (isMedia && group.unprotected != 0) {
-            missing &= ~(_uint64_t(group.unprotected) >> position);
+        if (isBefore(wanted, *group)) {
+            group = group->left;
+        } else if (isBefore(*group, wanted)) {
+            group = group->right;
+        } else {
+            return group;
         }
-        if (count < kWindow) {
-            missing &= (_uint64_t(1) << count) - 1;
-        }
-        if (missing != 0) {
-            return static_cast<int>(position) + __builtin_ctzll(missing);
-        }
-        position += count;
     }
-    return kNone;
+    return nullptr;
 }
 
-CFecWaiting::Number CFecWaiting::numberAt(const Group& group, unsigned int position) {
-    if (position < group.mediaCount) {
-        return static_cast<_uint16_t>(group.mediaBase + position);
+void CFecWaiting::waitRs(RsGroup& group) {
+    const unsigned int k = group.mediaCount;
+    countBack(group.base, k);
+    const unsigned int known = m_media.count(group.base, k) + m_fec.count(group.fecBase, group.fecCount);
+    if (known >= k) {
+        return;
     }
-    return kFirstFecNumber + static_cast<_uint16_t>(group.fecBase + position - group.mediaCount);
+    const int slack = static_cast<int>(k - known);
+    change(m_roots.peek(group.base), group, [slack](RsGroup& waiting) {
+        waiting.slack = slack;
+        waiting.isWaiting = true;
+    });
 }
 
-void CFecWaiting::linkToNumber(Watch* watch, Number number) {
+// A packet that left and came again near a waiting group has changed nothing.
+void CFecWaiting::countMedia(_uint16_t seq) {
+    const bool isCounted = m_left.contains(seq);
+    m_left.erase(seq);
+    countBack(static_cast<_uint16_t>(seq - kReach), 2 * kReach + 1);
+    if (!isCounted) {
+        addAround(seq, -1);
+    }
+}
+
+// Counts the media numbers back that left, of `count` from `first` on.
+void CFecWaiting::countBack(_uint16_t first, unsigned int count) {
+    if (m_left.isEmpty()) {
+        return;
+    }
+    _uint16_t seq;
+    while (m_left.findNext(first, seq) && static_cast<_uint16_t>(seq - first) < count) {
+        ++m_steps;
+        m_left.erase(seq);
+        addAround(seq, 1);
+    }
+}
+
+// Adds to the slack of every group that media packet `seq` belongs to.
+void CFecWaiting::addAround(_uint16_t seq, int change) {
+    constexpr unsigned int kWindow = 64;
+    for (unsigned int far = kReach + 1; far > 0; far -= kWindow) {
+        const _uint16_t first = static_cast<_uint16_t>(seq + 1 - far);
+        _uint64_t bases = m_bases.window(first, kWindow);
+        ++m_steps;
+        while (bases != 0) {
+            const unsigned int i = static_cast<unsigned int>(__builtin_ctzll(bases));
+            bases &= bases - 1;
+            RsGroup* const root = m_roots.peek(static_cast<_uint16_t>(first + i));
+            addToLonger(root, far - 1 - i, change);
+            takeReady(root);
+        }
+    }
+}
+
+void CFecWaiting::countFec(_uint16_t seq) {
+    for (unsigned int distance = 0; distance < kReach; ++distance) {
+        const _uint16_t from = static_cast<_uint16_t>(seq - distance);
+        _uint16_t base;
+        if (!m_fecBases.findPrevious(from, base)) {
+            return;
+        }
+        distance += static_cast<_uint16_t>(from - base);  // beyond the reach after a whole round
+        if (distance >= kReach) {
+            return;
+        }
+        for (RsGroup* group = m_fecGroups.peek(base); group != nullptr; group = group->next) {
+            ++m_steps;
+            if (group->isWaiting && distance < group->fecCount) {
+                RsGroup* const root = m_roots.peek(group->base);
+                change(root, *group, [](RsGroup& waiting) { --waiting.slack; });
+                takeReady(root);
+            }
+        }
+    }
+}
+
+void CFecWaiting::linkFec(RsGroup* group) {
+    const _uint16_t base = group->fecBase;
+    RsGroup* const first = m_fecGroups.peek(base);
+    group->next = first;
+    if (first != nullptr) {
+        first->previous = group;
+        m_fecGroups[base] = group;
+    } else {
+        m_fecGroups.claim(base) = group;
+        m_fecBases.insert(base);
+    }
+}
+
+void CFecWaiting::unlinkFec(RsGroup* group) {
+    const _uint16_t base = group->fecBase;
+    if (group->next != nullptr) {
+        group->next->previous = group->previous;
+    }
+    if (group->previous != nullptr) {
+        group->previous->next = group->next;
+    } else if (group->next != nullptr) {
+        m_fecGroups[base] = group->next;
+    } else {
+        m_fecGroups.release(base);
+        m_fecBases.erase(base);
+    }
+}
+
+// --- The tree: a treap, in which no node has a higher priority than its parent ---
+
+// The order of the tree: by length, then by the other numbers.
+bool CFecWaiting::isBefore(const RsGroup& a, const RsGroup& b) {
+    const auto key = [](const RsGroup& group) {
+        return _uint32_t(group.mediaCount) << 24 | _uint32_t(group.fecBase) << 8 | group.fecCount;
+    };
+    return key(a) < key(b);
+}
+
+void CFecWaiting::setRoot(_uint16_t base, RsGroup* root) {
+    RsGroup* const before = m_roots.peek(base);
+    if (before == nullptr && root != nullptr) {
+        m_roots.claim(base) = root;
+        m_bases.insert(base);
+    } else if (before != nullptr && root == nullptr) {
+        m_roots.release(base);
+        m_bases.erase(base);
+    } else if (before != root) {
+        m_roots[base] = root;
+    }
+}
+
+// Adds to the slack of a whole subtree.
+void CFecWaiting::add(RsGroup* group, int change) {
+    if (group != nullptr) {
+        group->slack += change;
+        group->least += change;
+        group->pending += change;
+    }
+}
+
+void CFecWaiting::passOn(RsGroup* group) {
+    if (group->pending != 0) {
+        add(group->left, group->pending);
+        add(group->right, group->pending);
+        group->pending = 0;
+    }
+}
+
+void CFecWaiting::sumUp(RsGroup* group) {
+    int least = group->isWaiting ? group->slack : kNever;
+    least = group->left != nullptr ? std::min(least, group->left->least) : least;
+    group->least = group->right != nullptr ? std::min(least, group->right->least) : least;
+}
+
+// Parts a subtree into the groups before `at` and the rest.
+void CFecWaiting::split(RsGroup* group, const RsGroup& at, RsGroup*& below, RsGroup*& rest) {
+    if (group == nullptr) {
+        below = nullptr;
+        rest = nullptr;
+        return;
+    }
+    passOn(group);
+    if (isBefore(*group, at)) {
+        below = group;
+        split(group->right, at, group->right, rest);
+    } else {
+        rest = group;
+        split(group->left, at, below, group->left);
+    }
+    sumUp(group);
+}
+
+CFecWaiting::RsGroup* CFecWaiting::merge(RsGroup* below, RsGroup* rest) {
+    if (below == nullptr || rest == nullptr) {
+        return below != nullptr ? below : rest;
+    }
+    if (below->priority >= rest->priority) {
+        passOn(below);
+        below->right = merge(below->right, rest);
+        sumUp(below);
+        return below;
+    }
+    passOn(rest);
+    rest->left = merge(below, rest->left);
+    sumUp(rest);
+    return rest;
+}
+
+// Returns the new root.
+CFecWaiting::RsGroup* CFecWaiting::insert(RsGroup* root, RsGroup* group) {
+    if (root == nullptr || root->priority < group->priority) {
+        split(root, *group, group->left, group->right);
+        sumUp(group);
+        return group;
+    }
+    passOn(root);
+    RsGroup*& child = isBefore(*group, *root) ? root->left : root->right;
+    child = insert(child, group);
+    sumUp(root);
+    return root;
+}
+
+CFecWaiting::RsGroup* CFecWaiting::erase(RsGroup* root, const RsGroup& group) {
+    passOn(root);
+    if (root == &group) {
+        return merge(root->left, root->right);
+    }
+    RsGroup*& child = isBefore(group, *root) ? root->left : root->right;
+    child = erase(child, group);
+    sumUp(root);
+    return root;
+}
+
+// Applies a change to one group in the subtree of `root`.
+template <typename Change>
+void CFecWaiting::change(RsGroup* root, RsGroup& group, Change apply) {
+    ++m_steps;
+    passOn(root);
+    if (root == &group) {
+        apply(group);
+    } else {
+        change(isBefore(group, *root) ? root->left : root->right, group, apply);
+    }
+    sumUp(root);
+}
+
+// Adds to the slack of the groups with more than `distance` media packets.
+void CFecWaiting::addToLonger(RsGroup* group, unsigned int distance, int change) {
+    if (group == nullptr) {
+        return;
+    }
+    ++m_steps;
+    passOn(group);
+    if (group->mediaCount > distance) {
+        group->slack += change;
+        add(group->right, change);
+        addToLonger(group->left, distance, change);
+    } else {
+        addToLonger(group->right, distance, change);
+    }
+    sumUp(group);
+}
+
+// Marks the groups ready that lack nothing any more; they wait no longer.
+void CFecWaiting::takeReady(RsGroup* group) {
+    if (group == nullptr || group->least > 0) {
+        return;
+    }
+    ++m_steps;
+    passOn(group);
+    takeReady(group->left);
+    takeReady(group->right);
+    if (group->isWaiting && group->slack <= 0) {
+        group->isWaiting = false;
+        markReady(*group);
+    }
+    sumUp(group);
+}
+
+// --- XOR ---
+
+unsigned int CFecWaiting::placeOf(_uint16_t base, _uint32_t window) const {
+    constexpr unsigned int kHashBits = 32;
+    return ((window ^ m_secret) * kRandomFactor + base) * kHashFactor >> (kHashBits - kPlaceBits);
+}
+
+_uint32_t CFecWaiting::missing(const XorGroup& group) const {
+    return group.window & ~static_cast<_uint32_t>(m_media.window(group.base, kXorMaskBits));
+}
+
+// Returns the place of one of `bits`, different from group to group, so that an arrival meets few groups;
+// kNone when there is none.
+int CFecWaiting::choose(const XorGroup& group, _uint32_t bits) {
+    if (bits == 0) {
+        return kNone;
+    }
+    const _uint32_t later = bits >> group.turn << group.turn;
+    return __builtin_ctz(later != 0 ? later : bits);
+}
+
+// Watches two missing packets. Where there are not as many, the group does not wait.
+void CFecWaiting::waitXor(XorGroup& group) {
+    const _uint32_t bits = missing(group);
+    ++m_steps;
+    if ((bits & (bits - 1)) == 0) {
+        return;
+    }
+    const int first = choose(group, bits);
+    const int second = choose(group, bits & ~(_uint32_t(1) << first));
+    group.isWaiting = true;
+    link(&group.watches[0], static_cast<_uint16_t>(group.base + first));
+    link(&group.watches[1], static_cast<_uint16_t>(group.base + second));
+}
+
+// Moves all watches of a number that arrived, of which `watch` is the first, to others that are missing.
+void CFecWaiting::moveWatches(Watch* watch) {
+    while (watch != nullptr) {
+        ++m_steps;
+        Watch* const following = watch->next;
+        XorGroup& group = *watch->group;
+        Watch& other = group.watches[watch == &group.watches[0] ? 1 : 0];
+        const unsigned int otherPlace = static_cast<_uint16_t>(other.number - group.base);
+        const int place = choose(group, missing(group) & ~(_uint32_t(1) << otherPlace));
+        unlink(watch);
+        if (place != kNone) {
+            link(watch, static_cast<_uint16_t>(group.base + place));
+        } else {
+            unlink(&other);
+            group.isWaiting = false;
+            markReady(group);
+        }
+        watch = following;
+    }
+}
+
+void CFecWaiting::link(Watch* watch, _uint16_t number) {
     Watch* const first = m_watchesOf.peek(number);
     watch->number = number;
-    watch->previousOfNumber = nullptr;
-    watch->nextOfNumber = first;
+    watch->previous = nullptr;
+    watch->next = first;
     if (first != nullptr) {
-        first->previousOfNumber = watch;
+        first->previous = watch;
         m_watchesOf[number] = watch;
     } else {
         m_watchesOf.claim(number) = watch;
     }
 }
 
-void CFecWaiting::unlinkFromNumber(Watch* watch) {
-    if (watch->nextOfNumber != nullptr) {
-        watch->nextOfNumber->previousOfNumber = watch->previousOfNumber;
+void CFecWaiting::unlink(Watch* watch) {
+    if (watch->next != nullptr) {
+        watch->next->previous = watch->previous;
     }
-    if (watch->previousOfNumber != nullptr) {
-        watch->previousOfNumber->nextOfNumber = watch->nextOfNumber;
-    } else if (watch->nextOfNumber != nullptr) {
-        m_watchesOf[watch->number] = watch->nextOfNumber;
+    if (watch->previous != nullptr) {
+        watch->previous->next = watch->next;
+    } else if (watch->next != nullptr) {
+        m_watchesOf[watch->number] = watch->next;
     } else {
         m_watchesOf.release(watch->number);
     }

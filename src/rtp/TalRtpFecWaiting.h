@@ -1,14 +1,22 @@
 // Which stored FEC packets may have something new to give.
 //
 // A FEC packet is kept while more of its group's packets are missing than its code can do without: 1 for XOR,
-// the number of parity packets m for Reed-Solomon. Trying it again before enough of them came is in vain. So
-// a group watches that many of its missing numbers and one more: as long as all of these are missing, it
-// still waits. When a watched number arrives, the watch moves to another missing number; when there is none
-// left, the group's FEC packets are marked ready. Each arrival therefore costs only the groups that watch it,
-// and a watch moves forward over the group at most once.
+// the number of parity packets m for Reed-Solomon. Trying it again before enough of them came is in vain. An
+// arrival must not cost a look at every group that waits for its number either, for forged groups overlap as
+// their senders like.
 //
-// A number that leaves again (its timestamp aged out) only makes a group wait longer, so nothing is done
-// then.
+// Reed-Solomon groups lack a number of packets, their *slack*, and become ready when it reaches 0. The groups
+// over one media base form a tree by their length k, in which each subtree knows its smallest slack. A media
+// packet at distance d from a base lowers the slack of all groups there with k > d: the right part of the
+// tree, noted at log(n) nodes. There are at most 255 such bases. A FEC packet is counted in each of its
+// groups by itself: those begin at most 255 numbers before it, and each was filed for a FEC packet at most
+// 255 numbers behind its begin, so there are at most 511.
+//
+// XOR groups protect any of 24 packets. Each watches two missing ones: while these are missing, it waits.
+//
+// A number that leaves again (its timestamp aged out) makes groups wait longer. Media numbers that left are
+// counted back when something arrives near them; FEC numbers are not, so a group is then only tried too
+// early.
 
 #ifndef TALRTP_SRC_TALRTPFECWAITING_H
 #define TALRTP_SRC_TALRTPFECWAITING_H
@@ -37,52 +45,79 @@ public:
     // Files a FEC packet just stored, by what it protects. `mask`: bit 23 - i for packet base + i.
     void addXor(_uint16_t fecSeq, _uint16_t base, _uint32_t mask);
     // The same for parity of `mediaCount` packets from `base` on and `fecCount` parity packets from `fecBase`
-    // on.
+    // on; both together are at most 256.
     void addRs(_uint16_t fecSeq, _uint16_t base, unsigned int mediaCount, _uint16_t fecBase,
                unsigned int fecCount);
     // Forgets a FEC packet, if it is filed.
     void remove(_uint16_t fecSeq);
 
-    // A packet came to be at hand.
-    void mediaArrived(_uint16_t seq) { arrived(seq); }
-    void fecArrived(_uint16_t seq) { arrived(kFirstFecNumber + seq); }
+    // A packet came to be at hand, or left. Of a FEC packet that is to be filed, this is told before.
+    void mediaArrived(_uint16_t seq) {
+        if (Watch* const watch = m_watchesOf.peek(seq)) {
+            moveWatches(watch);
+        }
+        if (!m_bases.isEmpty()) {
+            countMedia(seq);
+        }
+    }
+    void mediaLeft(_uint16_t seq) {
+        if (!m_bases.isEmpty()) {
+            m_left.insert(seq);
+        }
+    }
+    void fecArrived(_uint16_t seq) {
+        if (!m_fecBases.isEmpty()) {
+            countFec(seq);
+        }
+    }
 
     // The FEC numbers that are worth another try.
     const CSequenceSet& ready() const { return m_ready; }
-    // Lets a FEC packet whose try was in vain wait again.
+    // Lets a FEC packet whose try was in vain wait again, and with it all that are filed for the same
+    // numbers.
     void waitAgain(_uint16_t fecSeq);
 
 private:
-    // A number to wait for: a media sequence number, or kFirstFecNumber plus a FEC sequence number.
-    typedef _uint32_t Number;
-    static constexpr Number kFirstFecNumber = CSequenceSet::kNumbers;
-    static constexpr Number kNumbers = 2 * CSequenceSet::kNumbers;
     static constexpr int kNone = -1;
+    static constexpr int kNever = 1 << 29;  // the slack that groups which do not wait count for
+    static constexpr unsigned int kReach = 255;
+    static constexpr unsigned int kPlaceBits = 12;
 
-    struct Watch;
-
-    // The packets of one FEC group. Its positions are the protected media packets, then the parity packets.
+    // FEC packets with the same numbers.
     struct Group {
-        _uint16_t mediaBase;
-        _uint16_t fecBase;
-        unsigned int mediaCount;
-        unsigned int fecCount;
-        _uint32_t unprotected;  // bit i: media packet i is not protected; XOR groups only
-        unsigned int spare;     // how many may be missing
-        bool isShared;          // filed under its key, for all parity packets of the group
-        bool isWaiting;         // has its watches set
-        unsigned int cursor;    // positions from here on are not watched
-        Watch* firstWatch;
         int firstMember;  // FEC sequence number, or kNone
+        _uint16_t base;   // of the media packets
+        bool isXor;
+        bool isWaiting;
     };
-
-    // A group's interest in one missing number; linked with the other watches of the number and of the group.
+    // A node of the tree over its media base, which is a treap.
+    struct RsGroup : Group {
+        RsGroup* left;
+        RsGroup* right;
+        RsGroup* next;      // of those whose parity packets begin at the same number
+        RsGroup* previous;  // likewise
+        int slack;          // how many packets more it needs, without what ancestors are still to pass on
+        int least;          // the smallest slack of the groups in this subtree that wait
+        int pending;        // to be added to the slack of everything below
+        _uint32_t priority;
+        _uint16_t fecBase;
+        unsigned char mediaCount;
+        unsigned char fecCount;
+    };
+    // A group's interest in one missing number; linked with the others of the number.
+    struct XorGroup;
     struct Watch {
-        Group* group;
-        Number number;
-        Watch* nextOfNumber;
-        Watch* previousOfNumber;
-        Watch* nextOfGroup;
+        XorGroup* group;
+        Watch* next;
+        Watch* previous;
+        _uint16_t number;
+    };
+    struct XorGroup : Group {
+        Watch watches[2];
+        XorGroup* next;  // of those at the same place of the table
+        XorGroup* previous;
+        _uint32_t window;   // bit i: media packet base + i is protected
+        unsigned int turn;  // where its search for a packet to watch begins
     };
 
     struct Member {
@@ -91,39 +126,71 @@ private:
         int previous;
     };
 
-    typedef std::map<_uint64_t, Group*, std::less<_uint64_t>,
-                     CNodeAllocator<std::pair<const _uint64_t, Group*>>>
-        GroupMap;
+    // --- Members ---
 
-    static _uint64_t keyOf(const Group& group);
-
+    template <typename Kind>
+    Kind* make(_uint16_t base);
     void join(Group* group, _uint16_t fecSeq);
     void freeGroup(Group* group);
+    void freeRs(RsGroup* group);
+    void freeXor(XorGroup* group);
+    void wait(Group& group);
+    void markReady(const Group& group);
 
-    void arrived(Number number) {
-        if (Watch* const watch = m_watchesOf.peek(number)) {
-            moveWatches(watch);
-        }
-    }
+    // --- Reed-Solomon ---
+
+    RsGroup* findRs(const RsGroup& wanted) const;
+    void waitRs(RsGroup& group);
+    void countMedia(_uint16_t seq);
+    void countFec(_uint16_t seq);
+    void countBack(_uint16_t first, unsigned int count);
+    void addAround(_uint16_t seq, int change);
+    void linkFec(RsGroup* group);
+    void unlinkFec(RsGroup* group);
+
+    // --- The tree ---
+
+    static bool isBefore(const RsGroup& a, const RsGroup& b);
+    void setRoot(_uint16_t base, RsGroup* root);
+    static void add(RsGroup* group, int change);
+    static void passOn(RsGroup* group);
+    static void sumUp(RsGroup* group);
+    static void split(RsGroup* group, const RsGroup& at, RsGroup*& below, RsGroup*& rest);
+    static RsGroup* merge(RsGroup* below, RsGroup* rest);
+    static RsGroup* insert(RsGroup* root, RsGroup* group);
+    static RsGroup* erase(RsGroup* root, const RsGroup& group);
+    template <typename Change>
+    void change(RsGroup* root, RsGroup& group, Change apply);
+    void addToLonger(RsGroup* group, unsigned int distance, int change);
+    void takeReady(RsGroup* group);
+
+    // --- XOR ---
+
+    unsigned int placeOf(_uint16_t base, _uint32_t window) const;
+    _uint32_t missing(const XorGroup& group) const;
+    static int choose(const XorGroup& group, _uint32_t bits);
+    void waitXor(XorGroup& group);
     void moveWatches(Watch* watch);
-    void setWatches(Group* group);
-    void clearWatches(Group* group);
-    void markReady(const Group* group);
+    void link(Watch* watch, _uint16_t number);
+    void unlink(Watch* watch);
 
-    int nextMissing(const Group& group, unsigned int position) const;
-    static Number numberAt(const Group& group, unsigned int position);
-
-    void linkToNumber(Watch* watch, Number number);
-    void unlinkFromNumber(Watch* watch);
-
-    CNodePool* m_pool;  // the groups and their watches
+    CNodePool* m_pool;  // the groups
     const CSequenceSet& m_media;
     const CSequenceSet& m_fec;
     _uint64_t& m_steps;
+    const _uint32_t m_secret;  // so that nobody outside can guess trees and hashes
+    _uint32_t m_random;
     CSequenceSet m_ready;
-    GroupMap m_sharedGroups;
-    CSlotTable<Member> m_members;              // by FEC sequence number
-    CSlotTable<Watch*, kNumbers> m_watchesOf;  // by number: the first one of its list
+    CSlotTable<Member> m_members;  // by FEC sequence number
+
+    CSlotTable<RsGroup*> m_roots;      // by media base
+    CSequenceSet m_bases;              // those that have a tree
+    CSlotTable<RsGroup*> m_fecGroups;  // by the number at which the parity packets begin: the first of a list
+    CSequenceSet m_fecBases;
+    CSequenceSet m_left;  // media numbers that left, and are still counted as if they had not
+
+    CSlotTable<XorGroup*, 1u << kPlaceBits> m_xorGroups;  // by a hash of base and mask: the first of a list
+    CSlotTable<Watch*> m_watchesOf;                       // by media number: the first of a list
 };
 
 }  // namespace talrtp

@@ -60,9 +60,21 @@ void CReceiveIndex::removeMedia(_uint16_t seq) {
     media.release(seq);
     openUnit = stOpenUnit();
     mediaNumbers.erase(seq);
-    knownNumbers.erase(seq);
+    forget(seq);
     m_startStops.insert(seq);
     m_endStops.insert(seq);
+}
+
+void CReceiveIndex::know(_uint16_t seq) {
+    if (!knownNumbers.contains(seq)) {
+        knownNumbers.insert(seq);
+        waiting.mediaArrived(seq);
+    }
+}
+
+void CReceiveIndex::forget(_uint16_t seq) {
+    knownNumbers.erase(seq);
+    waiting.mediaLeft(seq);
 }
 
 void CReceiveIndex::prefetchRun(_uint16_t seq) const {

@@ -109,6 +109,9 @@ public:
     void addMedia(_uint16_t seq, CTalRtpPacket* packet, CMMRTPSessionBase::PacketMap::iterator entry);
     void setUnitBounds(_uint16_t seq, bool starts, bool ends);
     void removeMedia(_uint16_t seq);
+    // Notes that a media packet is at hand, stored or rebuilt, or is not any more.
+    void know(_uint16_t seq);
+    void forget(_uint16_t seq);
     // Fetches what a walk over a run, now at `seq`, will read: the packet, and packet objects some numbers
     // behind it.
     void prefetchRun(_uint16_t seq) const;

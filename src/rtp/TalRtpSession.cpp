@@ -236,8 +236,7 @@ void CMMRTPSessionBase::storeMediaPacket(CTalRtpPacket* packet, unsigned short s
     const auto entry = m_mediaPacketList.emplace_hint(place, seq, packet);
     entry->second = packet;  // an entry that held null is filled
     m_index->addMedia(seq, packet, entry);
-    m_index->knownNumbers.insert(seq);
-    m_index->waiting.mediaArrived(seq);
+    m_index->know(seq);
 }
 
 CTalRtpPacket* CMMRTPSessionBase::getMediaPacketBySeq(unsigned short seq) const {
@@ -507,7 +506,7 @@ void CMMRTPSessionBase::clearAllList() {
     m_fecPacketList.clear();
     for (const auto& entry : m_recoverPacketList) {
         delete entry.second;
-        m_index->knownNumbers.erase(entry.first);
+        m_index->forget(entry.first);
     }
     m_recoverPacketList.clear();
 }

@@ -81,6 +81,7 @@ void CMMRTPSessionBase::storeFecPacket(CTalRtpPacket* fecPacket) {
     }
     m_index->fec.claim(seq) = stFecSlot{fecPacket, entry, nullptr, stTalRtpTSInfo::SeqList::iterator()};
     m_index->fecNumbers.insert(seq);
+    m_index->waiting.fecArrived(seq);
     if (const auto* const xorPacket = dynamic_cast<const CRTPFECPacket*>(fecPacket)) {
         m_index->waiting.addXor(seq, xorPacket->get_fec_sequence_number_base(), xorPacket->get_fec_mask());
     } else if (const auto* const rsPacket = dynamic_cast<const CRTPRSPacket*>(fecPacket)) {
@@ -88,7 +89,6 @@ void CMMRTPSessionBase::storeFecPacket(CTalRtpPacket* fecPacket) {
         m_index->waiting.addRs(seq, rsPacket->get_rs_sequence_number_base(), rsPacket->get_rs_mask(), fecBase,
                                rsPacket->get_rs_count());
     }
-    m_index->waiting.fecArrived(seq);
 }
 
 // Destroys the FEC packet stored under `seq`, if there is one, and takes it out of the FEC list and the
@@ -253,8 +253,7 @@ CTalRtpPacket* CMMRTPSessionBase::getKnownMediaPacket(unsigned short seq) const 
 // **Takes** a rebuilt packet into the list of those to be dealt.
 void CMMRTPSessionBase::storeRecoveredPacket(unsigned short seq, CTalRtpPacket* packet) {
     m_recoverPacketList[seq] = packet;
-    m_index->knownNumbers.insert(seq);
-    m_index->waiting.mediaArrived(seq);
+    m_index->know(seq);
 }
 
 // --- XOR recovery (RFC 2733, 7) ---
@@ -298,17 +297,14 @@ void CMMRTPSessionBase::recoverPacketWithXORFEC(CRTPFECPacket* fecPacket, bool& 
 
 namespace {
 
-// A packet under reconstruction: what is XORed together of the headers, and the body behind the fixed header,
-// which grows in the new packet's own buffer.
+// A packet under reconstruction: what is XORed together of the headers, and the bodies behind the fixed
+// headers, which are touched only when the packet's length and header turn out to fit.
 class CXorRecovery {
 public:
     // `bodyCapacity`: room behind the fixed header, at least 0.
-    CXorRecovery(_uint16_t seq, int bodyCapacity)
-        : m_packet(new CTalRtpPacket(kFixedHeaderSize + bodyCapacity)),
-          m_seq(seq),
-          m_bodyCapacity(bodyCapacity) {}
+    CXorRecovery(_uint16_t seq, int bodyCapacity) : m_seq(seq), m_bodyCapacity(bodyCapacity) {}
 
-    void addFecPacket(CRTPFECPacket& fec) {
+    void addFecPacket(const CRTPFECPacket& fec) {
         m_padding = fec.get_fec_recover_pad_flag();
         m_extension = fec.get_fec_recover_extension_flag();
         m_csrcCount = fec.get_fec_recover_contrib_src_count();
@@ -319,7 +315,7 @@ public:
         addBody(fec.get_payload_ptr() + kFecHeaderSize, fec.get_payload_size() - kFecHeaderSize);
     }
 
-    void addMediaPacket(CTalRtpPacket& packet) {
+    void addMediaPacket(const CTalRtpPacket& packet) {
         const int bodySize = packet.get_packet_size() - kFixedHeaderSize;
         m_padding ^= packet.get_pad_flag();
         m_extension ^= packet.get_extension_flag();
@@ -333,39 +329,68 @@ public:
         addBody(packet.get_buffer() + kFixedHeaderSize, bodySize);
     }
 
-    // **Returns** the packet with its header written, or null when its length fits neither its buffer nor its
-    // header.
-    CTalRtpPacket* finish(_uint32_t ssrc) {
-        m_packet->set_version(kVersion);
-        m_packet->set_pad_flag(m_padding);
-        m_packet->set_extension_flag(m_extension);
-        m_packet->set_contrib_src_count(m_csrcCount);
-        m_packet->set_marker_flag(m_marker);
-        m_packet->set_payload_type(m_payloadType);
-        m_packet->set_sequence_number(m_seq);
-        m_packet->set_timestamp(m_timestamp);
-        m_packet->set_sync_source(ssrc);
-        const int headerSize = m_packet->get_header_size();
+    // **Returns** the packet, or null, before anything is allocated, when its length fits neither its buffer
+    // nor its header.
+    CTalRtpPacket* make(_uint32_t ssrc) const {
         const int packetSize = m_length + kFixedHeaderSize;
-        if (packetSize > m_packet->get_buffer_size() || packetSize < headerSize) {
+        const int headerSize = rebuiltHeaderSize();
+        if (m_length > m_bodyCapacity || packetSize < headerSize) {
             return nullptr;
         }
-        m_packet->set_payload_size(packetSize - headerSize);
-        return m_packet.release();
+        std::unique_ptr<CTalRtpPacket> packet(new CTalRtpPacket(kFixedHeaderSize + m_bodyCapacity));
+        writeHeader(*packet, ssrc);
+        unsigned char* const target = packet->get_buffer() + kFixedHeaderSize;
+        for (int i = 0; i < m_bodyCount; ++i) {
+            deployXorProcess(target, target, m_bodies[i], m_sizes[i]);
+        }
+        packet->set_payload_size(packetSize - headerSize);
+        return packet.release();
     }
 
 private:
+    static constexpr int kMaxBodies = kXorMaskBits + 1;
+
     void addBody(unsigned char* body, int size) {
         if (m_bodyCapacity < size) {
             TAL_TRACE(WARNING,
                       "CMMRTPSessionBase::recoverPacket recovered packet size is too small, recoveredSeq = "
                           << m_seq << ", recoveredLen = " << m_bodyCapacity << ", recoverLen = " << size);
         }
-        unsigned char* const target = m_packet->get_buffer() + kFixedHeaderSize;
-        deployXorProcess(target, target, body, std::min(size, m_bodyCapacity));
+        m_bodies[m_bodyCount] = body;
+        m_sizes[m_bodyCount++] = std::min(size, m_bodyCapacity);
     }
 
-    std::unique_ptr<CTalRtpPacket> m_packet;
+    void writeHeader(CTalRtpPacket& packet, _uint32_t ssrc) const {
+        packet.set_version(kVersion);
+        packet.set_pad_flag(m_padding);
+        packet.set_extension_flag(m_extension);
+        packet.set_contrib_src_count(m_csrcCount);
+        packet.set_marker_flag(m_marker);
+        packet.set_payload_type(m_payloadType);
+        packet.set_sequence_number(m_seq);
+        packet.set_timestamp(m_timestamp);
+        packet.set_sync_source(ssrc);
+    }
+
+    // What the packet's own header will say, of which an extension's length lies in the bodies.
+    int rebuiltHeaderSize() const {
+        unsigned char header[kSpareSize] = {};
+        writeFlag(header + kFlagsOffset, kExtensionMask, m_extension);
+        header[kFlagsOffset] = static_cast<unsigned char>(header[kFlagsOffset] | m_csrcCount);
+        const int offset = extensionOffset(header) + kExtensionLengthOffset;
+        header[offset] = bodyByte(offset - kFixedHeaderSize);
+        header[offset + 1] = bodyByte(offset - kFixedHeaderSize + 1);
+        return readHeaderSize(header);
+    }
+
+    unsigned char bodyByte(int offset) const {
+        unsigned char byte = 0;
+        for (int i = 0; i < m_bodyCount; ++i) {
+            byte = static_cast<unsigned char>(byte ^ (offset < m_sizes[i] ? m_bodies[i][offset] : 0));
+        }
+        return byte;
+    }
+
     _uint16_t m_seq;
     int m_bodyCapacity;
     bool m_padding = false;
@@ -375,6 +400,9 @@ private:
     _uint8_t m_payloadType = 0;
     _uint32_t m_timestamp = 0;
     _uint16_t m_length = 0;
+    int m_bodyCount = 0;
+    unsigned char* m_bodies[kMaxBodies];
+    int m_sizes[kMaxBodies];
 };
 
 }  // namespace
@@ -400,7 +428,7 @@ CTalRtpPacket* CMMRTPSessionBase::recoverPacket(unsigned short seq, CRTPFECPacke
             recovery.addMediaPacket(*packet);
         }
     }
-    return recovery.finish(fecPacket->get_sync_source());
+    return recovery.make(fecPacket->get_sync_source());
 }
 
 // --- Reed-Solomon recovery ---
