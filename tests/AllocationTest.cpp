@@ -281,6 +281,83 @@ TEST_F(AllocationTest, FecPacketThatWaitsKeepsAtMost256BytesBesideItsOwn) {
         EXPECT_LE(kept, kPackets * (own + 256)) << type;
     }
 }
+
+class MemoryGoesBackTest : public AllocationTest {
+protected:
+    static constexpr std::size_t kMayStay = 64 * 1024;
+
+    static std::size_t inUse() {
+        const struct mallinfo2 info = mallinfo2();
+        return info.uordblks + info.hblkhd;
+    }
+
+    // Lets everything age out, with a packet of its own.
+    void ageOut(CMMRTPSession4SVC& of, unsigned long now) {
+        Bytes last = rtp(40000, 0xffffffff, unitOf(1));
+        of.InputReceivedData(last.data(), static_cast<int>(last.size()), now);
+    }
+};
+
+TEST_F(MemoryGoesBackTest, AfterWaitingFecPacketsAgedOut) {
+    for (const unsigned long type : {RTP_FEC_RS, RTP_FEC_XOR}) {
+        CMMRTPSession4SVC flooded(&sink, kSourceId);
+        flooded.SetFecType(type);
+        const std::size_t before = inUse();
+        RsFecFields rs;
+        rs.count = 127;
+        rs.mediaCount = 129;
+        XorFec exclusiveOr;
+        exclusiveOr.mask = 0xffffff;
+        for (unsigned int i = 0; i < 65536; ++i) {
+            rs.seq = exclusiveOr.seq = static_cast<unsigned short>(i);
+            rs.base = exclusiveOr.base = static_cast<unsigned short>(2 * i);
+            rs.timestamp = exclusiveOr.timestamp = i / 8;
+            Bytes datagram = type == RTP_FEC_RS ? rs.bytes() : exclusiveOr.bytes();
+            flooded.InputReceivedData(datagram.data(), static_cast<int>(datagram.size()), 1000);
+        }
+        ASSERT_GT(inUse(), before + 65536 * 1500);
+        ageOut(flooded, 7000);
+        EXPECT_LE(inUse(), before + kMayStay) << type;
+    }
+}
+
+TEST_F(MemoryGoesBackTest, AfterAFullListOfMediaAgedOut) {
+    CMMRTPSession4SVC flooded(&sink, kSourceId);
+    const std::size_t before = inUse();
+    for (unsigned int i = 0; i < 65535; ++i) {
+        Bytes datagram = rtp(static_cast<unsigned short>(i), i, fragment(kMiddle, {1}));
+        flooded.InputReceivedData(datagram.data(), static_cast<int>(datagram.size()), 1000);
+    }
+    ASSERT_GT(inUse(), before + 65535 * 1500);
+    Bytes last = rtp(65535, 0xffffffff, unitOf(1));
+    flooded.InputReceivedData(last.data(), static_cast<int>(last.size()), 7000);
+    EXPECT_LE(inUse(), before + kMayStay);
+}
+
+TEST_F(MemoryGoesBackTest, AfterALargeUnitAgedOut) {
+    CMMRTPSession4SVC receiver(&sink, kSourceId);
+    const std::size_t before = inUse();
+    constexpr unsigned short kFragments = 100;
+    constexpr std::size_t kData = 60000;
+    const auto receiveUnit = [&](unsigned short first, unsigned long at) {
+        for (unsigned short i = 0; i < kFragments; ++i) {
+            const unsigned char flags = i == 0 ? kStart : i + 1 == kFragments ? kEnd : kMiddle;
+            Bytes datagram =
+                rtp(static_cast<unsigned short>(first + i), first, fragment(flags, Bytes(kData, 7)));
+            receiver.InputReceivedData(datagram.data(), static_cast<int>(datagram.size()), at);
+        }
+    };
+    sink.handovers = 0;
+    receiveUnit(100, 1000);
+    receiveUnit(300, 5000);
+    ASSERT_EQ(sink.handovers, 2);
+    ageOut(receiver, 9000);  // the first unit is gone, and the buffer was needed a moment ago
+    ASSERT_GT(inUse(), before + 2 * kFragments * kData - kFragments * kData / 2);
+    ageOut(receiver, 11000);
+    Bytes later = rtp(40001, 4712, unitOf(2));
+    receiver.InputReceivedData(later.data(), static_cast<int>(later.size()), 16500);
+    EXPECT_LE(inUse(), before + kMayStay);
+}
 #endif
 
 }  // namespace

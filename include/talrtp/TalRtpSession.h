@@ -45,20 +45,25 @@ public:
     CNodePool& operator=(const CNodePool&) = delete;
 
     // **Returns owned** room for `size` bytes, aligned for any type. Return it by `give` with the same size.
+    // Throws std::bad_alloc when memory is short.
     void* take(std::size_t size);
-    // **Takes** back a node that `take` returned for the same `size`. The pool keeps the memory for later
-    // nodes.
+    // **Takes** back a node that `take` returned for the same `size`. The pool keeps little of the memory that
+    // no node uses.
     void give(void* node, std::size_t size);
 
 private:
-    struct FreeNode;
+    struct Page;
     static constexpr std::size_t kGranularity = 16;
-    static constexpr std::size_t kClasses = 64;  // nodes of up to 1024 bytes; larger ones go through the heap
+    static constexpr std::size_t kClasses = 64;  // nodes of up to 1008 bytes; larger ones go through the heap
 
-    FreeNode* m_free[kClasses];
-    void* m_slabs;
-    char* m_slabCursor;
-    char* m_slabEnd;
+    TALRTP_LOCAL Page* takePage(std::size_t nodeSize);
+    TALRTP_LOCAL void givePage(Page* page);
+    TALRTP_LOCAL void link(Page* page);
+    TALRTP_LOCAL void unlink(Page* page);
+
+    Page* m_open[kClasses];  // pages with room, by class
+    Page* m_spare;           // pages without nodes in use
+    unsigned int m_spareCount;
 };
 
 // The allocator of the session's lists: one node at a time out of a `CNodePool`. A host meets it only as a

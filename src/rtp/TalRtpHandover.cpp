@@ -13,6 +13,8 @@ CHandoverBuffer::~CHandoverBuffer() {
 }
 
 unsigned char* CHandoverBuffer::take(std::size_t& size) {
+    constexpr std::size_t kShare = 4;
+    m_isNeeded |= size > m_size / kShare;
     unsigned char* bytes = m_bytes;
     if (bytes == nullptr || m_size < size) {
         std::free(bytes);
@@ -28,6 +30,17 @@ void CHandoverBuffer::give(unsigned char* bytes, std::size_t size) {
     std::free(m_bytes);
     m_bytes = bytes;
     m_size = size;
+}
+
+void CHandoverBuffer::ageLarge(_uint64_t now, _uint64_t keptFor) {
+    if (m_isNeeded) {
+        m_isNeeded = false;
+        m_neededAt = now;
+    } else if (m_bytes != nullptr && now - m_neededAt >= keptFor) {
+        std::free(m_bytes);
+        m_bytes = nullptr;
+        m_size = 0;
+    }
 }
 
 namespace {

@@ -4,6 +4,7 @@
 #ifndef TALRTP_SRC_TALRTPHANDOVER_H
 #define TALRTP_SRC_TALRTPHANDOVER_H
 
+#include <talrtp/TalRtpDefs.h>
 #include <talrtp/TalRtpPacket.h>
 
 #include <cstddef>
@@ -22,10 +23,22 @@ public:
     unsigned char* take(std::size_t& size);
     // **Takes** them back.
     void give(unsigned char* bytes, std::size_t size);
+    // Frees the bytes, if they are many, when no hand-over since `now - keptFor` needed as much as a quarter.
+    void age(_uint64_t now, _uint64_t keptFor) {
+        if (m_size > kAlwaysKept) {
+            ageLarge(now, keptFor);
+        }
+    }
 
 private:
+    static constexpr std::size_t kAlwaysKept = 8 * 1024;
+
+    void ageLarge(_uint64_t now, _uint64_t keptFor);
+
     unsigned char* m_bytes = nullptr;
     std::size_t m_size = 0;
+    bool m_isNeeded = false;  // a quarter of it, since it was last asked
+    _uint64_t m_neededAt = 0;
 };
 
 // A packet with the RTP header of a received one and room for a new payload.

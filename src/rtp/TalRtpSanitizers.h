@@ -1,22 +1,42 @@
-// Whether the library may recycle memory without telling the allocator. AddressSanitizer could not tell a
-// block in use from a recycled one, so under it every block returns to the heap.
+// What AddressSanitizer is told of memory that is used again behind the allocator's back: a block that waits
+// for its next use must not be touched.
 
 #ifndef TALRTP_SRC_TALRTPSANITIZERS_H
 #define TALRTP_SRC_TALRTPSANITIZERS_H
 
-namespace talrtp {
+#include <cstddef>
 
 #if defined(__SANITIZE_ADDRESS__)
-constexpr bool kMayReuse = false;
+#define TALRTP_POISONS 1
 #elif defined(__has_feature)
 #if __has_feature(address_sanitizer)
-constexpr bool kMayReuse = false;
-#else
-constexpr bool kMayReuse = true;
+#define TALRTP_POISONS 1
 #endif
-#else
-constexpr bool kMayReuse = true;
 #endif
+
+#ifdef TALRTP_POISONS
+#include <sanitizer/asan_interface.h>
+#endif
+
+namespace talrtp {
+
+inline void poison(const void* memory, std::size_t size) {
+#ifdef TALRTP_POISONS
+    __asan_poison_memory_region(memory, size);
+#else
+    static_cast<void>(memory);
+    static_cast<void>(size);
+#endif
+}
+
+inline void unpoison(const void* memory, std::size_t size) {
+#ifdef TALRTP_POISONS
+    __asan_unpoison_memory_region(memory, size);
+#else
+    static_cast<void>(memory);
+    static_cast<void>(size);
+#endif
+}
 
 }  // namespace talrtp
 

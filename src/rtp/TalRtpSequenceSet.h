@@ -150,7 +150,7 @@ private:
 
 // One slot for each number, `Slot()` until it is claimed. Slots come in pages; a page whose last slot is
 // released serves the next numbers, so that a window of numbers that moves on stays in the memory that it
-// began in.
+// began in. One such page is kept.
 template <typename Slot, unsigned int kCount = CSequenceSet::kNumbers>
 class CSlotTable {
 public:
@@ -159,11 +159,7 @@ public:
         for (Page* const page : m_pages) {
             delete page;
         }
-        while (m_spare != nullptr) {
-            Page* const page = m_spare;
-            m_spare = page->next;
-            delete page;
-        }
+        delete m_spare;
     }
     CSlotTable(const CSlotTable&) = delete;
     CSlotTable& operator=(const CSlotTable&) = delete;
@@ -189,19 +185,18 @@ public:
         Page*& page = m_pages[number / kPageSlots];
         page->slots[number % kPageSlots] = Slot();
         if (--page->claimed == 0) {
-            page->next = m_spare;
+            delete m_spare;
             m_spare = page;
             page = nullptr;
         }
     }
 
 private:
-    static constexpr unsigned int kPageSlots = 256;
+    static constexpr unsigned int kPageSlots = 128;
 
     struct Page {
         Slot slots[kPageSlots];
         unsigned int claimed;
-        Page* next;
     };
 
     Page* takePage() {
@@ -209,7 +204,7 @@ private:
             return new Page();
         }
         Page* const page = m_spare;
-        m_spare = page->next;
+        m_spare = nullptr;
         return page;
     }
 

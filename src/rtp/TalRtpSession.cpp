@@ -449,6 +449,7 @@ bool CMMRTPSessionBase::isEndSeq(unsigned short /*seq*/) {
 // --- Ageing and clean-up ---
 
 void CMMRTPSessionBase::checkAllLists() {
+    m_index->handover.age(m_lastReceivedTime, kStaleAfter);
     const CAgeOrder& order = m_index->ageOrder;
     while (order.oldest() != nullptr && isStale(*order.oldest(), m_lastReceivedTime)) {
         ageOut(order.oldest());
