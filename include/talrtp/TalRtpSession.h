@@ -47,8 +47,8 @@ public:
     // **Returns owned** room for `size` bytes, aligned for any type. Return it by `give` with the same size.
     // Throws std::bad_alloc when memory is short.
     void* take(std::size_t size);
-    // **Takes** back a node that `take` returned for the same `size`. The pool keeps little of the memory that
-    // no node uses.
+    // **Takes** back a node that `take` returned for the same `size`. The pool keeps little of the memory
+    // that no node uses.
     void give(void* node, std::size_t size);
 
 private:
@@ -340,10 +340,14 @@ private:
 
     // **Returns owned** a packet over a copy of `data`, of the class that payload type and FEC type require.
     TALRTP_LOCAL CTalRtpPacket* makeReceivedPacket(unsigned char* data, int dataLen) const;
-    // **Takes** a packet that is new: stores it, records it, deals it.
-    TALRTP_LOCAL void takeMediaPacket(CTalRtpPacket* packet, unsigned int timestamp, unsigned short seq);
+    // Does the work of `InputReceivedData`; std::bad_alloc may pass.
+    TALRTP_LOCAL int inputDatagram(unsigned char* data, int dataLen, unsigned long receivedTime);
+    // **Takes** a packet that is new: stores it, counts it, records it, deals it.
+    TALRTP_LOCAL void takeMediaPacket(CTalRtpPacket* packet, _uint64_t& counter, _uint64_t& byteCounter);
     // **Takes** a packet into the media list and the index.
     TALRTP_LOCAL void storeMediaPacket(CTalRtpPacket* packet, unsigned short seq);
+    // Destroys a packet that was stored last and could not be recorded.
+    TALRTP_LOCAL void dropMediaPacket(unsigned int timestamp, unsigned short seq);
     // Records a packet under its timestamp. **Lends** the record.
     TALRTP_LOCAL stTalRtpTSRecord* noteMediaPacket(unsigned int timestamp, unsigned short seq);
     // Extends a unit to `endSeq`, unless it reaches further already.
@@ -363,16 +367,22 @@ private:
 
     // **Takes** a packet into the FEC list, the index and the groups that wait.
     TALRTP_LOCAL void storeFecPacket(CTalRtpPacket* fecPacket);
+    // **Takes** a packet: stores it and notes it. False when memory is short; the packet is destroyed then.
+    TALRTP_LOCAL bool keepFecPacket(CTalRtpPacket* fecPacket);
     // Destroys the FEC packet stored under `seq`, if any.
     TALRTP_LOCAL void eraseFecPacket(unsigned short seq);
     // Tries every stored FEC packet that may have something new to rebuild, in ascending order.
     TALRTP_LOCAL void retryFecPackets();
     // Tries one stored FEC packet and drops it once it is spent.
     TALRTP_LOCAL void retryFecPacket(unsigned short seq);
+    // Does the work of a try; std::bad_alloc may pass.
+    TALRTP_LOCAL void tryFecPacket(CTalRtpPacket* fecPacket, bool& keep);
     // **Takes** a rebuilt packet into the list of packets to deal.
     TALRTP_LOCAL void storeRecoveredPacket(unsigned short seq, CTalRtpPacket* packet);
     // Feeds the rebuilt packets into the media path. Returns whether one of them was new.
     TALRTP_LOCAL bool dealRecoveredPackets();
+    // **Takes** one rebuilt packet. Returns whether it was new.
+    TALRTP_LOCAL bool dealRecoveredPacket(CTalRtpPacket* packet);
     // **Lends** the media packet with that number, stored or just rebuilt; null when it is missing.
     TALRTP_LOCAL CTalRtpPacket* getKnownMediaPacket(unsigned short seq) const;
 
@@ -457,8 +467,11 @@ private:
     // Records a packet under its timestamp and its unit. **Lends** the unit's record; null without a start.
     TALRTP_LOCAL stTalRtpDataInfo* updateOwnDataInfo(unsigned int timestamp, unsigned short seq, bool starts,
                                                      bool ends);
-    // Records a stored packet and deals it; reads its payload head once.
-    TALRTP_LOCAL void dealOwnPacket(CTalRtpPacket* packet, unsigned int timestamp, unsigned short seq);
+    // Records a stored packet. **Lends** its unit's record; null without a start.
+    TALRTP_LOCAL stTalRtpDataInfo* recordOwnPacket(const CTalRtpPacket& packet, unsigned int timestamp,
+                                                   unsigned short seq);
+    // Deals a recorded packet.
+    TALRTP_LOCAL void dealOwnPacket(CTalRtpPacket* packet, const stTalRtpDataInfo* unit);
     // Returns the bytes of fragment data in a run, up to the first gap.
     TALRTP_LOCAL _uint64_t fragmentRunSize(unsigned short start, unsigned short end) const;
 };

@@ -703,12 +703,14 @@ unsigned int makeModelKey(int k, int n) {
 
 }  // namespace
 
-rs_param_* GetRsModel(int k, int n) {
+rs_param_* GetRsModel(int k, int n) try {
     rs_param_*& model = rsModelMap()[makeModelKey(k, n)];
     if (model == nullptr) {
         model = CRsFec::CreateRsModel(k, n);
     }
     return model;
+} catch (const std::bad_alloc&) {
+    return nullptr;
 }
 
 unsigned RsMapRetain() {

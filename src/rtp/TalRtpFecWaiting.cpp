@@ -44,6 +44,8 @@ CFecWaiting::~CFecWaiting() = default;
 void CFecWaiting::addXor(_uint16_t fecSeq, _uint16_t base, _uint32_t mask) {
     const _uint32_t window = xorMaskWindow(mask);
     const unsigned int place = placeOf(base, window);
+    m_members.reserve(fecSeq);
+    m_xorGroups.reserve(place);
     XorGroup* const first = m_xorGroups.peek(place);
     XorGroup* group = first;
     while (group != nullptr && (group->base != base || group->window != window)) {
@@ -68,6 +70,9 @@ void CFecWaiting::addXor(_uint16_t fecSeq, _uint16_t base, _uint32_t mask) {
 
 void CFecWaiting::addRs(_uint16_t fecSeq, _uint16_t base, unsigned int mediaCount, _uint16_t fecBase,
                         unsigned int fecCount) {
+    m_members.reserve(fecSeq);
+    m_roots.reserve(base);
+    m_fecGroups.reserve(fecBase);
     RsGroup wanted = RsGroup();
     wanted.base = base;
     wanted.fecBase = fecBase;
@@ -495,7 +500,8 @@ int CFecWaiting::choose(const XorGroup& group, _uint32_t bits) {
     return __builtin_ctz(later != 0 ? later : bits);
 }
 
-// Watches two missing packets. Where there are not as many, the group does not wait.
+// Watches two missing packets. Where there are not as many, or memory is short, the group does not wait: it
+// is tried again with the next arrival.
 void CFecWaiting::waitXor(XorGroup& group) {
     const _uint32_t bits = missing(group);
     ++m_steps;
@@ -504,9 +510,13 @@ void CFecWaiting::waitXor(XorGroup& group) {
     }
     const int first = choose(group, bits);
     const int second = choose(group, bits & ~(_uint32_t(1) << first));
-    group.isWaiting = true;
-    link(&group.watches[0], static_cast<_uint16_t>(group.base + first));
-    link(&group.watches[1], static_cast<_uint16_t>(group.base + second));
+    if (!link(&group.watches[0], static_cast<_uint16_t>(group.base + first))) {
+        return;
+    }
+    group.isWaiting = link(&group.watches[1], static_cast<_uint16_t>(group.base + second));
+    if (!group.isWaiting) {
+        unlink(&group.watches[0]);
+    }
 }
 
 // Moves all watches of a number that arrived, of which `watch` is the first, to others that are missing.
@@ -519,9 +529,7 @@ void CFecWaiting::moveWatches(Watch* watch) {
         const unsigned int otherPlace = static_cast<_uint16_t>(other.number - group.base);
         const int place = choose(group, missing(group) & ~(_uint32_t(1) << otherPlace));
         unlink(watch);
-        if (place != kNone) {
-            link(watch, static_cast<_uint16_t>(group.base + place));
-        } else {
+        if (place == kNone || !link(watch, static_cast<_uint16_t>(group.base + place))) {
             unlink(&other);
             group.isWaiting = false;
             markReady(group);
@@ -530,7 +538,11 @@ void CFecWaiting::moveWatches(Watch* watch) {
     }
 }
 
-void CFecWaiting::link(Watch* watch, _uint16_t number) {
+// False, with nothing changed, when memory is short.
+bool CFecWaiting::link(Watch* watch, _uint16_t number) {
+    if (!m_watchesOf.tryReserve(number)) {
+        return false;
+    }
     Watch* const first = m_watchesOf.peek(number);
     watch->number = number;
     watch->previous = nullptr;
@@ -541,6 +553,7 @@ void CFecWaiting::link(Watch* watch, _uint16_t number) {
     } else {
         m_watchesOf.claim(number) = watch;
     }
+    return true;
 }
 
 void CFecWaiting::unlink(Watch* watch) {

@@ -42,7 +42,8 @@ public:
     CFecWaiting(const CFecWaiting&) = delete;
     CFecWaiting& operator=(const CFecWaiting&) = delete;
 
-    // Files a FEC packet just stored, by what it protects. `mask`: bit 23 - i for packet base + i.
+    // Files a FEC packet just stored, by what it protects. Throws std::bad_alloc, with nothing changed, when
+    // memory is short. `mask`: bit 23 - i for packet base + i.
     void addXor(_uint16_t fecSeq, _uint16_t base, _uint32_t mask);
     // The same for parity of `mediaCount` packets from `base` on and `fecCount` parity packets from `fecBase`
     // on; both together are at most 256.
@@ -171,7 +172,7 @@ private:
     static int choose(const XorGroup& group, _uint32_t bits);
     void waitXor(XorGroup& group);
     void moveWatches(Watch* watch);
-    void link(Watch* watch, _uint16_t number);
+    bool link(Watch* watch, _uint16_t number);
     void unlink(Watch* watch);
 
     CNodePool* m_pool;  // the groups

@@ -19,6 +19,7 @@ unsigned char* CHandoverBuffer::take(std::size_t& size) {
     if (bytes == nullptr || m_size < size) {
         std::free(bytes);
         bytes = static_cast<unsigned char*>(std::malloc(size));
+        m_size = bytes != nullptr ? size : 0;
     } else {
         size = m_size;
     }
@@ -57,6 +58,9 @@ CHandover::CHandover(CHandoverBuffer& lender, const CTalRtpPacket& received, int
       m_size(bytesFor(capacity, received.get_header_size(), payloadSize)),
       m_packet(CPacketAccess::adopt(lender.take(m_size), capacity)),
       m_lentBytes(m_packet.get_buffer()) {
+    if (m_lentBytes == nullptr) {
+        return;
+    }
     const std::size_t headerSize = static_cast<std::size_t>(received.get_header_size());
     std::memcpy(m_packet.get_buffer(), received.get_buffer(), headerSize);
     std::memset(m_packet.get_buffer() + headerSize, 0, kExtensionHeaderSize);
@@ -65,6 +69,9 @@ CHandover::CHandover(CHandoverBuffer& lender, const CTalRtpPacket& received, int
 }
 
 CHandover::~CHandover() {
+    if (m_lentBytes == nullptr) {
+        return;
+    }
     // The sink may have reallocated the buffer, possibly at the same address. Only the recorded capacity is
     // known to be allocated.
     if (m_packet.get_buffer() != m_lentBytes || m_packet.get_buffer_size() != m_lentCapacity) {

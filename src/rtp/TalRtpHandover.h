@@ -19,7 +19,7 @@ public:
     CHandoverBuffer(const CHandoverBuffer&) = delete;
     CHandoverBuffer& operator=(const CHandoverBuffer&) = delete;
 
-    // **Returns owned** at least `size` bytes from malloc; `size` becomes their number.
+    // **Returns owned** at least `size` bytes from malloc, or null; `size` becomes their number.
     unsigned char* take(std::size_t& size);
     // **Takes** them back.
     void give(unsigned char* bytes, std::size_t size);
@@ -52,6 +52,8 @@ public:
     CHandover(const CHandover&) = delete;
     CHandover& operator=(const CHandover&) = delete;
 
+    // False when there is no memory for it: then nothing else may be asked of it.
+    bool isReady() const { return m_lentBytes != nullptr; }
     CTalRtpPacket& packet() { return m_packet; }
     // Zeroes everything after the first `payloadSize` bytes of payload, as in a new packet.
     void zeroBehind(int payloadSize);

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <new>
 #include <vector>
 
 #include "TalRtpAssert.h"
@@ -38,9 +39,17 @@ std::size_t allocationSize(int capacity) {
     return static_cast<std::size_t>(capacity) + kSpareSize;
 }
 
+// Throws std::bad_alloc for the null of an allocation that was refused.
+unsigned char* checked(void* memory) {
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    return static_cast<unsigned char*>(memory);
+}
+
 // A buffer for `capacity` bytes and the spare ones after them, none of them zeroed.
 unsigned char* allocateBuffer(int capacity) {
-    return static_cast<unsigned char*>(std::malloc(allocationSize(capacity)));
+    return checked(std::malloc(allocationSize(capacity)));
 }
 
 // Zeroes the spare bytes from byte `end` on.
@@ -53,7 +62,7 @@ void grow(unsigned char*& buffer, int& capacity, int needed) {
     if (needed <= capacity) {
         return;
     }
-    buffer = static_cast<unsigned char*>(std::realloc(buffer, allocationSize(needed)));
+    buffer = checked(std::realloc(buffer, allocationSize(needed)));
     std::memset(buffer + allocationSize(capacity), 0, static_cast<std::size_t>(needed - capacity));
     capacity = needed;
 }
@@ -113,7 +122,7 @@ const void* const CPacketAccess::s_headerSize = headerSizeFunction(CTalRtpPacket
 const void* const CPacketAccess::s_fecHeaderSize = headerSizeFunction(CRTPFECPacket(0));
 
 CTalRtpPacket::CTalRtpPacket(int bufferSize)
-    : m_buffer(static_cast<unsigned char*>(std::calloc(allocationSize(bufferSize), 1))),
+    : m_buffer(checked(std::calloc(allocationSize(bufferSize), 1))),
       m_payloadSize(0),
       m_packetSize(0),
       m_bufferSize(bufferSize),
@@ -152,8 +161,9 @@ CTalRtpPacket::CTalRtpPacket(unsigned char* buffer, int capacity, const CPacketA
 
 CTalRtpPacket& CTalRtpPacket::operator=(const CTalRtpPacket& other) {
     if (m_bufferSize < other.m_bufferSize) {
+        unsigned char* const buffer = allocateBuffer(other.m_bufferSize);
         std::free(m_buffer);
-        m_buffer = allocateBuffer(other.m_bufferSize);
+        m_buffer = buffer;
     }
     // With the spare bytes, so that they read as zero after the smaller capacity too.
     std::memmove(m_buffer, other.m_buffer, allocationSize(other.m_bufferSize));
@@ -268,8 +278,9 @@ void CTalRtpPacket::from_buffer(unsigned char* data, int len) {
     // clang-format on
     unsigned char* outgrown = nullptr;
     if (m_bufferSize < len) {
+        unsigned char* const buffer = allocateBuffer(len);
         outgrown = m_buffer;
-        m_buffer = allocateBuffer(len);
+        m_buffer = buffer;
         m_bufferSize = len;
     }
     std::memmove(m_buffer, data, static_cast<std::size_t>(len));
@@ -497,7 +508,7 @@ bool CTalRtpPacket::add_onebyte_extension_element(unsigned char /*id*/, unsigned
 }
 
 bool CTalRtpPacket::add_onebyte_extension_elements(unsigned char* /*ignored*/, unsigned char** elements,
-                                                   int* lengths, int count) {
+                                                   int* lengths, int count) try {
     if (count > 0 && (elements == nullptr || lengths == nullptr)) {
         return false;
     }
@@ -539,6 +550,8 @@ bool CTalRtpPacket::add_onebyte_extension_elements(unsigned char* /*ignored*/, u
     // Differs from the bytes written only where the 16 bits of the header size do not suffice.
     grow(m_buffer, m_bufferSize, m_packetSize);
     return true;
+} catch (const std::bad_alloc&) {
+    return false;
 }
 
 }  // namespace talrtp

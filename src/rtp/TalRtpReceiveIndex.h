@@ -103,6 +103,11 @@ public:
     // Counts a search in an ordered map of `size` entries.
     void countSearch(std::size_t size) { steps += 64 - static_cast<unsigned int>(__builtin_clzll(size | 1)); }
 
+    // Memory was refused since the host's call began, so that call fails.
+    bool isShort = false;
+    // The sink is being called: an exception is the host's own.
+    bool isInSink = false;
+
     // --- Media packets and their runs ---
 
     // Notes a packet just stored; `starts` and `ends` say whether it starts and ends a unit.

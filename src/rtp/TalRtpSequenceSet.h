@@ -7,6 +7,7 @@
 #include <talrtp/TalRtpDefs.h>
 
 #include <cstring>
+#include <new>
 
 namespace talrtp {
 
@@ -171,12 +172,25 @@ public:
     }
     // For changing a claimed slot.
     Slot& operator[](unsigned int number) { return m_pages[number / kPageSlots]->slots[number % kPageSlots]; }
-    // Makes a slot one that may hold something.
-    Slot& claim(unsigned int number) {
+    // Makes sure that a slot can be claimed. Throws std::bad_alloc, with nothing changed, when memory is
+    // short.
+    void reserve(unsigned int number) {
+        if (!tryReserve(number)) {
+            throw std::bad_alloc();
+        }
+    }
+    // The same; false when memory is short.
+    bool tryReserve(unsigned int number) {
         Page*& page = m_pages[number / kPageSlots];
         if (page == nullptr) {
             page = takePage();
         }
+        return page != nullptr;
+    }
+    // Makes a slot one that may hold something. Throws as `reserve` does.
+    Slot& claim(unsigned int number) {
+        reserve(number);
+        Page* const page = m_pages[number / kPageSlots];
         ++page->claimed;
         return page->slots[number % kPageSlots];
     }
@@ -201,7 +215,7 @@ private:
 
     Page* takePage() {
         if (m_spare == nullptr) {
-            return new Page();
+            return new (std::nothrow) Page();
         }
         Page* const page = m_spare;
         m_spare = nullptr;

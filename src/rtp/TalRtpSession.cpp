@@ -23,6 +23,14 @@ constexpr _uint32_t kDefaultFecPayloadType = 111;
 // A timestamp ages out when this many milliseconds have passed since its last packet: more than 5000.
 constexpr _uint64_t kStaleAfter = 5001;
 
+// **Returns** an index over `pool`, which is freed when there is no memory for one.
+CReceiveIndex* makeIndex(CNodePool* pool) {
+    std::unique_ptr<CNodePool> owned(pool);
+    CReceiveIndex* const index = new CReceiveIndex(pool);
+    static_cast<void>(owned.release());
+    return index;
+}
+
 bool isStale(const stTalRtpTSInfo& info, _uint64_t now) {
     // Compatibility: unsigned, so that a host clock that steps back ages everything out at once.
     return now - info.updateTime >= kStaleAfter;
@@ -68,7 +76,7 @@ CMMRTPSessionBase::CMMRTPSessionBase(ITalRTPSessionSink* pSink, unsigned int sou
       m_recoveredMediaPacketBytes(0),
       m_deliveredDataBytes(0),
       m_pool(pool),
-      m_index(new CReceiveIndex(pool)) {
+      m_index(makeIndex(pool)) {
     RsMapRetain();
 }
 
@@ -131,6 +139,20 @@ int CMMRTPSessionBase::compareTS(unsigned int a, unsigned int b) {
 // --- Receive entry ---
 
 int CMMRTPSessionBase::InputReceivedData(unsigned char* data, int dataLen, unsigned long receivedTime) {
+    m_index->isShort = false;
+    m_index->isInSink = false;
+    try {
+        const int result = inputDatagram(data, dataLen, receivedTime);
+        return m_index->isShort ? -1 : result;
+    } catch (const std::bad_alloc&) {
+        if (m_index->isInSink) {
+            throw;
+        }
+        return -1;
+    }
+}
+
+int CMMRTPSessionBase::inputDatagram(unsigned char* data, int dataLen, unsigned long receivedTime) {
     if (m_isFirstReceived) {
         m_firstReceivedTime = receivedTime;
         m_isFirstReceived = false;
@@ -209,34 +231,67 @@ int CMMRTPSessionBase::inputReceivedMediaPacket(CTalRtpPacket* packet) {
         delete packet;
         return 0;
     }
-    ++m_receivedValidMediaPacketNumber;
-    m_receivedValidMediaPacketBytes += static_cast<_uint64_t>(packet->get_buffer_size());
-    takeMediaPacket(packet, packet->get_timestamp(), seq);
+    takeMediaPacket(packet, m_receivedValidMediaPacketNumber, m_receivedValidMediaPacketBytes);
     recoverPacketWithFEC();
     checkAllLists();
     return 0;
 }
 
-// **Takes** a packet that is new: stores it, records it, deals it.
-void CMMRTPSessionBase::takeMediaPacket(CTalRtpPacket* packet, unsigned int timestamp, unsigned short seq) {
+// **Takes** a packet that is new: stores it, counts it, records it, deals it. When it cannot be stored and
+// recorded, since memory is short or a host's hook throws, it is destroyed, nothing is counted, and the
+// exception passes.
+void CMMRTPSessionBase::takeMediaPacket(CTalRtpPacket* packet, _uint64_t& counter, _uint64_t& byteCounter) {
+    const _uint32_t timestamp = packet->get_timestamp();
+    const _uint16_t seq = packet->get_sequence_number();
+    const _uint64_t size = static_cast<_uint64_t>(packet->get_buffer_size());
     storeMediaPacket(packet, seq);
-    if (CMMRTPSession4SVC* const own = ownClass()) {
-        own->dealOwnPacket(packet, timestamp, seq);
-        return;
+    ++counter;
+    byteCounter += size;
+    CMMRTPSession4SVC* const own = ownClass();
+    const stTalRtpDataInfo* unit = nullptr;
+    try {
+        if (own != nullptr) {
+            unit = own->recordOwnPacket(*packet, timestamp, seq);
+        } else {
+            m_index->setUnitBounds(seq, isStartSeq(seq), isEndSeq(seq));
+            updateMediaDataInfo(timestamp, seq);
+        }
+    } catch (...) {
+        --counter;
+        byteCounter -= size;
+        dropMediaPacket(timestamp, seq);
+        throw;
     }
-    m_index->setUnitBounds(seq, isStartSeq(seq), isEndSeq(seq));
-    updateMediaDataInfo(timestamp, seq);
-    dealPacket(packet);
+    if (own != nullptr) {
+        own->dealOwnPacket(packet, unit);
+    } else {
+        dealPacket(packet);
+    }
 }
 
-// **Takes** `packet` into the media list and the index, which is told its place in a unit afterwards.
+// **Takes** `packet` into the media list and the index, which is told its place in a unit afterwards. When
+// memory is short, the packet is destroyed and std::bad_alloc passes.
 void CMMRTPSessionBase::storeMediaPacket(CTalRtpPacket* packet, unsigned short seq) {
+    std::unique_ptr<CTalRtpPacket> owned(packet);
     ++m_index->steps;
+    m_index->media.reserve(seq);
     const auto place = CReceiveIndex::placeFor(seq, m_mediaPacketList, m_index->mediaNumbers, m_index->media);
     const auto entry = m_mediaPacketList.emplace_hint(place, seq, packet);
-    entry->second = packet;  // an entry that held null is filled
+    entry->second = owned.release();  // an entry that held null is filled
     m_index->addMedia(seq, packet, entry);
     m_index->know(seq);
+}
+
+// Destroys a packet that was stored last and could not be recorded, and forgets its note if there is one.
+void CMMRTPSessionBase::dropMediaPacket(unsigned int timestamp, unsigned short seq) {
+    const stMediaSlot& slot = m_index->media.peek(seq);
+    delete slot.packet;
+    m_mediaPacketList.extract(slot.entry);
+    m_index->removeMedia(seq);
+    stTalRtpTSRecord* const record = findTSRecord(timestamp);
+    if (record != nullptr && !record->mediaSeqList.empty() && record->mediaSeqList.back() == seq) {
+        record->mediaSeqList.pop_back();
+    }
 }
 
 CTalRtpPacket* CMMRTPSessionBase::getMediaPacketBySeq(unsigned short seq) const {
@@ -262,8 +317,8 @@ void CMMRTPSessionBase::updateMediaDataInfo(unsigned int timestamp, unsigned sho
 stTalRtpTSRecord* CMMRTPSessionBase::noteMediaPacket(unsigned int timestamp, unsigned short seq) {
     stTalRtpTSRecord* const record = findOrMakeTSRecord(timestamp);
     if (record != nullptr) {
-        m_index->ageOrder.touch(record, m_lastReceivedTime);
         record->mediaSeqList.push_back(seq);
+        m_index->ageOrder.touch(record, m_lastReceivedTime);
     }
     return record;
 }
@@ -312,7 +367,13 @@ stTalRtpTSRecord* CMMRTPSessionBase::findOrMakeTSRecord(unsigned int timestamp) 
     }
     stTalRtpTSRecord* const record =
         new (m_pool->take(sizeof(stTalRtpTSRecord))) stTalRtpTSRecord(timestamp, m_lastReceivedTime, m_pool);
-    record->entry = m_tsInfoList.emplace_hint(place, timestamp, record);
+    try {
+        record->entry = m_tsInfoList.emplace_hint(place, timestamp, record);
+    } catch (...) {
+        record->~stTalRtpTSRecord();
+        m_pool->give(record, sizeof(stTalRtpTSRecord));
+        throw;
+    }
     m_index->ageOrder.insert(record);
     m_index->lastRecord = record;
     return record;
@@ -344,7 +405,12 @@ stTalRtpDataInfo* CMMRTPSessionBase::findOrMakeDataInfo(stTalRtpTSRecord* record
         unit = place->second;
     } else {
         unit = new (m_pool->take(sizeof(stTalRtpDataInfo))) stTalRtpDataInfo{startSeq, 1, false, false};
-        units.emplace_hint(place, startSeq, unit);
+        try {
+            units.emplace_hint(place, startSeq, unit);
+        } catch (...) {
+            m_pool->give(unit, sizeof(stTalRtpDataInfo));
+            throw;
+        }
     }
     if (known.packet != nullptr) {
         stMediaSlot& slot = m_index->media[startSeq];
@@ -410,10 +476,13 @@ void CMMRTPSessionBase::deliverPacket(CTalRtpPacket* packet) {
             getMediaDataInfo(packet->get_timestamp(), packet->get_sequence_number())) {
         unit->delivered = true;
     }
+    m_index->isInSink = true;
     m_pSink->OnReceivedRTPPacket(packet);
+    m_index->isInSink = false;
 }
 
 int CMMRTPSessionBase::ForceHandover(unsigned long timestamp) {
+    m_index->isShort = false;
     const stTalRtpTSRecord* const record = findTSRecord(static_cast<_uint32_t>(timestamp));
     if (record == nullptr) {
         return 1;
@@ -424,6 +493,9 @@ int CMMRTPSessionBase::ForceHandover(unsigned long timestamp) {
             forceHandoverPacket(getMediaPacketBySeq(entry.first));
             isHandedOver = true;
         }
+    }
+    if (m_index->isShort) {
+        return -1;
     }
     return isHandedOver ? 0 : 1;
 }

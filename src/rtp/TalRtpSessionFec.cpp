@@ -54,27 +54,46 @@ int CMMRTPSessionBase::inputReceivedFECPacket(CTalRtpPacket* fecPacket) {
         delete fecPacket;
         return 0;
     }
+    const _uint64_t size = static_cast<_uint64_t>(fecPacket->get_buffer_size());
     ++m_receivedValidFECPacketNumber;
-    m_receivedValidFECPacketBytes += static_cast<_uint64_t>(fecPacket->get_buffer_size());
+    m_receivedValidFECPacketBytes += size;
     bool keep = false;
+    std::unique_ptr<CTalRtpPacket> owned(fecPacket);  // a host's hook may throw
     recoverPacketWithFEC(fecPacket, keep);
-    if (keep) {
-        storeFecPacket(fecPacket);
-        updateFECListInfo(fecPacket->get_timestamp(), seq);
-    } else {
-        delete fecPacket;
+    if (keep && !keepFecPacket(owned.release())) {
+        --m_receivedValidFECPacketNumber;
+        m_receivedValidFECPacketBytes -= size;
+        m_index->isShort = true;
     }
+    owned.reset();
     dealRecoverPacketList();
     return 0;
 }
 
-// **Takes** `fecPacket` into the FEC list, the index and the groups that wait.
+// **Takes** `fecPacket`: stores it and notes it under its timestamp. False when memory is short for that: it
+// is destroyed then.
+bool CMMRTPSessionBase::keepFecPacket(CTalRtpPacket* fecPacket) {
+    const _uint16_t seq = fecPacket->get_sequence_number();
+    try {
+        storeFecPacket(fecPacket);
+        updateFECListInfo(fecPacket->get_timestamp(), seq);
+        return true;
+    } catch (const std::bad_alloc&) {
+        eraseFecPacket(seq);
+        return false;
+    }
+}
+
+// **Takes** `fecPacket` into the FEC list, the index and the groups that wait. When memory is short,
+// std::bad_alloc passes, and the packet is either destroyed or stored without a group.
 void CMMRTPSessionBase::storeFecPacket(CTalRtpPacket* fecPacket) {
+    std::unique_ptr<CTalRtpPacket> owned(fecPacket);
     const _uint16_t seq = fecPacket->get_sequence_number();
     ++m_index->steps;
+    m_index->fec.reserve(seq);
     const auto place = CReceiveIndex::placeFor(seq, m_fecPacketList, m_index->fecNumbers, m_index->fec);
     const auto entry = m_fecPacketList.emplace_hint(place, seq, fecPacket);
-    entry->second = fecPacket;  // an entry that held null is filled
+    entry->second = owned.release();  // an entry that held null is filled
     if (m_index->fecTypeAtStore != m_fecType) {
         m_index->retryEveryFec |= !m_index->fecNumbers.isEmpty();
         m_index->fecTypeAtStore = m_fecType;
@@ -112,8 +131,8 @@ void CMMRTPSessionBase::updateFECListInfo(unsigned int timestamp, unsigned short
     if (record == nullptr) {
         return;
     }
-    m_index->ageOrder.touch(record, m_lastReceivedTime);
     record->fecSeqList.push_back(seq);
+    m_index->ageOrder.touch(record, m_lastReceivedTime);
     const stFecSlot& known = m_index->fec.peek(seq);
     // Of several equal notes the slot knows the first.
     if (known.packet != nullptr && known.owner != record) {
@@ -190,6 +209,15 @@ void CMMRTPSessionBase::recoverPacketWithFEC(CTalRtpPacket* fecPacket, bool& kee
                   "CMMRTPSessionBase::recoverPacketWithFEC invalid parameter: fecPacket = " << fecPacket);
         return;
     }
+    try {
+        tryFecPacket(fecPacket, keep);
+    } catch (const std::bad_alloc&) {
+        keep = true;  // as if nothing had been rebuilt
+        m_index->isShort = true;
+    }
+}
+
+void CMMRTPSessionBase::tryFecPacket(CTalRtpPacket* fecPacket, bool& keep) {
     // A packet of the other kind, stored before the FEC type was changed, has nothing more to give.
     if (m_fecType == RTP_FEC_RS) {
         if (auto* const rsPacket = dynamic_cast<CRTPRSPacket*>(fecPacket)) {
@@ -213,29 +241,45 @@ void CMMRTPSessionBase::dealRecoverPacketList() {
     }
 }
 
-// Feeds the rebuilt packets into the media path; true when one of them was new.
+// Feeds the rebuilt packets into the media path; true when one of them was new. An exception of the host
+// leaves those that were not dealt yet for the next time.
 bool CMMRTPSessionBase::dealRecoveredPackets() {
     bool isAnyDealt = false;
-    for (const auto& entry : m_recoverPacketList) {
-        CTalRtpPacket* const packet = entry.second;
-        if (packet == nullptr) {
-            continue;
+    auto entry = m_recoverPacketList.begin();
+    try {
+        while (entry != m_recoverPacketList.end()) {
+            CTalRtpPacket* const packet = entry->second;
+            ++entry;
+            isAnyDealt |= packet != nullptr && dealRecoveredPacket(packet);
         }
-        const _uint16_t seq = packet->get_sequence_number();
-        const _uint32_t timestamp = packet->get_timestamp();
-        if (getMediaPacketBySeq(seq) != nullptr) {
-            TAL_TRACE(WARNING, "CMMRTPSessionBase::dealRecoverPacketList recover repeat packet: seq = "
-                                   << seq << ", ts = " << timestamp);
-            delete packet;
-            continue;
-        }
-        ++m_recoveredMediaPacketNumber;
-        m_recoveredMediaPacketBytes += static_cast<_uint64_t>(packet->get_buffer_size());
-        takeMediaPacket(packet, timestamp, seq);
-        isAnyDealt = true;
+    } catch (...) {
+        m_recoverPacketList.erase(m_recoverPacketList.begin(), entry);
+        throw;
     }
     m_recoverPacketList.clear();
     return isAnyDealt;
+}
+
+// **Takes** one of them. False when it is not new, or there is no memory for it.
+bool CMMRTPSessionBase::dealRecoveredPacket(CTalRtpPacket* packet) {
+    const _uint16_t seq = packet->get_sequence_number();
+    if (getMediaPacketBySeq(seq) != nullptr) {
+        TAL_TRACE(WARNING, "CMMRTPSessionBase::dealRecoverPacketList recover repeat packet: seq = "
+                               << seq << ", ts = " << packet->get_timestamp());
+        delete packet;
+        return false;
+    }
+    try {
+        takeMediaPacket(packet, m_recoveredMediaPacketNumber, m_recoveredMediaPacketBytes);
+        return true;
+    } catch (const std::bad_alloc&) {
+        if (getMediaPacketBySeq(seq) != nullptr) {
+            throw;  // stored and recorded: what failed was the host's
+        }
+        m_index->forget(seq);
+        m_index->isShort = true;
+        return false;
+    }
 }
 
 CTalRtpPacket* CMMRTPSessionBase::getRecoverPacketBySeq(unsigned short seq) const {
@@ -250,9 +294,12 @@ CTalRtpPacket* CMMRTPSessionBase::getKnownMediaPacket(unsigned short seq) const 
     return stored != nullptr ? stored : getRecoverPacketBySeq(seq);
 }
 
-// **Takes** a rebuilt packet into the list of those to be dealt.
+// **Takes** a rebuilt packet into the list of those to be dealt. When memory is short, the packet is
+// destroyed and std::bad_alloc passes.
 void CMMRTPSessionBase::storeRecoveredPacket(unsigned short seq, CTalRtpPacket* packet) {
+    std::unique_ptr<CTalRtpPacket> owned(packet);
     m_recoverPacketList[seq] = packet;
+    static_cast<void>(owned.release());
     m_index->know(seq);
 }
 
@@ -532,6 +579,7 @@ public:
             // Compatibility: the text names the sending operation, and a model that was not made.
             TAL_TRACE(ERROR, "CMMRTPSessionBase::CreateRsFecPackets get rs model failed"
                                  << ", k = " << m_mediaCount << ", n = " << m_mediaCount + m_fecCount);
+            m_session.m_index->isShort = true;
             return false;
         }
         storePackets();

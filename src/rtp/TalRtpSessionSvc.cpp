@@ -216,15 +216,19 @@ void CMMRTPSession4SVC::dealPacket(CTalRtpPacket* packet) {
     }
 }
 
-// Does what `isStartSeq`, `isEndSeq`, `updateMediaDataInfo` and `dealPacket` do one after another for a
-// packet just stored. No derived class overrides any of them here, so the payload head is read once and the
-// record of the unit is looked up once.
-void CMMRTPSession4SVC::dealOwnPacket(CTalRtpPacket* packet, unsigned int timestamp, unsigned short seq) {
+// These two do what `isStartSeq`, `isEndSeq`, `updateMediaDataInfo` and then `dealPacket` do for a packet
+// just stored. No derived class overrides any of them here, so the payload head is read at once, and the
+// record of the unit is looked up once. The first **lends** that record, if the unit's start is known.
+stTalRtpDataInfo* CMMRTPSession4SVC::recordOwnPacket(const CTalRtpPacket& packet, unsigned int timestamp,
+                                                     unsigned short seq) {
     // The library made the packet, so its sizes tell where the payload is.
-    const stPayloadHead head(CPacketAccess::payload(*packet), packet->get_payload_size());
+    const stPayloadHead head(CPacketAccess::payload(packet), packet.get_payload_size());
     m_index->setUnitBounds(seq, head.starts(), head.ends());
-    const stTalRtpDataInfo* const unit = updateOwnDataInfo(timestamp, seq, head.starts(), head.ends());
-    if (!head.isFragment()) {
+    return updateOwnDataInfo(timestamp, seq, head.starts(), head.ends());
+}
+
+void CMMRTPSession4SVC::dealOwnPacket(CTalRtpPacket* packet, const stTalRtpDataInfo* unit) {
+    if (!stPayloadHead(CPacketAccess::payload(*packet), packet->get_payload_size()).isFragment()) {
         CMMRTPSession4SVC::dealPacket(packet);
     } else if (unit != nullptr && unit->complete) {
         deliveFUPacket(unit->startSeq, static_cast<unsigned short>(unit->startSeq + unit->packetCount - 1),
@@ -290,6 +294,10 @@ void CMMRTPSession4SVC::deliveSinglePacket(CTalRtpPacket* packet) {
     }
     const int size = packet->get_payload_size() + kStartCodeSize;
     CHandover handover(m_index->handover, *packet, packet->get_packet_size() + kStartCodeSize, size);
+    if (!handover.isReady()) {
+        m_index->isShort = true;
+        return;
+    }
     CTalRtpPacket& unit = handover.packet();
     unit.set_payload_size(size);
     unsigned char* const end = append(unit.get_payload_ptr(), kStartCode, kStartCodeSize);
@@ -403,6 +411,10 @@ void CMMRTPSession4SVC::splitAUPacketEx(CTalRtpPacket* packet) {
         return;
     }
     CHandover handover(m_index->handover, *packet, aggregateCapacity(*packet), byteStreamSize(*packet));
+    if (!handover.isReady()) {
+        m_index->isShort = true;
+        return;
+    }
     CTalRtpPacket& unit = handover.packet();
     handover.zeroBehind(0);
     int declaredSize = 0;
@@ -428,6 +440,10 @@ void CMMRTPSession4SVC::splitAUPacket(CTalRtpPacket* packet) {
     const bool isEmpty = packet->get_payload_size() <= kStapAHeaderSize;
     const int size = isEmpty ? 0 : byteStreamSize(*packet);
     CHandover handover(m_index->handover, *packet, aggregateCapacity(*packet), size);
+    if (!handover.isReady()) {
+        m_index->isShort = true;
+        return;
+    }
     CTalRtpPacket& units = handover.packet();
     bool isAnyCut = false;
     if (!isEmpty) {
@@ -549,6 +565,10 @@ void CMMRTPSession4SVC::deliveFUPacket(unsigned short start, unsigned short end,
     }
     const int size = static_cast<int>(unitSize);
     CHandover handover(m_index->handover, *first, size + headerSize, size);
+    if (!handover.isReady()) {
+        m_index->isShort = true;
+        return;
+    }
     CTalRtpPacket& unit = handover.packet();
     unit.set_payload_size(size);
     unsigned char* target = append(unit.get_payload_ptr(), kStartCode, kStartCodeSize);

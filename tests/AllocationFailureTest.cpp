@@ -1,0 +1,536 @@
+// What a session does when memory is refused. Every allocation that an operation makes is refused once, one
+// by one, and all from each one on; the allocator's functions are wrapped at link time, operator new ends in
+// them. After each try the lists are held against the index and the notes, and the session goes on.
+
+#include <gtest/gtest.h>
+#include <talrtp/talrtp.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <functional>
+#include <map>
+#include <memory>
+#include <new>
+#include <stdexcept>
+#include <vector>
+
+#include "SessionFixture.h"
+
+namespace {
+
+// Which allocation is refused, counted from 1 while `isArmed`; with `isLasting` all behind it as well.
+struct Refusal {
+    bool isArmed = false;
+    bool isLasting = false;
+    int nth = 0;
+    int count = 0;
+    bool isHit = false;
+};
+Refusal s_refusal;
+
+bool isRefused() {
+    if (!s_refusal.isArmed) {
+        return false;
+    }
+    ++s_refusal.count;
+    const bool isNow =
+        s_refusal.count == s_refusal.nth || (s_refusal.isLasting && s_refusal.count > s_refusal.nth);
+    s_refusal.isHit |= isNow;
+    return isNow;
+}
+
+}  // namespace
+
+extern "C" {
+
+void* __real_malloc(std::size_t size);
+void* __real_calloc(std::size_t count, std::size_t size);
+void* __real_realloc(void* memory, std::size_t size);
+int __real_posix_memalign(void** memory, std::size_t alignment, std::size_t size);
+
+void* __wrap_malloc(std::size_t size) {
+    return isRefused() ? nullptr : __real_malloc(size);
+}
+void* __wrap_calloc(std::size_t count, std::size_t size) {
+    return isRefused() ? nullptr : __real_calloc(count, size);
+}
+void* __wrap_realloc(void* memory, std::size_t size) {
+    return isRefused() ? nullptr : __real_realloc(memory, size);
+}
+int __wrap_posix_memalign(void** memory, std::size_t alignment, std::size_t size) {
+    return isRefused() ? 12 : __real_posix_memalign(memory, alignment, size);
+}
+
+}  // extern "C"
+
+__attribute__((noinline)) void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    return std::malloc(size == 0 ? 1 : size);
+}
+void* operator new(std::size_t size) {
+    void* const memory = operator new(size, std::nothrow);
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    return memory;
+}
+void* operator new[](std::size_t size) {
+    return operator new(size);
+}
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+    return operator new(size, std::nothrow);
+}
+__attribute__((noinline)) void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+void operator delete(void* memory, std::size_t) noexcept {
+    operator delete(memory);
+}
+void operator delete[](void* memory) noexcept {
+    operator delete(memory);
+}
+void operator delete[](void* memory, std::size_t) noexcept {
+    operator delete(memory);
+}
+
+namespace talrtp {
+namespace test {
+namespace {
+
+// Refuses the nth allocation of `call`, for every n, alone and with all behind it. `prepare` makes what
+// `call` works on; `check` looks at it afterwards.
+template <typename Stage>
+void refuseEach(const std::function<void(Stage&)>& call, const std::function<void(Stage&, bool)>& check) {
+    for (const bool isLasting : {false, true}) {
+        bool isHit = true;
+        int tries = 0;
+        for (int nth = 1; isHit; ++nth) {
+            ASSERT_LE(nth, 2000) << "the operation never came through";
+            SCOPED_TRACE(testing::Message()
+                         << "allocation " << nth << (isLasting ? " and all behind it" : ""));
+            Stage stage;
+            s_refusal = Refusal();
+            s_refusal.isLasting = isLasting;
+            s_refusal.nth = nth;
+            call(stage);
+            isHit = s_refusal.isHit;
+            check(stage, isHit);
+            ++tries;
+        }
+        EXPECT_GE(tries, 2) << "nothing was refused";
+    }
+}
+
+// Runs what the library does, armed.
+template <typename Call>
+auto armed(Call call) {
+    struct Arm {
+        Arm() { s_refusal.isArmed = true; }
+        ~Arm() { s_refusal.isArmed = false; }
+    } arm;
+    return call();
+}
+
+class NumberSink : public ITalRTPSessionSink {
+public:
+    void OnReceivedRTPPacket(CTalRtpPacket* packet) override {
+        const bool wasArmed = s_refusal.isArmed;
+        s_refusal.isArmed = false;
+        ++handovers[packet->get_sequence_number()];
+        s_refusal.isArmed = wasArmed;
+    }
+
+    std::map<unsigned short, int> handovers;  // by sequence number
+};
+
+class Session : public CMMRTPSession4SVC {
+public:
+    explicit Session(ITalRTPSessionSink* sink) : CMMRTPSession4SVC(sink, kSourceId) {}
+
+    // Holds the lists against the look-ups and the notes.
+    void expectInStep() const {
+        std::map<unsigned short, int> mediaNotes;
+        std::map<unsigned short, int> fecNotes;
+        for (const auto& entry : m_tsInfoList) {
+            for (const unsigned short seq : entry.second->mediaSeqList) {
+                ++mediaNotes[seq];
+            }
+            for (const unsigned short seq : entry.second->fecSeqList) {
+                ++fecNotes[seq];
+            }
+        }
+        expectNoted(m_mediaPacketList, mediaNotes);
+        expectNoted(m_fecPacketList, fecNotes);
+        for (const auto& entry : m_mediaPacketList) {
+            EXPECT_EQ(getMediaPacketBySeq(entry.first), entry.second);
+        }
+        for (const auto& entry : m_fecPacketList) {
+            EXPECT_EQ(getFECPacketBySeq(entry.first), entry.second);
+        }
+        EXPECT_TRUE(m_recoverPacketList.empty());
+    }
+    // The same while nothing has aged out: each stored packet is counted.
+    void expectInStepAndCounted() const {
+        expectInStep();
+        EXPECT_EQ(m_mediaPacketList.size(), m_receivedValidMediaPacketNumber + m_recoveredMediaPacketNumber);
+    }
+
+private:
+    static void expectNoted(const PacketMap& list, const std::map<unsigned short, int>& notes) {
+        EXPECT_EQ(list.size(), notes.size());
+        for (const auto& entry : list) {
+            ASSERT_NE(entry.second, nullptr);
+            const auto note = notes.find(entry.first);
+            ASSERT_NE(note, notes.end()) << entry.first;
+            EXPECT_EQ(note->second, 1) << entry.first;
+        }
+    }
+};
+
+// A session of the library's own class, or of a derived one, with what it has received.
+struct Receiver {
+    Receiver() = default;
+
+    int input(Bytes datagram) {
+        return session->InputReceivedData(datagram.data(), static_cast<int>(datagram.size()), 1000);
+    }
+    int inputArmed(Bytes datagram) {
+        int result = 7;
+        EXPECT_NO_THROW(result = armed([&] {
+                            return session->InputReceivedData(datagram.data(),
+                                                              static_cast<int>(datagram.size()), 1000);
+                        }));
+        return result;
+    }
+
+    NumberSink sink;
+    std::unique_ptr<Session> session{new Session(&sink)};
+};
+
+// Feeds `before`, then `datagrams` with refusals. Afterwards everything is sent again, and each of `wanted`
+// has been handed over, if need be by force.
+void refuseInReceiving(unsigned long fecType, const std::vector<Bytes>& before,
+                       const std::vector<Bytes>& datagrams, const std::vector<unsigned short>& wanted) {
+    refuseEach<Receiver>(
+        [&](Receiver& receiver) {
+            receiver.session->SetFecType(fecType);
+            for (const Bytes& datagram : before) {
+                ASSERT_EQ(receiver.input(datagram), 0);
+            }
+            for (const Bytes& datagram : datagrams) {
+                const int result = receiver.inputArmed(datagram);
+                EXPECT_TRUE(result == 0 || (result == -1 && s_refusal.isHit)) << result;
+                receiver.session->expectInStepAndCounted();
+            }
+        },
+        [&](Receiver& receiver, bool isHit) {
+            for (const Bytes& datagram : datagrams) {
+                EXPECT_EQ(receiver.input(datagram), 0);
+            }
+            // A try that was refused its memory is made again with the next new packet.
+            EXPECT_EQ(receiver.input(rtp(100, kTimestamp, unitOf(100))), 0);
+            receiver.session->expectInStepAndCounted();
+            receiver.session->ForceHandover(kTimestamp);
+            for (const unsigned short seq : wanted) {
+                EXPECT_GE(receiver.sink.handovers[seq], 1) << seq;
+                EXPECT_TRUE(isHit || receiver.sink.handovers[seq] == 1) << seq;
+            }
+            // All of it ages out, and the session goes on.
+            Bytes later = rtp(9000, kTimestamp + 9000, unitOf(9));
+            EXPECT_EQ(receiver.session->InputReceivedData(later.data(), static_cast<int>(later.size()), 9000),
+                      0);
+            EXPECT_EQ(receiver.sink.handovers[9000], 1);
+        });
+}
+
+std::vector<Bytes> fragments(unsigned short first, int count) {
+    std::vector<Bytes> run;
+    for (int i = 0; i < count; ++i) {
+        const unsigned char flags = i == 0 ? kStart : i + 1 == count ? kEnd : kMiddle;
+        run.push_back(
+            rtp(static_cast<unsigned short>(first + i), kTimestamp, fragment(flags, pattern(3000, 1))));
+    }
+    return run;
+}
+
+TEST(AllocationFailureTest, SingleUnit) {
+    refuseInReceiving(RTP_FEC_RS, {}, {rtp(1, kTimestamp, unitOf(1))}, {1});
+}
+
+TEST(AllocationFailureTest, AggregationPacket) {
+    refuseInReceiving(RTP_FEC_RS, {}, {rtp(1, kTimestamp, aggregation({unitOf(1)}))}, {1});
+}
+
+TEST(AllocationFailureTest, RunOfFragments) {
+    refuseInReceiving(RTP_FEC_RS, {}, fragments(1, 4), {1});
+}
+
+// FEC over numbers 10 .. 13 of which some do not arrive.
+struct Group {
+    Group(unsigned long fecType, int count, int fecCount) {
+        CMMRTPSession4SVC sender(nullptr, kPeerId);
+        sender.SetFecType(fecType);
+        std::vector<Packet> packets(static_cast<std::size_t>(count));
+        for (int i = 0; i < count; ++i) {
+            Bytes unit = join({unitOf(static_cast<unsigned short>(i)), pattern(100, 3)});
+            Packet& packet = packets[static_cast<std::size_t>(i)];
+            sender.CreateSinglePacket(kTimestamp, static_cast<int>(unit.size()), unit.data(), &packet);
+            packet.set_sequence_number(static_cast<unsigned short>(10 + i));
+            media.push_back(bytesOf(packet));
+        }
+        if (fecType == RTP_FEC_RS) {
+            std::vector<Packet> made(static_cast<std::size_t>(fecCount));
+            sender.CreateRsFecPackets(packets.data(), count, made.data(), fecCount);
+            for (int i = 0; i < fecCount; ++i) {
+                made[static_cast<std::size_t>(i)].set_sequence_number(static_cast<unsigned short>(500 + i));
+                fec.push_back(bytesOf(made[static_cast<std::size_t>(i)]));
+            }
+        } else {
+            CRTPFECPacket made(1500);
+            sender.CreateXorFecPackets(packets.data(), count, 0xffffffff, &made);
+            made.set_sequence_number(500);
+            fec.push_back(bytesOf(made));
+        }
+    }
+
+    struct Packet : CTalRtpPacket {
+        Packet() : CTalRtpPacket(1500) {}
+    };
+    std::vector<Bytes> media;
+    std::vector<Bytes> fec;
+};
+
+TEST(AllocationFailureTest, XorPacketThatWaitsAndThenRebuilds) {
+    const Group group(RTP_FEC_XOR, 3, 1);
+    refuseInReceiving(RTP_FEC_XOR, {}, {group.fec[0], group.media[0], group.media[2]}, {10, 11, 12});
+    refuseInReceiving(RTP_FEC_XOR, {group.media[0]}, {group.fec[0], group.media[2]}, {10, 11, 12});
+}
+
+TEST(AllocationFailureTest, XorPacketThatRebuildsAtOnce) {
+    const Group group(RTP_FEC_XOR, 3, 1);
+    refuseInReceiving(RTP_FEC_XOR, {group.media[0], group.media[2]}, {group.fec[0]}, {10, 11, 12});
+}
+
+TEST(AllocationFailureTest, ReedSolomonGroupCompletedByAFecPacket) {
+    const Group group(RTP_FEC_RS, 4, 2);
+    refuseInReceiving(RTP_FEC_RS, {group.media[0], group.media[3]}, {group.fec[0], group.fec[1]},
+                      {10, 11, 12, 13});
+}
+
+TEST(AllocationFailureTest, ReedSolomonGroupCompletedByAMediaPacket) {
+    const Group group(RTP_FEC_RS, 4, 2);
+    refuseInReceiving(RTP_FEC_RS, {group.fec[0], group.fec[1], group.media[1]}, {group.media[3]},
+                      {10, 11, 12, 13});
+}
+
+TEST(AllocationFailureTest, ForcedHandoverIsMadeLater) {
+    refuseEach<Receiver>(
+        [](Receiver& receiver) {
+            std::vector<Bytes> run = fragments(1, 3);
+            receiver.input(run[0]);
+            receiver.input(run[1]);
+            int result = 7;
+            EXPECT_NO_THROW(result = armed([&] { return receiver.session->ForceHandover(kTimestamp); }));
+            EXPECT_EQ(result, s_refusal.isHit ? -1 : 0);
+            receiver.session->expectInStepAndCounted();
+        },
+        [](Receiver& receiver, bool isHit) {
+            EXPECT_EQ(receiver.session->ForceHandover(kTimestamp), isHit ? 0 : 1);
+            EXPECT_EQ(receiver.sink.handovers[1], 1);
+        });
+}
+
+struct Nothing {};
+
+TEST(AllocationFailureTest, SessionThatIsNotMadeLeaksNothing) {
+    refuseEach<Nothing>(
+        [](Nothing&) {
+            ITalRTPSession* session = nullptr;
+            bool isThrown = false;
+            try {
+                armed([&] {
+                    TalCreateRTPSession(&session, nullptr, 1, 2);
+                    return 0;
+                });
+            } catch (const std::bad_alloc&) {
+                isThrown = true;
+            }
+            EXPECT_EQ(isThrown, s_refusal.isHit);
+            EXPECT_EQ(session != nullptr, !isThrown);
+            TalDestroyRTPSession(session);
+        },
+        [](Nothing&, bool) {});
+}
+
+TEST(AllocationFailureTest, ModelThatIsNotMadeIsMadeLater) {
+    refuseEach<Nothing>(
+        [](Nothing&) {
+            RsMapClear();
+            rs_param_* model = nullptr;
+            EXPECT_NO_THROW(model = armed([] { return GetRsModel(4, 6); }));
+            EXPECT_EQ(model == nullptr, s_refusal.isHit);
+            EXPECT_NE(GetRsModel(4, 6), nullptr);
+            RsMapClear();
+        },
+        [](Nothing&, bool) {});
+}
+
+struct Packets {
+    Bytes bytes = rtp(1, kTimestamp, pattern(2000, 1));
+    CTalRtpPacket large{bytes.data(), static_cast<int>(bytes.size())};
+    CTalRtpPacket small{100};
+};
+
+// Constructors, copies and what grows let std::bad_alloc pass and leave the object as it was.
+TEST(AllocationFailureTest, PacketsLetTheExceptionPassAndStayWhole) {
+    const std::vector<std::function<void(Packets&)>> operations = {
+        [](Packets&) { CTalRtpPacket made(200); },
+        [](Packets& of) { CTalRtpPacket made(of.bytes.data(), static_cast<int>(of.bytes.size())); },
+        [](Packets& of) { CTalRtpPacket copy(of.large); },
+        [](Packets& of) { of.small = of.large; },
+        [](Packets& of) { of.small.from_buffer(of.bytes.data(), static_cast<int>(of.bytes.size())); },
+    };
+    for (const auto& operation : operations) {
+        refuseEach<Packets>(
+            [&](Packets& packets) {
+                bool isThrown = false;
+                try {
+                    armed([&] {
+                        operation(packets);
+                        return 0;
+                    });
+                } catch (const std::bad_alloc&) {
+                    isThrown = true;
+                }
+                EXPECT_EQ(isThrown, s_refusal.isHit);
+            },
+            [](Packets& packets, bool isHit) {
+                EXPECT_EQ(bytesOf(packets.large), packets.bytes);
+                if (isHit) {
+                    EXPECT_EQ(packets.small.get_buffer_size(), 100);
+                    packets.small.set_payload_size(88);
+                    EXPECT_EQ(bytesOf(packets.small).size(), 100u);
+                }
+            });
+    }
+}
+
+TEST(AllocationFailureTest, ElementThatFindsNoMemoryIsNotAdded) {
+    refuseEach<Packets>(
+        [](Packets& packets) {
+            unsigned char element[] = {0x12, 1, 2, 3};
+            bool isAdded = true;
+            EXPECT_NO_THROW(isAdded = armed([&] {
+                                return packets.large.add_onebyte_extension_element(1, element,
+                                                                                   sizeof element);
+                            }));
+            EXPECT_EQ(isAdded, !s_refusal.isHit);
+        },
+        [](Packets& packets, bool isHit) {
+            if (isHit) {
+                EXPECT_EQ(bytesOf(packets.large), packets.bytes);
+            }
+        });
+}
+
+// --- Exceptions of the host ---
+
+// Throws in place of the nth hand-over.
+class ThrowingSink : public ITalRTPSessionSink {
+public:
+    void OnReceivedRTPPacket(CTalRtpPacket*) override {
+        if (++calls == nth) {
+            if (isBadAlloc) {
+                throw std::bad_alloc();
+            }
+            throw std::runtime_error("the sink's own");
+        }
+    }
+    int calls = 0;
+    int nth = 0;
+    bool isBadAlloc = false;
+};
+
+TEST(HostExceptionTest, ExceptionOfTheSinkPassesAndLeavesTheSessionUsable) {
+    const Group group(RTP_FEC_RS, 4, 3);
+    for (const bool isBadAlloc : {false, true}) {
+        for (int nth = 1; nth <= 4; ++nth) {
+            ThrowingSink sink;
+            sink.nth = nth;
+            sink.isBadAlloc = isBadAlloc;
+            Session session(&sink);
+            int thrown = 0;
+            for (Bytes datagram : {group.fec[0], group.fec[1], group.fec[2], group.media[3]}) {
+                try {
+                    session.InputReceivedData(datagram.data(), static_cast<int>(datagram.size()), 1000);
+                } catch (const std::exception&) {
+                    ++thrown;
+                }
+            }
+            EXPECT_EQ(thrown, 1) << nth;
+            Bytes later = rtp(100, kTimestamp, unitOf(100));
+            EXPECT_EQ(session.InputReceivedData(later.data(), static_cast<int>(later.size()), 1000), 0);
+            session.expectInStepAndCounted();
+            EXPECT_EQ(sink.calls, 5) << nth;  // each packet once, the one that threw too
+            Bytes last = rtp(200, kTimestamp + 1, unitOf(200));
+            EXPECT_EQ(session.InputReceivedData(last.data(), static_cast<int>(last.size()), 9000), 0);
+            session.expectInStep();
+        }
+    }
+}
+
+// A hook that throws for one sequence number.
+class ThrowingHooks : public Session {
+public:
+    using Session::Session;
+    bool isStartSeq(unsigned short seq) override { return check(seq, 0) && Session::isStartSeq(seq); }
+    bool findStartSeq(unsigned short seq, unsigned short& start) override {
+        return check(seq, 1) && Session::findStartSeq(seq, start);
+    }
+    void dealPacket(CTalRtpPacket* packet) override {
+        check(packet->get_sequence_number(), 2);
+        Session::dealPacket(packet);
+    }
+    CTalRtpPacket* recoverPacket(unsigned short seq, CRTPFECPacket* fec) override {
+        check(seq, 3);
+        return Session::recoverPacket(seq, fec);
+    }
+
+    int hook = -1;
+
+private:
+    bool check(unsigned short seq, int which) const {
+        if (hook == which && seq == 11) {
+            throw std::runtime_error("the hook's own");
+        }
+        return true;
+    }
+};
+
+TEST(HostExceptionTest, ExceptionOfAHookPassesAndLeavesTheSessionUsable) {
+    const Group group(RTP_FEC_XOR, 3, 1);
+    for (int hook = 0; hook < 4; ++hook) {
+        NumberSink sink;
+        ThrowingHooks session(&sink);
+        session.SetFecType(RTP_FEC_XOR);
+        session.hook = hook;
+        int thrown = 0;
+        for (Bytes datagram : {group.media[0], group.media[2], group.fec[0]}) {
+            try {
+                session.InputReceivedData(datagram.data(), static_cast<int>(datagram.size()), 1000);
+            } catch (const std::runtime_error&) {
+                ++thrown;
+            }
+        }
+        EXPECT_EQ(thrown, 1) << hook;
+        session.hook = -1;
+        for (Bytes datagram : group.media) {
+            EXPECT_EQ(session.InputReceivedData(datagram.data(), static_cast<int>(datagram.size()), 1000), 0);
+        }
+        session.ForceHandover(kTimestamp);
+        EXPECT_EQ(sink.handovers[11], 1) << hook;
+    }
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace talrtp
