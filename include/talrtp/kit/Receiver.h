@@ -77,6 +77,10 @@ public:
     // to the host; the receiver goes on with the next picture.
     using Play = std::function<void(const Picture&)>;
 
+    // Called from within `push` for each media packet that FEC rebuilt in time to be played, before its
+    // picture is. **Lends** the packet for the call. It must not throw, and call nothing of this receiver.
+    using Rebuilt = std::function<void(BytesView packet)>;
+
     // Throws `std::invalid_argument` when `options.check()` finds something or `play` is empty; without
     // exceptions, prints it and aborts.
     Receiver(const ReceiverOptions& options, Play play)
@@ -131,6 +135,9 @@ public:
             playFirst(due);
         }
     }
+
+    // Sets the function for rebuilt packets, for captures and traces; none is called unless set.
+    void onRebuilt(Rebuilt rebuilt) { m_rebuilt = std::move(rebuilt); }
 
     // Counts since the receiver was made.
     Statistics statistics() const {
@@ -301,7 +308,12 @@ private:
             return false;
         }
         const BytesView bytes(packet->get_buffer(), static_cast<std::size_t>(packet->get_packet_size()));
-        return isValidRtp(bytes, false) && m_queue->noteRebuilt(PacketHeadReader::read(bytes), now);
+        const bool isNoted =
+            isValidRtp(bytes, false) && m_queue->noteRebuilt(PacketHeadReader::read(bytes), now);
+        if (isNoted && m_rebuilt) {
+            m_rebuilt(bytes);
+        }
+        return isNoted;
     }
 
     // From the sink, within a call of the session.
@@ -394,6 +406,7 @@ private:
 
     ReceiverOptions m_options;
     Play m_play;
+    Rebuilt m_rebuilt;
     Statistics m_counts;
     SteadyTime m_time;
     SessionClock m_sessionTime;
