@@ -41,6 +41,8 @@ if(TARGET talrtp_program)
   foreach(pages ${PROJECT_SOURCE_DIR}/host/man ${PROJECT_BINARY_DIR}/host/man)
     install(DIRECTORY ${pages}/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 OPTIONAL FILES_MATCHING PATTERN "*.1")
   endforeach()
+  install(FILES ${PROJECT_BINARY_DIR}/host/man/talrtp.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+    RENAME talrtp)
 endif()
 
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
