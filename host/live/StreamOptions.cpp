@@ -47,10 +47,11 @@ CStreamArguments::CStreamArguments(CLI::App& command, const std::string& fecText
     m_payloadTypeOption =
         command.add_option("--pt", m_options.payloadType, "RTP payload type of the media packets");
     m_payloadTypeOption->check(within(0, 127))->type_name("N")->capture_default_str()->group(kNetworkGroup);
-    m_rtcpOption = command.add_option("--rtcp", m_rtcp,
-                                      "RTCP on PORT+1: rfc3550, which other programs speak, native, the\n"
-                                      "form of this library's own RTCP stack, or off");
-    m_rtcpOption->check(CLI::IsMember(kRtcpForms).description(""))
+    CLI::Option* rtcp =
+        command.add_option("--rtcp", m_rtcp,
+                           "RTCP on PORT+1: rfc3550, which other programs speak, native, the\n"
+                           "form of this library's own RTCP stack, or off");
+    rtcp->check(CLI::IsMember(kRtcpForms).description(""))
         ->type_name("FORM")
         ->capture_default_str()
         ->group(kNetworkGroup);

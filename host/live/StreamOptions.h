@@ -54,7 +54,6 @@ public:
 
     bool isFecGiven() const { return m_fecOption->count() > 0; }
     bool isFecPortGiven() const { return m_fecPortOption->count() > 0; }
-    bool isRtcpGiven() const { return m_rtcpOption->count() > 0; }
     bool isPayloadTypeGiven() const { return m_payloadTypeOption->count() > 0; }
     bool isFecPayloadTypeGiven() const { return m_fecPayloadTypeOption->count() > 0; }
 
@@ -65,7 +64,6 @@ private:
     std::string m_rtcp = "rfc3550";
     CLI::Option* m_fecOption = nullptr;
     CLI::Option* m_fecPortOption = nullptr;
-    CLI::Option* m_rtcpOption = nullptr;
     CLI::Option* m_payloadTypeOption = nullptr;
     CLI::Option* m_fecPayloadTypeOption = nullptr;
 };

@@ -48,7 +48,11 @@ bool isV4(const asio::ip::address& address) {
     return address.is_v4() || address.to_v6().is_v4_mapped();
 }
 
+// The address of a socket for both families is one of IPv6; in a packet of IPv4 it stands as 0.0.0.0.
 asio::ip::address_v4::bytes_type v4Bytes(const asio::ip::address& address) {
+    if (!isV4(address)) {
+        return {};
+    }
     return (address.is_v4() ? address.to_v4()
                             : asio::ip::make_address_v4(asio::ip::v4_mapped, address.to_v6()))
         .to_bytes();
@@ -101,12 +105,13 @@ CCaptureFile::~CCaptureFile() {
 }
 
 void CCaptureFile::add(const Endpoint& from, const Endpoint& to, kit::BytesView payload) {
-    writeHeaders(from, to, payload.size());
+    const bool isOverV4 = isV4(from.address()) || isV4(to.address());
+    writeHeaders(from, to, isOverV4, payload.size());
     m_packet.insert(m_packet.end(), payload.begin(), payload.end());
     const std::size_t udp = m_packet.size() - payload.size() - kUdpHeaderSize;
     // The checksum covers the addresses too, which end right before the UDP header, its length and its
     // protocol. 0 stands for none, so a sum of 0 is sent as its complement (RFC 768).
-    const std::size_t addresses = isV4(from.address()) ? 8 : 32;
+    const std::size_t addresses = isOverV4 ? 8 : 32;
     const std::size_t length = m_packet.size() - udp;
     const std::uint16_t sum =
         finish(addWords(m_packet.data() + udp - addresses, m_packet.size() - udp + addresses,
@@ -131,9 +136,10 @@ void CCaptureFile::flush() {
     }
 }
 
-void CCaptureFile::writeHeaders(const Endpoint& from, const Endpoint& to, std::size_t payloadSize) {
+void CCaptureFile::writeHeaders(const Endpoint& from, const Endpoint& to, bool isOverV4,
+                                std::size_t payloadSize) {
     const std::size_t udpSize = kUdpHeaderSize + payloadSize;
-    if (isV4(from.address())) {
+    if (isOverV4) {
         appendV4Header(m_packet, from, to, udpSize);
     } else {
         appendV6Header(m_packet, from, to, udpSize);

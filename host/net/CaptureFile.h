@@ -27,15 +27,15 @@ public:
     CCaptureFile(const CCaptureFile&) = delete;
     CCaptureFile& operator=(const CCaptureFile&) = delete;
 
-    // Adds a datagram with the current wall-clock time. Both addresses are of one family; an IPv4 address
-    // within IPv6 counts as IPv4. Throws CHostError when the disk is full.
+    // Adds a datagram with the current wall-clock time. When one of the addresses is IPv4, or IPv4 within
+    // IPv6, so is the packet. Throws CHostError when the disk is full.
     void add(const Endpoint& from, const Endpoint& to, kit::BytesView payload);
 
     // Writes out what is buffered. Throws CHostError likewise.
     void flush();
 
 private:
-    void writeHeaders(const Endpoint& from, const Endpoint& to, std::size_t payloadSize);
+    void writeHeaders(const Endpoint& from, const Endpoint& to, bool isOverV4, std::size_t payloadSize);
     void fail() const;
 
     std::string m_path;

@@ -46,9 +46,6 @@ public:
     const SendCounts& counts() const { return m_counts; }
     Socket& socket() { return m_socket; }
 
-    // Turns segmentation off, for kernels or ways that cannot.
-    void setSegmenting(bool isSegmenting) { m_isSegmenting = isSegmenting; }
-
 private:
     static constexpr std::size_t kMaxMessages = 64;
 

@@ -28,18 +28,19 @@ constexpr double kPercent = 100;
 CRecvSession::CRecvSession(const RecvOptions& options, CReporter& reporter)
     : m_options(options),
       m_reporter(reporter),
-      m_signals(m_io),
       m_pollTimer(m_io),
       m_tickTimer(m_io),
       m_intervalTimer(m_io),
       m_endTimer(m_io),
       m_sink(m_io, options.output),
+      m_signals(m_io, SIGINT, SIGTERM),
       m_local(listenEndpoint(m_io, options)),
       m_media(openMedia(m_io, m_local, options), m_local),
       m_receiver(receiverOptions(options), [this](const kit::Picture& picture) { play(picture); }) {
     openOthers();
     if (!options.capturePath.empty()) {
         m_capture.emplace(options.capturePath);
+        m_receiver.onRebuilt([this](kit::BytesView packet) { captureRebuilt(packet); });
     }
 }
 
@@ -105,16 +106,13 @@ int CRecvSession::run() {
     if (m_capture) {
         m_capture->flush();
     }
-    if (m_sink.error()) {
-        throw CHostError(*m_sink.error());
+    if (m_sink.error() || m_captureError) {
+        throw CHostError(m_sink.error() ? *m_sink.error() : *m_captureError);
     }
     return isWhole() ? kExitGood : kExitWrong;
 }
 
 void CRecvSession::waitForSignals() {
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-        m_signals.add(signal);
-    }
     m_signals.async_wait([this](const asio::error_code& error, int) {
         if (!error) {
             m_signals.clear();  // a second signal ends the program at once
@@ -233,7 +231,7 @@ void CRecvSession::checkEnd() {
     const bool isEnough = m_options.maxPictures > 0 && m_playedPictures >= m_options.maxPictures;
     const bool isIdle =
         m_options.idleSeconds && secondsBetween(m_lastAccepted, Clock::now()) >= *m_options.idleSeconds;
-    if (isEnough || isIdle || m_sink.error()) {
+    if (isEnough || isIdle || m_sink.error() || m_captureError) {
         end();
     } else if (m_rtcp && m_rtcp->isOver()) {
         endSoon();
@@ -315,9 +313,21 @@ void CRecvSession::askAfterLoss() {
 }
 
 void CRecvSession::capture(const Endpoint& from, const Endpoint& to, kit::BytesView bytes) {
-    if (m_capture) {
-        m_capture->add(from, to, bytes);
+    if (!m_capture) {
+        return;
     }
+    try {
+        m_capture->add(from, to, bytes);
+    } catch (const CHostError& problem) {
+        m_captureError = problem.what();
+        m_capture.reset();
+    }
+}
+
+// Nobody sent it, so it stands there with the source port that no sender has.
+void CRecvSession::captureRebuilt(kit::BytesView packet) {
+    const std::optional<Endpoint>& sender = m_media.guard.held();
+    capture(withPort(sender.value_or(m_media.local), 0), m_media.local, packet);
 }
 
 void CRecvSession::startIntervals() {

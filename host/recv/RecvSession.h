@@ -69,6 +69,7 @@ private:
     void sendReport(bool isLast);
     void askAfterLoss();
     void capture(const Endpoint& from, const Endpoint& to, kit::BytesView bytes);
+    void captureRebuilt(kit::BytesView packet);
     void startIntervals();
     void showStatus();
     std::uint64_t receivedBytes() const;
@@ -81,18 +82,19 @@ private:
     RecvOptions m_options;
     CReporter& m_reporter;
     asio::io_context m_io;
-    asio::signal_set m_signals;
     asio::steady_timer m_pollTimer;
     asio::steady_timer m_tickTimer;
     asio::steady_timer m_intervalTimer;
     asio::steady_timer m_endTimer;
     CPictureSink m_sink;
+    asio::signal_set m_signals;  // from before the sockets are there to after the report
     Endpoint m_local;
     Port m_media;
     std::optional<Port> m_fec;       // when it has a port of its own
     std::optional<Port> m_rtcpPort;  // its guard admits all
     std::optional<CReceiverRtcp> m_rtcp;
     std::optional<CCaptureFile> m_capture;
+    std::optional<std::string> m_captureError;
     kit::Receiver m_receiver;
 
     kit::TimePoint m_now;  // of the batch that is being read

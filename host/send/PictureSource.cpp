@@ -117,18 +117,18 @@ void CPictureSource::cancel() {
     }
 }
 
-bool CPictureSource::read() {
+void CPictureSource::read() {
     const int descriptor = isLive() ? m_stream->native_handle() : m_descriptor;
     const ssize_t size = ::read(descriptor, m_chunk.data(), m_chunk.size());
     if (size < 0 && (errno == EAGAIN || errno == EINTR)) {
-        return false;
+        return;
     }
     if (size < 0) {
         fail(m_path, std::strerror(errno));
     }
     if (size == 0) {
         finishRound();
-        return true;
+        return;
     }
     const kit::BytesView chunk(m_chunk.data(), static_cast<std::size_t>(size));
     if (!isLive() && m_bytesRead == 0 && !beginsLikeStream(chunk)) {
@@ -136,7 +136,6 @@ bool CPictureSource::read() {
     }
     m_bytesRead += chunk.size();
     m_splitter.push(chunk);
-    return true;
 }
 
 void CPictureSource::finishRound() {

@@ -55,13 +55,12 @@ public:
     // Ends a wait without calling its handler.
     void cancel();
 
-    std::uint64_t bytesRead() const { return m_bytesRead; }
     std::uint64_t oversizeUnits() const { return m_splitter.oversizeUnits(); }
 
 private:
     void open(asio::io_context& io);
-    // Reads once. Returns false when a live input has nothing.
-    bool read();
+    // Reads once, if there is something to read.
+    void read();
     void finishRound();
 
     std::string m_path;

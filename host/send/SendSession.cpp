@@ -60,13 +60,13 @@ std::optional<std::uint16_t> above(std::optional<std::uint16_t> port, int distan
 CSendSession::CSendSession(const SendOptions& options, CReporter& reporter)
     : m_options(options),
       m_reporter(reporter),
-      m_signals(m_io),
       m_timer(m_io),
       m_tickTimer(m_io),
       m_intervalTimer(m_io),
       m_goodbyeTimer(m_io),
       m_source(m_io, options.input, options.rounds),
       m_remote(resolve(m_io, options.to)),
+      m_signals(m_io, SIGINT, SIGTERM),
       m_media(openSender(m_io, m_remote, options.stream.multicast, options.localPort.value_or(0)), m_remote),
       m_losses(options.drop, options.burst, CRandom(options.seed)),
       m_senderOptions(senderOptions(options)),
@@ -123,14 +123,14 @@ int CSendSession::run() {
     if (m_capture) {
         m_capture->flush();
     }
+    if (m_captureError) {
+        throw CHostError(*m_captureError);
+    }
     const bool isWhole = m_refusedUnits + m_source.oversizeUnits() + socketCounts().failed == 0;
     return isWhole ? kExitGood : kExitWrong;
 }
 
 void CSendSession::waitForSignals() {
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-        m_signals.add(signal);
-    }
     m_signals.async_wait([this](const asio::error_code& error, int) {
         if (!error) {
             m_signals.clear();  // a second signal ends the program at once
@@ -402,8 +402,15 @@ void CSendSession::sendReport(bool isLast) {
 }
 
 void CSendSession::capture(const Endpoint& from, const Endpoint& to, kit::BytesView bytes) {
-    if (m_capture) {
+    if (!m_capture) {
+        return;
+    }
+    try {
         m_capture->add(from, to, bytes);
+    } catch (const CHostError& problem) {
+        m_captureError = problem.what();
+        m_capture.reset();
+        asio::post(m_io, [this] { stop(); });
     }
 }
 

@@ -97,19 +97,20 @@ private:
     SendOptions m_options;
     CReporter& m_reporter;
     asio::io_context m_io;
-    asio::signal_set m_signals;
     asio::steady_timer m_timer;          // of the cycle
     asio::steady_timer m_tickTimer;      // sender reports and the status line
     asio::steady_timer m_intervalTimer;  // of --stats
     asio::steady_timer m_goodbyeTimer;
     CPictureSource m_source;
     Endpoint m_remote;
+    asio::signal_set m_signals;  // from before the sockets are there to after the report
     Flow m_media;
     std::optional<Flow> m_fec;  // when it has a port of its own
     Tally m_mediaTally;
     Tally m_fecTally;
     std::optional<CSenderRtcp> m_rtcp;
     std::optional<CCaptureFile> m_capture;
+    std::optional<std::string> m_captureError;
     CLossModel m_losses;
     kit::SenderOptions m_senderOptions;
     kit::Sender m_sender;
