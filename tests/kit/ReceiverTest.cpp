@@ -1,6 +1,7 @@
 #include "RtpPackets.h"
 
 #include <talrtp/kit/Receiver.h>
+#include <talrtp/kit/Sender.h>
 
 #include <gtest/gtest.h>
 
@@ -358,6 +359,70 @@ TEST(ReceiverTest, PlaysTheFirstSliceOfAnotherPictureAtOnce) {
     receiver.push({12, 1000, true}, kSlice, 0);
     EXPECT_EQ(Timestamps{1000}, receiver.played());
     EXPECT_FALSE(receiver.pictures[0].isComplete);  // a prefix unit may have preceded it
+}
+
+// --- A first number that the signalling named ---
+
+class NumberedReceiverTest : public testing::Test {
+protected:
+    static ReceiverOptions options() {
+        ReceiverOptions options;
+        options.fec = FecScheme::kXor;
+        options.firstSequence = 10;
+        return options;
+    }
+    KeepingReceiver receiver{options()};
+};
+
+TEST_F(NumberedReceiverTest, PlaysThePictureOfTheFirstNumberAtOnce) {
+    receiver.push({10, 1000, true}, kIdr, 0);  // without the number it would wait for parameter sets
+    EXPECT_EQ(Timestamps{1000}, receiver.played());
+    EXPECT_TRUE(receiver.pictures[0].isComplete);
+}
+
+TEST_F(NumberedReceiverTest, WaitsForWhatIsMissingBeforeTheFirstArrival) {
+    receiver.push({11, 2000, true}, stapA({kSps, kPps, kIdr}), 0);
+    EXPECT_EQ(Timestamps(), receiver.played());
+    receiver.push({10, 1000, true}, kSlice, 5);
+    EXPECT_EQ((Timestamps{1000, 2000}), receiver.played());
+    EXPECT_TRUE(receiver.pictures[0].isComplete);
+    EXPECT_TRUE(receiver.pictures[1].isComplete);
+}
+
+TEST_F(NumberedReceiverTest, CountsWhatNeverArrivedBeforeTheFirstArrival) {
+    receiver.push({12, 2000, true}, stapA({kSps, kPps, kIdr}), 0);
+    EXPECT_EQ(atMs(200), receiver.receiver.poll(atMs(199)));
+    EXPECT_EQ(Timestamps(), receiver.played());
+    receiver.receiver.poll(atMs(200));
+    EXPECT_EQ(Timestamps{2000}, receiver.played());
+    EXPECT_EQ(2u, receiver.pictures[0].missing);
+    EXPECT_FALSE(receiver.pictures[0].isComplete);
+    EXPECT_EQ(10, receiver.pictures[0].first);
+}
+
+TEST_F(NumberedReceiverTest, PlaysAFirstPictureOfWhichOnlyTheFecPacketArrived) {
+    SenderOptions sending;
+    sending.ssrc = test::kSource;
+    sending.fec = Fec::xorParity(1);
+    sending.firstSequence = 10;
+    Sender sender(sending, [this](const Datagram& datagram) {
+        if (datagram.isFec) {
+            receiver.push(test::copyOf(datagram.bytes), 0);
+        }
+    });
+    sender.sendPicture(1000, std::vector<Bytes>{kIdr});
+    sender.flush();
+    EXPECT_EQ(Timestamps{1000}, receiver.played());
+    EXPECT_EQ(annexB({kIdr}), receiver.pictures[0].bytes);
+    EXPECT_EQ(1u, receiver.receiver.statistics().rebuiltPackets);
+}
+
+TEST_F(NumberedReceiverTest, ForgetsTheNumberWhenTheSenderBeginsAnew) {
+    receiver.push({10, 1000, true}, kSlice, 0);
+    receiver.push({30000, 2000, true}, stapA({kSps, kPps, kIdr}), 1);
+    receiver.push({30001, 3000, true}, kSlice, 2);
+    EXPECT_EQ((Timestamps{1000, 2000, 3000}), receiver.played());
+    EXPECT_EQ(1u, receiver.receiver.statistics().restarts);
 }
 
 TEST(ReceiverTest, PlaysParameterSetsOfTheOptionsBeforeAPictureWithoutItsOwn) {

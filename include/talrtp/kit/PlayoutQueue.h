@@ -74,9 +74,15 @@ public:
     };
 
     // `wait`: how long a gap holds up play. `hasParameterSets`: a stream may begin with an IDR picture.
-    PlayoutQueue(std::chrono::milliseconds wait, bool hasParameterSets)
+    // `firstSequence`: where the first picture begins, if that is known.
+    PlayoutQueue(std::chrono::milliseconds wait, bool hasParameterSets,
+                 std::optional<std::uint16_t> firstSequence = std::nullopt)
         : m_wait(wait), m_hasParameterSets(hasParameterSets), m_slots(kFirstSlots) {
         m_missing.reserve(kFirstSlots + 1);  // as long as the list gets unless thousands are missing
+        if (firstSequence) {
+            begin(*firstSequence, TimePoint());
+            m_isStarted = true;
+        }
     }
 
     // --- Packets ---
@@ -747,7 +753,7 @@ private:
     // Tells whether nothing before the first packet belongs to the picture. A picture with the timestamp of
     // the last one is the rest of that, which arrived after it had to be cut.
     bool isStartSure(const Extent& extent) const {
-        const bool isRest = m_isStarted && extent.timestamp == m_lastTimestamp;
+        const bool isRest = m_lastTimestamp == extent.timestamp;
         const bool isFirstSure = m_isStarted || m_firstUnitType != kSliceType;
         return isFirstSure && !isStartInDoubt() && !m_isHoleInDoubt && !isRest;
     }
@@ -783,13 +789,13 @@ private:
     bool m_isEndSeen = false;  // by a packet that arrived below `m_looked`
     std::uint32_t m_lookedTimestamp = 0;
 
-    bool m_isStarted = false;           // a picture was played
-    std::uint32_t m_lastTimestamp = 0;  // of that picture
-    bool m_beginsPicture = false;       // a stream can begin with the packet at `m_next`
-    std::uint8_t m_firstUnitType = 0;   // of that packet
-    bool m_hasMarkers = false;          // a marker was seen
-    bool m_areMarkersTrue = true;       // no picture went on after a marker
-    bool m_isHoleInDoubt = false;       // a hole before the first picture may be a part of it
+    bool m_isStarted = false;  // nothing before `m_next` belongs to a picture that will be played
+    std::optional<std::uint32_t> m_lastTimestamp;  // of the last picture taken
+    bool m_beginsPicture = false;                  // a stream can begin with the packet at `m_next`
+    std::uint8_t m_firstUnitType = 0;              // of that packet
+    bool m_hasMarkers = false;                     // a marker was seen
+    bool m_areMarkersTrue = true;                  // no picture went on after a marker
+    bool m_isHoleInDoubt = false;                  // a hole before the first picture may be a part of it
     TimePoint m_firstArrival{};
     TimePoint m_lastArrival{};
 

@@ -88,7 +88,7 @@ public:
           m_play(std::move(play)),
           m_sink(*this),
           m_sources(options.ssrc, options.sourceTimeout) {
-        begin();
+        begin(options.firstSequence);
     }
     Receiver(const Receiver&) = delete;
     Receiver& operator=(const Receiver&) = delete;
@@ -161,8 +161,8 @@ private:
         return options;
     }
 
-    // Begins with a new session and nothing known of the source.
-    void begin() {
+    // Begins with a new session and nothing known of the source, unless its first number is.
+    void begin(std::optional<std::uint16_t> firstSequence) {
         if (m_session) {
             m_session->addCountersTo(m_counts);
         }
@@ -170,7 +170,7 @@ private:
         m_session = std::make_unique<SessionHandle>(&m_sink, m_options.ssrc.value_or(0));
         (*m_session)->SetPayloadType(m_options.payloadType, m_options.fecPayloadType);
         (*m_session)->SetFecType(m_options.fec == FecScheme::kXor ? RTP_FEC_XOR : RTP_FEC_RS);
-        m_queue.emplace(m_options.wait, !m_options.parameterSets.empty());
+        m_queue.emplace(m_options.wait, !m_options.parameterSets.empty(), firstSequence);
         m_hasPlayedParameterSets = false;
         m_recovered = 0;
     }
@@ -264,7 +264,7 @@ private:
         while (!m_queue->isEmpty()) {
             exception.run([this] { finish(); });
         }
-        begin();
+        begin(std::nullopt);
         m_farOff.drop();
         m_ssrc = readBig32(first, 8);
         takeMedia(first, now);

@@ -21,6 +21,10 @@ struct ReceiverOptions {
 
     // The source to hold to; unless set, the first that stays.
     std::optional<std::uint32_t> ssrc;
+    // The sequence number of the first media packet, if the signalling names it (RTP-Info of RTSP, RFC 2326,
+    // 12.33). Then what is lost or late before the first packet that arrives is a gap like any other. Unless
+    // set, and after the sender began anew or another source took over, the stream begins where it is joined.
+    std::optional<std::uint16_t> firstSequence;
     // After this silence of the source, another SSRC can take its place, unless `ssrc` is set.
     std::chrono::milliseconds sourceTimeout{2000};
 
