@@ -4,6 +4,7 @@
 #include "Program.h"
 
 #include <fmt/format.h>
+#include <talrtp/kit/TraceToCallback.h>  // `--trace` of every subcommand
 
 #include <cstdio>
 

@@ -8,7 +8,6 @@ namespace talrtp::host {
 namespace {
 
 using kit::FecScheme;
-using kit::Handover;
 using NalUnit = std::vector<std::uint8_t>;
 
 // One picture of three units: two in an aggregation packet, sequence number 100, and one in the fragments 101
@@ -55,14 +54,27 @@ protected:
         m_audit.addFecPacket(datagramOf(packet, 7), arrives);
     }
 
-    static Handover handover(int sequence, int index, const NalUnit& unit, bool isWhole = true) {
-        Handover result{9000, static_cast<std::uint16_t>(sequence), index, isWhole, {0, 0, 0, 1}};
-        result.bytes.insert(result.bytes.end(), unit.begin(), unit.end());
-        return result;
-    }
+    struct Played {
+        NalUnit unit;
+        bool isWhole = true;
+    };
 
-    std::vector<Handover> all() const {
-        return {handover(100, 0, m_sps), handover(100, 1, m_pps), handover(101, 0, m_slice)};
+    std::vector<Played> all() const { return {{m_sps}, {m_pps}, {m_slice}}; }
+
+    // Closes the picture of that timestamp with the packets `first` to `last` and those units.
+    void close(const std::vector<Played>& units, std::uint32_t timestamp = 9000, std::uint64_t first = 100,
+               std::uint64_t last = 103) {
+        kit::Picture picture;
+        kit::PictureMaker::facts(picture).timestamp = timestamp;
+        kit::PictureMaker::facts(picture).firstSequence = kCycle + first;
+        kit::PictureMaker::facts(picture).lastSequence = kCycle + last;
+        for (const Played& each : units) {
+            NalUnit bytes{0, 0, 0, 1};
+            bytes.insert(bytes.end(), each.unit.begin(), each.unit.end());
+            kit::PictureMaker::run(picture).append(bytes, each.isWhole);
+        }
+        kit::PictureMaker::close(picture);
+        m_audit.close(picture);
     }
 
     void expectUnits(std::uint64_t whole, std::uint64_t cut, std::uint64_t missing) const {
@@ -71,6 +83,8 @@ protected:
         EXPECT_EQ(m_audit.counts().cut, cut);
         EXPECT_EQ(m_audit.counts().missing, missing);
     }
+
+    static constexpr std::uint64_t kCycle = 65536;  // a receiver counts on from there
 
     const NalUnit m_sps{0x67, 1, 2};
     const NalUnit m_pps{0x68, 3};
@@ -82,7 +96,7 @@ protected:
 TEST_F(AuditTest, AllIsGoodWhenAllArrived) {
     begin();
     send({true, true, true, true});
-    m_audit.close(9000, all());
+    close(all());
     expectUnits(3, 0, 0);
     EXPECT_EQ(m_audit.counts().couldArrive, 3u);
     EXPECT_TRUE(m_audit.counts().isGood());
@@ -91,7 +105,7 @@ TEST_F(AuditTest, AllIsGoodWhenAllArrived) {
 TEST_F(AuditTest, ALossExplainsWhatIsMissing) {
     begin();
     send({false, true, true, true});
-    m_audit.close(9000, {handover(101, 0, m_slice)});
+    close({{m_slice}});
     expectUnits(1, 0, 2);
     EXPECT_EQ(m_audit.counts().lostPackets, 1u);
     EXPECT_EQ(m_audit.counts().notRebuildable, 1u);
@@ -101,8 +115,7 @@ TEST_F(AuditTest, ALossExplainsWhatIsMissing) {
 TEST_F(AuditTest, ALossExplainsACut) {
     begin();
     send({true, true, true, false});
-    m_audit.close(9000,
-                  {handover(100, 0, m_sps), handover(100, 1, m_pps), handover(101, 0, {0x65, 4, 5}, false)});
+    close({{m_sps}, {m_pps}, {{0x65, 4, 5}, false}});
     expectUnits(2, 1, 0);
     EXPECT_TRUE(m_audit.counts().isGood());
 }
@@ -110,21 +123,21 @@ TEST_F(AuditTest, ALossExplainsACut) {
 TEST_F(AuditTest, AMissingUnitThatCouldArriveIsNoticed) {
     begin();
     send({true, true, true, true});
-    std::vector<Handover> delivered = all();
-    delivered.pop_back();
-    m_audit.close(9000, delivered);
+    std::vector<Played> played = all();
+    played.pop_back();
+    close(played);
     expectUnits(2, 0, 1);
     EXPECT_EQ(m_audit.counts().arrivedButUndelivered, 1u);
     EXPECT_FALSE(m_audit.counts().isGood());
 }
 
 TEST_F(AuditTest, AChangedBitIsNoticed) {
-    for (std::size_t byte = 0; byte < 10; ++byte) {
+    for (std::size_t byte = 0; byte < 6; ++byte) {
         begin();
         send({true, true, true, true});
-        std::vector<Handover> delivered = all();
-        delivered[2].bytes[byte] ^= 0x10;
-        m_audit.close(9000, delivered);
+        std::vector<Played> played = all();
+        played[2].unit[byte] ^= 0x10;
+        close(played);
         EXPECT_FALSE(m_audit.counts().isGood()) << byte;
         EXPECT_EQ(m_audit.counts().wrong, 1u);
     }
@@ -134,9 +147,9 @@ TEST_F(AuditTest, AUnitThatIsTooLongOrTooShortIsNoticed) {
     for (const int change : {-1, 1}) {
         begin();
         send({true, true, true, true});
-        std::vector<Handover> delivered = all();
-        delivered[2].bytes.resize(delivered[2].bytes.size() + static_cast<std::size_t>(change));
-        m_audit.close(9000, delivered);
+        std::vector<Played> played = all();
+        played[2].unit.resize(played[2].unit.size() + static_cast<std::size_t>(change));
+        close(played);
         EXPECT_EQ(m_audit.counts().wrong, 1u);
     }
 }
@@ -144,32 +157,98 @@ TEST_F(AuditTest, AUnitThatIsTooLongOrTooShortIsNoticed) {
 TEST_F(AuditTest, ACutThatIsNoBeginningIsNoticed) {
     begin();
     send({true, true, true, false});
-    m_audit.close(9000, {handover(101, 0, {0x65, 9}, false)});
+    close({{{0x65, 9}, false}});
     EXPECT_EQ(m_audit.counts().wrong, 1u);
 }
 
 TEST_F(AuditTest, WrongOrderIsNoticed) {
     begin();
     send({true, true, true, true});
-    m_audit.close(9000, {handover(100, 1, m_pps), handover(100, 0, m_sps), handover(101, 0, m_slice)});
+    close({{m_pps}, {m_sps}, {m_slice}});
     EXPECT_FALSE(m_audit.counts().isGood());
 }
 
 TEST_F(AuditTest, AUnitThatWasNeverSentIsNoticed) {
     begin();
     send({true, true, true, true});
-    std::vector<Handover> delivered = all();
-    delivered.push_back(handover(104, 0, m_slice));
-    delivered.insert(delivered.begin(), handover(99, 0, m_slice));
-    m_audit.close(9000, delivered);
+    std::vector<Played> played = all();
+    played.push_back({{0x65, 9}});
+    played.insert(played.begin(), {{0x67, 9}});
+    close(played);
     EXPECT_EQ(m_audit.counts().wrong, 2u);
     expectUnits(3, 0, 0);
+}
+
+TEST_F(AuditTest, AUnitPlayedTwiceIsNoticed) {
+    begin();
+    send({true, true, true, true});
+    close({{m_sps}, {m_pps}, {m_pps}, {m_slice}});
+    EXPECT_EQ(m_audit.counts().wrong, 1u);
+    expectUnits(3, 0, 0);
+}
+
+TEST_F(AuditTest, APicturePlayedTwiceIsNoticed) {
+    begin();
+    send({true, true, true, true});
+    close(all());
+    close(all());
+    EXPECT_EQ(m_audit.counts().wrong, 3u);
+    expectUnits(3, 0, 0);
+}
+
+TEST_F(AuditTest, APictureThatIsPlayedAfterALaterOneIsNoticed) {
+    begin();
+    send({true, true, true, true});
+    m_audit.addPicture(12000, {m_pps});
+    m_audit.addMediaPacket(datagramOf({0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x68, 3}, 104), true);
+    close({{m_pps}}, 12000, 104, 104);
+    close(all());
+    EXPECT_EQ(m_audit.counts().wrong, 3u);
+    EXPECT_EQ(m_audit.counts().arrivedButUndelivered, 3u);
+}
+
+TEST_F(AuditTest, UnitsWithoutTheirPacketsAreNoticed) {
+    for (const std::uint64_t first : {std::uint64_t{101}, std::uint64_t{104}}) {
+        begin();
+        send({true, true, true, true});
+        close(all(), 9000, first, 104);
+        EXPECT_EQ(m_audit.counts().wrong, first == 101 ? 2u : 3u);
+    }
+}
+
+TEST_F(AuditTest, AUnitThatIsCutWithoutALossIsNoticed) {
+    begin();
+    send({true, true, true, true});
+    close({{m_sps}, {m_pps}, {{0x65, 4, 5}, false}});
+    expectUnits(2, 1, 0);
+    EXPECT_EQ(m_audit.counts().arrivedButUndelivered, 1u);
+    EXPECT_FALSE(m_audit.counts().isGood());
+}
+
+TEST_F(AuditTest, AUnitThatIsWholeInSpiteOfALossIsNoticed) {
+    begin();
+    send({true, true, true, false});
+    close(all());
+    EXPECT_EQ(m_audit.counts().whole, 3u);
+    EXPECT_EQ(m_audit.counts().couldArrive, 2u);
+    EXPECT_FALSE(m_audit.counts().isGood());
+}
+
+// Two equal units in packets of their own, of which the first is lost: the one played is the second.
+TEST_F(AuditTest, OfEqualUnitsTheOneThatArrivedIsTheOnePlayed) {
+    m_audit.addPicture(9000, {m_pps, m_pps});
+    const NalUnit packet{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x68, 3};
+    m_audit.addMediaPacket(datagramOf(packet, 100), false);
+    m_audit.addMediaPacket(datagramOf(packet, 101), true);
+    close({{m_pps}}, 9000, 100, 101);
+    EXPECT_EQ(m_audit.counts().whole, 1u);
+    EXPECT_TRUE(m_audit.counts().isGood());
 }
 
 TEST_F(AuditTest, APictureThatWasNeverSentIsNoticed) {
     begin();
     send({true, true, true, true});
-    m_audit.close(12345, all());
+    close(all(), 12345);
     EXPECT_EQ(m_audit.counts().wrong, 3u);
 }
 
@@ -194,7 +273,7 @@ TEST_F(AuditTest, OneXorPacketMakesUpForOneLoss) {
     begin(FecScheme::kXor);
     send({true, true, false, true});
     sendXor(100, 4, true);
-    m_audit.close(9000, all());
+    close(all());
     EXPECT_EQ(m_audit.counts().rebuildable, 1u);
     EXPECT_EQ(m_audit.counts().couldArrive, 3u);
     EXPECT_TRUE(m_audit.counts().isGood());
@@ -247,13 +326,11 @@ TEST_F(AuditTest, AGroupMayLieBeforeWhatWasSentLast) {
 TEST_F(AuditTest, AGroupMayReachBackToAClosedPicture) {
     begin(FecScheme::kXor);
     send({true, true, true, true});
-    m_audit.close(9000, all());
+    close(all());
     m_audit.addPicture(12000, {m_pps});
     m_audit.addMediaPacket(datagramOf({0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x68, 3}, 104), false);
     sendXor(100, 5, true);
-    Handover delivered = handover(104, 0, m_pps);
-    delivered.timestamp = 12000;
-    m_audit.close(12000, {delivered});
+    close({{m_pps}}, 12000, 104, 104);
     EXPECT_EQ(m_audit.counts().rebuildable, 1u);
     EXPECT_EQ(m_audit.counts().whole, 4u);
     EXPECT_TRUE(m_audit.counts().isGood());

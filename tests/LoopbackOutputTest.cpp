@@ -1,8 +1,8 @@
 // What the program leaves on disk, and what it prints.
 
+#include "HostError.h"
 #include "loopback/OutputFile.h"
 #include "loopback/Report.h"
-#include "loopback/Session.h"
 #include "loopback/Sweep.h"
 
 #include <talrtp/kit/NalUnit.h>

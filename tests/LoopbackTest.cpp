@@ -2,9 +2,9 @@
 // back, compared unit by unit with what was read, and the report's numbers with those of a model of their
 // own.
 
+#include "HostError.h"
 #include "KitRandom.h"
 #include "loopback/Loopback.h"
-#include "loopback/Session.h"
 
 #include <talrtp/kit/AccessUnitSplitter.h>
 #include <talrtp/kit/AnnexB.h>
@@ -28,7 +28,8 @@ using kit::FecScheme;
 using test::SeededRandom;
 using NalUnit = std::vector<std::uint8_t>;
 
-const char* const kStreams[] = {"own-testsrc2-640x360-4slices.264", "own-svc-320x180-t4-prefix.264"};
+const char* const kStreams[] = {"own-testsrc2-640x360-4slices.264", "own-svc-320x180-t4-prefix.264",
+                                "own-testsrc2-320x180-bframes.264"};
 
 std::string load(const std::string& name) {
     std::ifstream file(TALRTP_MEDIA_DIR "/" + name, std::ios::binary);
@@ -104,6 +105,47 @@ TEST(Loopback, StreamsComeBackThroughReorderingAndDuplicates) {
                 EXPECT_GT(result.report.mediaFlow.duplicated, 0u);
                 EXPECT_EQ(result.report.aggregate.count > 0, isAggregating);
             }
+        }
+    }
+}
+
+TEST(Loopback, StreamsComeBackUnderEveryFecScheme) {
+    const LoopbackOptions table[] = {
+        {}, withFec(FecScheme::kXor, 5, 1), withFec(FecScheme::kReedSolomon, 10, 2)};
+    for (const char* const name : kStreams) {
+        const std::string stream = load(name);
+        for (LoopbackOptions options : table) {
+            for (const int mtu : {200, 1200, 1500}) {
+                SCOPED_TRACE(testing::Message() << name << ", MTU " << mtu);
+                options.sender.mtu = mtu;
+                options.network = {0, 0, 12, 0.05, 3};
+                const Outcome result = run(stream, options);
+                expectConsistent(result.report);
+                EXPECT_TRUE(result.units == unitsOf(stream));
+                options.network.loss = 0.06;
+                const LoopbackReport lossy = run(stream, options).report;
+                expectConsistent(lossy);
+                EXPECT_GT(lossy.audit.lostPackets, 0u);
+            }
+        }
+    }
+}
+
+// As many FEC packets as media packets, in small groups, make up for every loss of these runs.
+TEST(Loopback, BPicturesComeBackInOrderThroughLossReorderingAndFec) {
+    const std::string stream = load(kStreams[2]);
+    const std::vector<NalUnit> units = unitsOf(stream);
+    for (const int mtu : {200, 1200, 1500}) {
+        for (const double burst : {0.0, 2.0}) {
+            SCOPED_TRACE(testing::Message() << "MTU " << mtu << ", burst " << burst);
+            LoopbackOptions options = withFec(FecScheme::kReedSolomon, 12, 12);
+            options.sender.mtu = mtu;
+            options.network = {0.03, burst, 16, 0.05, 5};
+            const Outcome result = run(stream, options);
+            expectConsistent(result.report);
+            EXPECT_GT(result.report.audit.lostPackets, 0u);
+            EXPECT_EQ(result.report.audit.notRebuildable, 0u);
+            EXPECT_TRUE(result.units == units);
         }
     }
 }

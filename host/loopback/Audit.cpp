@@ -1,12 +1,10 @@
 #include "loopback/Audit.h"
 
 #include <talrtp/TalRtpFecPacket.h>
-#include <talrtp/kit/AnnexB.h>
 #include <talrtp/kit/NalUnit.h>
 #include <talrtp/kit/SenderOptions.h>
 
 #include <algorithm>
-#include <iterator>
 #include <utility>
 
 namespace talrtp::host {
@@ -18,17 +16,7 @@ constexpr int kStapA = 24;
 constexpr int kFuA = 28;
 constexpr unsigned int kFuStartBit = 0x80;
 
-// Tells whether a hand-over is a start code and the unit, or the beginning of both when `isWhole` is false.
-bool matches(const kit::Handover& delivered, const std::vector<std::uint8_t>& unit) {
-    constexpr std::size_t kStart = sizeof kit::kStartCode;
-    const std::size_t size = delivered.bytes.size();
-    const std::size_t whole = kStart + unit.size();
-    if (delivered.isWhole ? size != whole : size >= whole || size < kStart) {
-        return false;
-    }
-    return std::equal(std::begin(kit::kStartCode), std::end(kit::kStartCode), delivered.bytes.begin()) &&
-           std::equal(delivered.bytes.begin() + kStart, delivered.bytes.end(), unit.begin());
-}
+constexpr std::size_t kNoUnit = static_cast<std::size_t>(-1);
 
 // Returns how many units a STAP-A holds: a header byte, then each unit after its length in 16 bits.
 int countAggregated(kit::BytesView payload) {
@@ -76,14 +64,13 @@ void CAudit::addMediaPacket(const kit::Datagram& datagram, bool arrives) {
 
 // The next `count` units of the picture begin in its next packet.
 void CAudit::beginUnits(SentPicture& picture, std::uint16_t sequence, int count) {
-    for (int i = 0; i < count; ++i) {
+    for (; count > 0; --count) {
         if (picture.begunUnits == picture.units.size()) {
             ++m_counts.wrong;
             return;
         }
         Unit& unit = picture.units[picture.begunUnits++];
         unit.sequence = sequence;
-        unit.index = i;
         unit.firstPacket = picture.packetCount;
         unit.packetCount = 1;
     }
@@ -136,54 +123,90 @@ std::vector<std::uint16_t> CAudit::protectedBy(kit::BytesView fecPacket) const {
     return sequences;
 }
 
-void CAudit::close(std::uint32_t timestamp, const std::vector<kit::Handover>& delivered) {
-    const bool isOpen = std::any_of(m_pictures.begin(), m_pictures.end(),
-                                    [&](const SentPicture& each) { return each.timestamp == timestamp; });
+void CAudit::close(const kit::Picture& played) {
+    const bool isOpen = std::any_of(m_pictures.begin(), m_pictures.end(), [&](const SentPicture& each) {
+        return each.timestamp == played.timestamp();
+    });
     if (!isOpen) {
-        m_counts.wrong += delivered.size();
+        m_counts.wrong += played.units().size();
         return;
     }
-    while (m_pictures.front().timestamp != timestamp) {
-        closeFront({});
+    while (m_pictures.front().timestamp != played.timestamp()) {
+        closeFront(nullptr);
     }
-    closeFront(delivered);
+    closeFront(&played);
 }
 
 void CAudit::finish() {
     while (!m_pictures.empty()) {
-        closeFront({});
+        closeFront(nullptr);
     }
 }
 
-// Both lists are in decoding order, so one walk finds for each unit what was delivered of it; a hand-over
-// that is passed over belongs to no unit or stands in the wrong place.
-void CAudit::closeFront(const std::vector<kit::Handover>& delivered) {
+void CAudit::closeFront(const kit::Picture* played) {
+    enum class Fate { kMissing, kCut, kWhole };
     const SentPicture picture = std::move(m_pictures.front());
     m_pictures.pop_front();
-    auto next = delivered.begin();
-    for (const Unit& unit : picture.units) {
-        const auto found = std::find_if(next, delivered.end(), [&](const kit::Handover& each) {
-            return each.sequence == unit.sequence && each.index == unit.index;
-        });
-        if (found == delivered.end()) {
-            compare(unit, nullptr);
-            continue;
+    std::vector<Fate> fates(picture.units.size(), Fate::kMissing);
+    if (played != nullptr) {
+        const std::vector<std::size_t> matches = match(picture, *played);
+        for (std::size_t i = 0; i < matches.size(); ++i) {
+            if (matches[i] == kNoUnit) {
+                ++m_counts.wrong;
+            } else {
+                fates[matches[i]] = played->isUnitWhole(i) ? Fate::kWhole : Fate::kCut;
+            }
         }
-        m_counts.wrong += static_cast<std::uint64_t>(found - next);
-        compare(unit, &*found);
-        next = found + 1;
     }
-    m_counts.wrong += static_cast<std::uint64_t>(delivered.end() - next);
+    for (std::size_t i = 0; i < fates.size(); ++i) {
+        countUnit(picture.units[i], fates[i] != Fate::kMissing, fates[i] == Fate::kWhole);
+    }
     countPackets(picture.packetCount);
 }
 
-void CAudit::compare(const Unit& unit, const kit::Handover* delivered) {
-    const bool isMatch = delivered != nullptr && matches(*delivered, unit.bytes);
-    const bool isWhole = isMatch && delivered->isWhole;
+// Finds for each unit played the unit sent, kNoUnit when there is none. Both lists are in decoding order, so
+// one walk finds them. Of equal units the one that could become what was played comes first.
+std::vector<std::size_t> CAudit::match(const SentPicture& sent, const kit::Picture& played) const {
+    std::vector<std::size_t> matches;
+    auto next = sent.units.begin();
+    for (std::size_t i = 0; i < played.units().size(); ++i) {
+        auto found = std::find_if(next, sent.units.end(), [&](const Unit& each) {
+            return canBecome(each, played.isUnitWhole(i)) && isMatch(each, played, i);
+        });
+        if (found == sent.units.end()) {
+            found = std::find_if(next, sent.units.end(),
+                                 [&](const Unit& each) { return isMatch(each, played, i); });
+        }
+        const bool isFound = found != sent.units.end();
+        matches.push_back(isFound ? static_cast<std::size_t>(found - sent.units.begin()) : kNoUnit);
+        next = isFound ? found + 1 : next;
+    }
+    return matches;
+}
+
+// Tells whether unit `i` of the picture played is that unit, or a beginning of it if it was cut, and whether
+// its first packet lies in that picture.
+bool CAudit::isMatch(const Unit& sent, const kit::Picture& played, std::size_t i) const {
+    const kit::BytesView unit = played.units()[i];
+    const std::uint64_t span = played.lastSequence() - played.firstSequence();
+    const auto distance = static_cast<std::uint16_t>(sent.sequence - played.firstSequence());
+    const bool isSizeRight = played.isUnitWhole(i) ? unit.size() == sent.bytes.size()
+                                                   : !unit.empty() && unit.size() < sent.bytes.size();
+    return distance <= span && isSizeRight && std::equal(unit.begin(), unit.end(), sent.bytes.begin());
+}
+
+// Tells whether the losses leave of the unit all, or its first packet and not all.
+bool CAudit::canBecome(const Unit& unit, bool isWhole) const {
+    if (isWhole || unit.packetCount == 0) {
+        return couldArrive(unit);
+    }
+    return couldCome(m_packets[unit.firstPacket]) && !couldArrive(unit);
+}
+
+void CAudit::countUnit(const Unit& unit, bool isPlayed, bool isWhole) {
     m_counts.whole += isWhole ? 1 : 0;
-    m_counts.cut += delivered != nullptr && !isWhole ? 1 : 0;
-    m_counts.missing += delivered == nullptr ? 1 : 0;
-    m_counts.wrong += delivered != nullptr && !isMatch ? 1 : 0;
+    m_counts.cut += isPlayed && !isWhole ? 1 : 0;
+    m_counts.missing += isPlayed ? 0 : 1;
     if (couldArrive(unit)) {
         ++m_counts.couldArrive;
         m_counts.arrivedButUndelivered += isWhole ? 0 : 1;

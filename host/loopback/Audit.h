@@ -6,11 +6,10 @@
 #ifndef TALRTP_HOST_LOOPBACK_AUDIT_H
 #define TALRTP_HOST_LOOPBACK_AUDIT_H
 
-#include "kit/HandoverOrderer.h"
-
 #include <talrtp/kit/BytesView.h>
 #include <talrtp/kit/Datagram.h>
 #include <talrtp/kit/Fec.h>
+#include <talrtp/kit/Picture.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -29,7 +28,7 @@ struct AuditCounts {
     std::uint64_t lostPackets = 0;  // media packets; = rebuildable + notRebuildable
     std::uint64_t rebuildable = 0;  // by the FEC packets that arrived
     std::uint64_t notRebuildable = 0;
-    std::uint64_t wrong = 0;  // hand-overs that are no unit sent, or differ from it, or out of order
+    std::uint64_t wrong = 0;                  // units played that were not sent, differ, or are out of order
     std::uint64_t arrivedButUndelivered = 0;  // units that could arrive and were not delivered whole
 
     // Every unit that could arrive did, and nothing else was delivered as if it were whole.
@@ -49,9 +48,10 @@ public:
     // complete.
     void addFecPacket(const kit::Datagram& datagram, bool arrives);
 
-    // Compares what was delivered of a picture, in the order of delivery. Pictures before it that were not
-    // delivered count as missing.
-    void close(std::uint32_t timestamp, const std::vector<kit::Handover>& delivered);
+    // Compares a picture that was played with the one sent. It is found by its timestamp; each unit must
+    // equal a unit sent with a sequence number of the picture played, in order, or be the beginning of one
+    // when it is cut. Pictures before it that were not played count as missing.
+    void close(const kit::Picture& played);
     // Counts what was never delivered as missing.
     void finish();
 
@@ -73,7 +73,6 @@ private:
     struct Unit {
         std::vector<std::uint8_t> bytes;
         std::uint16_t sequence = 0;   // of its first packet
-        int index = 0;                // in its aggregation packet
         std::size_t firstPacket = 0;  // position in the picture
         std::size_t packetCount = 0;
     };
@@ -88,11 +87,14 @@ private:
     void beginUnits(SentPicture& picture, std::uint16_t sequence, int count);
     void beginGroup(const std::vector<std::uint16_t>& sequences);
     std::vector<std::uint16_t> protectedBy(kit::BytesView fecPacket) const;
-    void closeFront(const std::vector<kit::Handover>& delivered);
+    void closeFront(const kit::Picture* played);
+    std::vector<std::size_t> match(const SentPicture& sent, const kit::Picture& played) const;
+    bool isMatch(const Unit& sent, const kit::Picture& played, std::size_t i) const;
+    bool canBecome(const Unit& unit, bool isWhole) const;
     void countPackets(std::size_t count);
     bool couldCome(const Packet& packet) const;
     bool couldArrive(const Unit& unit) const;
-    void compare(const Unit& unit, const kit::Handover* delivered);
+    void countUnit(const Unit& unit, bool isPlayed, bool isWhole);
 
     kit::FecScheme m_scheme;
     std::deque<SentPicture> m_pictures;  // open ones, in sending order

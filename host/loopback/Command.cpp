@@ -6,9 +6,9 @@
 #include "loopback/ProgressBar.h"
 #include "loopback/Report.h"
 #include "loopback/Sweep.h"
-#include "loopback/TraceTap.h"
 
 #include <fmt/format.h>
+#include <talrtp/kit/Trace.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -58,6 +58,10 @@ volatile std::sig_atomic_t g_isInterrupted = 0;
 
 void interrupt(int) {
     g_isInterrupted = 1;
+}
+
+void printLine(const kit::TraceLine& line) {
+    fmt::print(stderr, "{}\n", line.text);
 }
 
 class CCommand {
@@ -191,7 +195,8 @@ private:
     // What no single option can set or check.
     void finishOptions() {
         kit::SenderOptions& sender = m_options.sender;
-        CTraceTap::setPrintLevel(positionOf<int>(kTraceLevels, m_traceLevel) - 1);
+        kit::setTrace(static_cast<kit::TraceLevel>(positionOf<int>(kTraceLevels, m_traceLevel) - 1),
+                      printLine, 0);
         sender.aggregate = !m_isNotAggregating;
         sender.fec.scheme =
             m_isSweep ? kit::FecScheme::kReedSolomon : positionOf<kit::FecScheme>(kSchemes, m_scheme);

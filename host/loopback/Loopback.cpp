@@ -1,14 +1,16 @@
 #include "loopback/Loopback.h"
 
-#include "loopback/Receiver.h"
+#include "HostError.h"
 
 #include <fmt/format.h>
 #include <talrtp/kit/AccessUnitSplitter.h>
 #include <talrtp/kit/NalUnit.h>
 #include <talrtp/kit/PackingPlan.h>
+#include <talrtp/kit/Receiver.h>
 #include <talrtp/kit/Sender.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <utility>
 
@@ -24,25 +26,42 @@ constexpr double kUsPerSecond = 1000000;
 // comes again too early.
 constexpr std::uint64_t kDatagramUs = 125;
 
-// A picture waits for the longest delay of the network, for its own last packet on the link, and for the FEC
-// packets of a group that it shares with the two next pictures; it stays below the 5 seconds.
-constexpr std::uint64_t kWaitMs = 2000;
-constexpr std::uint64_t kGroupPictures = 2;
+// The longest wait of a receiver. It covers the longest delay of the network, a picture's time on the link,
+// and the FEC packets of a group that is shared with the two next pictures: at 1 picture per second, the
+// slowest, those come 2 seconds later.
+constexpr std::chrono::milliseconds kWait{4000};
+
+// Chooses the first sequence number of the media packets by the seed. The receiver knows it too, as from the
+// signalling of a session, and so misses what is lost or late before the first packet that arrives.
+LoopbackOptions withFirstSequence(LoopbackOptions options) {
+    constexpr int kUpperBits = 48;  // the timestamp takes the lower ones
+    options.sender.firstSequence =
+        static_cast<std::uint16_t>(CRandom(options.network.seed).next() >> kUpperBits);
+    return options;
+}
+
+kit::ReceiverOptions receiverFor(const kit::SenderOptions& sender) {
+    kit::ReceiverOptions options;
+    options.fec = sender.fec.scheme;
+    options.payloadType = sender.payloadType;
+    options.fecPayloadType = sender.fecPayloadType;
+    options.ssrc = sender.ssrc;
+    options.firstSequence = sender.firstSequence;
+    options.wait = kWait;
+    return options;
+}
 
 class CLoopback {
 public:
     CLoopback(const LoopbackOptions& options, std::ostream* output)
-        : m_options(options),
+        : m_options(withFirstSequence(options)),
           m_output(output),
           m_network(options.network),
           m_audit(options.sender.fec.scheme),
-          m_receiver(options.sender.fec.scheme, kWaitMs + kGroupPictures * frameUs() / 1000,
-                     [this](std::uint32_t timestamp, const std::vector<kit::Handover>& units) {
-                         play(timestamp, units);
-                     }),
+          m_receiver(receiverFor(m_options.sender), [this](const kit::Picture& picture) { play(picture); }),
           m_planner(kit::maxMediaPacket(options.sender.mtu, options.sender.fec.scheme),
                     options.sender.aggregate),
-          m_sender(options.sender, [this](const kit::Datagram& datagram) { send(datagram); }),
+          m_sender(m_options.sender, [this](const kit::Datagram& datagram) { send(datagram); }),
           m_firstTimestamp(static_cast<std::uint32_t>(CRandom(options.network.seed).next())) {}
 
     void sendPicture(std::vector<kit::BytesView> units) {
@@ -68,14 +87,12 @@ public:
         m_report.mediaFlow = m_network.counts(CNetwork::kMedia);
         m_report.fecFlow = m_network.counts(CNetwork::kFec);
         m_report.audit = m_audit.counts();
-        m_report.rebuiltBySession = m_receiver.rebuiltCount();
-        m_report.refused = m_receiver.refusedCount();
+        m_report.rebuiltBySession = m_receiver.statistics().recoveredMediaPacketNumber;
+        m_report.refused = m_receiver.statistics().refusedUnits;
         return m_report;
     }
 
 private:
-    std::uint64_t frameUs() const { return static_cast<std::uint64_t>(kUsPerSecond / m_options.fps); }
-
     void leaveOutWhatRtpCannotCarry(std::vector<kit::BytesView>& units) {
         const auto end = std::stable_partition(units.begin(), units.end(), kit::isCarriedByRtp);
         for (auto unit = end; unit != units.end(); ++unit) {
@@ -122,20 +139,21 @@ private:
 
     void receiveWhatCame() {
         m_network.deliver(m_nowUs, [this](const CNetwork::Datagram& datagram) { receive(datagram); });
-        m_receiver.advance(m_nowUs / 1000);
+        m_receiver.poll(now());
     }
 
-    void receive(const CNetwork::Datagram& datagram) { m_receiver.receive(datagram, m_nowUs / 1000); }
+    kit::TimePoint now() const { return kit::TimePoint(std::chrono::microseconds(m_nowUs)); }
 
-    void play(std::uint32_t timestamp, const std::vector<kit::Handover>& units) {
-        m_audit.close(timestamp, units);
+    void receive(const CNetwork::Datagram& datagram) { m_receiver.push(datagram, now()); }
+
+    void play(const kit::Picture& picture) {
+        m_audit.close(picture);
         if (m_output == nullptr) {
             return;
         }
-        for (const kit::Handover& unit : units) {
-            m_output->write(reinterpret_cast<const char*>(unit.bytes.data()),
-                            static_cast<std::streamsize>(unit.bytes.size()));
-        }
+        const kit::BytesView bytes = picture.annexB();
+        m_output->write(reinterpret_cast<const char*>(bytes.data()),
+                        static_cast<std::streamsize>(bytes.size()));
         if (!*m_output) {
             throw CHostError("the output cannot be written");
         }
@@ -146,7 +164,7 @@ private:
     LoopbackReport m_report;
     CNetwork m_network;
     CAudit m_audit;
-    CReceiver m_receiver;
+    kit::Receiver m_receiver;
     kit::PackingPlanner m_planner;
     kit::Sender m_sender;
     std::uint32_t m_firstTimestamp;

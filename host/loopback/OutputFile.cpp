@@ -1,6 +1,6 @@
 #include "loopback/OutputFile.h"
 
-#include "loopback/Session.h"
+#include "HostError.h"
 
 #include <fmt/format.h>
 

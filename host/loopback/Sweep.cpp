@@ -1,7 +1,7 @@
 #include "loopback/Sweep.h"
 
+#include "HostError.h"
 #include "loopback/Report.h"
-#include "loopback/Session.h"
 
 #include <fmt/format.h>
 #include <talrtp/kit/FecGrouping.h>
