@@ -180,6 +180,23 @@ TEST_F(PlayoutQueueTest, IsFullAtTheEndOfItsWindow) {
     EXPECT_EQ(Verdict::kFresh, arrive(next, 9, true, 1));
 }
 
+// The window grows over a gap as long as allowed while a thousand packets wait in it.
+TEST_F(PlayoutQueueTest, KeepsWhatWaitsWhenItsWindowGrows) {
+    arrive(10, 10, true, 0);
+    ASSERT_TRUE(take(0));
+    for (std::uint16_t number = 12; number <= 1020; ++number) {
+        arrive(number, number, true, 1);
+    }
+    EXPECT_EQ(Verdict::kFresh, arrive(4020, 4020, true, 1));
+    EXPECT_EQ(Verdict::kFresh, arrive(11, 11, true, 2));
+    for (std::uint32_t number = 11; number <= 1020; ++number) {
+        ASSERT_TRUE(take(2)) << number;
+        ASSERT_EQ(number, picture.timestamp());
+        ASSERT_TRUE(picture.isComplete()) << number;
+    }
+    EXPECT_FALSE(take(2));
+}
+
 TEST_F(PlayoutQueueTest, IsFullWhenTooManyBytesWait) {
     arrive(0, 1, true, 0);
     ASSERT_TRUE(take(0));

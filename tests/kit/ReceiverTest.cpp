@@ -216,6 +216,24 @@ TEST_F(RunningReceiverTest, SplitsAHoleBetweenTwoPictures) {
     }
 }
 
+// Nobody knows whether the number that is missing ends the one picture or begins the other.
+TEST_F(RunningReceiverTest, WhereMarkersLieAHoleBetweenTwoPicturesMayBelongToEither) {
+    receiver.push({11, 2000, true}, kSlice, 1);
+    receiver.push({12, 2000, true}, kSlice, 2);  // the marker of 11 was none
+    receiver.push({13, 3000, true}, kSlice, 3);
+    receiver.push({15, 4000, true}, kSlice, 4);
+    receiver.push({16, 5000, true}, kSlice, 5);
+    receiver.receiver.finish();
+    ASSERT_EQ((Timestamps{2000, 2000, 3000, 4000, 5000}), receiver.played());
+    const std::vector<std::size_t> missing = {0, 0, 1, 0, 0};
+    for (std::size_t i = 0; i < missing.size(); ++i) {
+        EXPECT_EQ(missing[i], receiver.pictures[i + 1].missing) << i;
+    }
+    EXPECT_FALSE(receiver.pictures[3].isComplete);
+    EXPECT_FALSE(receiver.pictures[4].isComplete);
+    EXPECT_TRUE(receiver.pictures[5].isComplete);
+}
+
 TEST_F(RunningReceiverTest, EachGapWaitsFromItsOwnFirstSign) {
     receiver.push({12, 3000, true}, kSlice, 0);
     receiver.push({14, 5000, true}, kSlice, 150);
@@ -447,6 +465,20 @@ TEST(ReceiverTest, LeavesParameterSetsOfTheOptionsOutWhenThePictureBringsItsOwn)
     ASSERT_EQ((Timestamps{1000, 2000}), receiver.played());
     EXPECT_EQ(annexB({kSps, kPps, kIdr}), receiver.pictures[0].bytes);
     EXPECT_EQ(annexB({kIdr}), receiver.pictures[1].bytes);
+}
+
+TEST(ReceiverTest, PlaysParameterSetsOfTheOptionsAgainWhenTheSenderBeginsAnew) {
+    ReceiverOptions options;
+    options.parameterSets = {kSps, kPps};
+    KeepingReceiver receiver(options);
+    receiver.push({12, 1000, true}, kIdr, 0);
+    receiver.push({13, 2000, true}, kIdr, 1);
+    receiver.push({40000, 3000, true}, kIdr, 2);
+    receiver.push({40001, 4000, true}, kIdr, 3);
+    ASSERT_EQ((Timestamps{1000, 2000, 3000, 4000}), receiver.played());
+    EXPECT_EQ(annexB({kIdr}), receiver.pictures[1].bytes);
+    EXPECT_EQ(annexB({kSps, kPps, kIdr}), receiver.pictures[2].bytes);
+    EXPECT_EQ(annexB({kIdr}), receiver.pictures[3].bytes);
 }
 
 // --- Sources and senders that begin anew ---
