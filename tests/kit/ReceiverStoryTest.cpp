@@ -445,6 +445,27 @@ TEST(ReceiverStoryTest, NoticesASenderThatBeginsAnewWithNumbersNearby) {
     }
 }
 
+TEST(ReceiverStoryTest, RebuildsInTheStreamOfASenderThatBeganAnew) {
+    const Fec fec = Fec::xorParity(3);
+    KeepingReceiver receiver(receiving(fec));
+    for (const std::uint16_t firstSequence : {std::uint16_t{100}, std::uint16_t{40000}}) {
+        Story story(fec, firstSequence);
+        for (std::uint32_t i = 0; i < 6; ++i) {
+            story.picture(1000 * i);
+        }
+        receiver.pictures.clear();
+        for (std::size_t i = 0; i < story.sent.size(); ++i) {
+            if (i != 5) {  // a media packet of the second group
+                receiver.push(story.sent[i].bytes, 1);
+            }
+        }
+        expectAll(story, receiver);
+    }
+    EXPECT_EQ(1u, receiver.receiver.statistics().restarts);
+    EXPECT_EQ(2u, receiver.receiver.statistics().rebuiltPackets);
+    EXPECT_EQ(2u, receiver.receiver.statistics().recoveredMediaPacketNumber);
+}
+
 TEST(ReceiverStoryTest, TwoSourcesInTurnsAreOneStream) {
     Story story(Fec::none());
     Story other(Fec::none(), 40000);

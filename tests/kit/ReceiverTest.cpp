@@ -507,6 +507,16 @@ TEST(ReceiverTest, LeavesAFirstSourceThatDoesNotStay) {
     EXPECT_EQ(0u, receiver.receiver.statistics().otherSourceDatagrams);
 }
 
+TEST(ReceiverTest, FecPacketsMakeNoNewSource) {
+    KeepingReceiver receiver;
+    receiver.push({500, 1, true, 666}, kSlice, 0);
+    for (const std::uint16_t sequence : {std::uint16_t{10}, std::uint16_t{11}}) {
+        EXPECT_EQ(PushResult::otherSource,
+                  receiver.push({sequence, 1, false, test::kSource, test::kFecType}, Bytes(20), 1));
+    }
+    EXPECT_EQ(666u, receiver.receiver.ssrc());
+}
+
 TEST_F(RunningReceiverTest, TakesAnotherSourceAfterASilence) {
     receiver.push({11, 2000, true}, kSlice, 100);
     receiver.push({70, 1, true, 8}, kSlice, 200);
