@@ -129,7 +129,8 @@ public:
     template <typename Visit>
     void visitMissing(Visit visit) {
         compactMissing();
-        for (std::size_t i = 0; i < m_missing.size(); ++i) {
+        // By index: `noteRebuilt` can add to the list.
+        for (std::size_t i = 0; i < m_missing.size(); ++i) {  // NOLINT(modernize-loop-convert)
             if (isMissing(m_missing[i]) && !visit(static_cast<std::uint16_t>(m_missing[i]))) {
                 return;
             }

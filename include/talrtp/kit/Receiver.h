@@ -222,6 +222,9 @@ private:
         return isFec ? PushResult::fec : PushResult::media;
     }
 
+    // It may begin anew and is then called for the two first packets of the new stream, which are near each
+    // other: no deeper.
+    // NOLINTNEXTLINE(misc-no-recursion)
     void takeMedia(BytesView datagram, TimePoint now) {
         const PacketHead head = PacketHeadReader::read(datagram);
         Verdict verdict = m_queue->note(head, now);
@@ -246,6 +249,7 @@ private:
 
     // A number far off the stream is put aside. When the next one continues it, the sender began anew
     // (RFC 3550, A.1).
+    // NOLINTNEXTLINE(misc-no-recursion)
     void takeFarOff(BytesView datagram, const PacketHead& head, TimePoint now) {
         if (!m_farOff.isContinuedBy(head.sequence)) {
             ++m_counts.strayPackets;
@@ -259,6 +263,7 @@ private:
 
     // Plays what is left, and begins anew with those media packets. When the host's function throws, all of
     // that is done first.
+    // NOLINTNEXTLINE(misc-no-recursion)
     void beginWith(const std::vector<std::uint8_t>& first, BytesView second, TimePoint now) {
         HeldException exception;
         while (!m_queue->isEmpty()) {

@@ -206,8 +206,7 @@ private:
     std::size_t limitPackets(SendResult& result) {
         std::size_t count = 0;
         std::size_t kept = 0;
-        for (std::size_t i = 0; i < m_steps.size(); ++i) {
-            const PackStep step = m_steps[i];
+        for (const PackStep step : m_steps) {
             if (step.packetCount > kMaxPicturePackets - count) {
                 refuseStep(step, count, result);
                 continue;
