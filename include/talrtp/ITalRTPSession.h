@@ -114,14 +114,16 @@ public:
     // `data`: `length` bytes, borrowed and copied. `receivedTimeMs`: the host's clock at reception, in
     // milliseconds; packets age out 5000 ms after the last packet of their timestamp. Returns 0 when the
     // datagram was accepted, duplicates included; 1 when its payload type is neither of the two; -1 with an
-    // ERROR line when `data` is null, when `length` is below 12 or when the bytes are no valid RTP packet. An
-    // invalid packet of 12 bytes or more leaks its packet object (kept for compatibility; see docs/hosts.md).
-    // Any bytes are safe. Keep RTCP, STUN, DTLS and other sources away from here; docs/hosts.md tells how.
+    // ERROR line when `data` is null, when `length` is below 12 or when the bytes are no valid RTP packet; -1
+    // without a line of its own when memory was refused, after which the session goes on. An invalid packet
+    // of 12 bytes or more leaks its packet object (kept for compatibility; see docs/hosts.md). Any bytes are
+    // safe. Keep RTCP, STUN, DTLS and other sources away from here; docs/hosts.md tells how.
     virtual int InputReceivedData(unsigned char* data, int length, unsigned long receivedTimeMs) = 0;
 
     // Hands over the units of an RTP timestamp that were not handed over yet, each from its first packet up
     // to the first gap. Call it when the picture has to be decoded. `timestamp`: of which the low 32 bits are
-    // used. Returns 0 when a unit was handed over, 1 when there was nothing to hand over.
+    // used. Returns 0 when a unit was handed over, 1 when there was nothing to hand over, -1 when memory was
+    // refused: a later call hands over what is left.
     virtual int ForceHandover(unsigned long timestamp) = 0;
 
 protected:
