@@ -29,6 +29,10 @@ __attribute__((noinline)) void* operator new(std::size_t size) {
     }
     return memory;
 }
+__attribute__((noinline)) void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    ++s_allocations;
+    return std::malloc(size);
+}
 __attribute__((noinline)) void operator delete(void* memory) noexcept {
     std::free(memory);
 }
