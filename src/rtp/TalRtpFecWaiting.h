@@ -161,6 +161,7 @@ private:
     static RsGroup* insert(RsGroup* root, RsGroup* group);
     static RsGroup* erase(RsGroup* root, const RsGroup& group);
     template <typename Change>
+    // NOLINTNEXTLINE(misc-no-recursion): once for each level, as the walks of the tree
     void change(RsGroup* root, RsGroup& group, Change apply);
     void addToLonger(RsGroup* group, unsigned int distance, int change);
     void takeReady(RsGroup* group);

@@ -31,7 +31,9 @@ struct alignas(16) CNodePool::Page {
     std::size_t nodeSize;
     unsigned int used;
 
+    // A page begins at a multiple of its size, so the address of a node tells it.
     static Page* of(void* node) {
+        // NOLINTNEXTLINE(performance-no-int-to-ptr)
         return reinterpret_cast<Page*>(reinterpret_cast<std::uintptr_t>(node) & ~(kPageSize - 1));
     }
     std::size_t index() const { return nodeSize / kGranularity; }
