@@ -691,8 +691,8 @@ typedef std::map<unsigned int, rs_param_*> ModelMap;
 // handler that was registered before the library was loaded. The last release frees what the map holds.
 ModelMap& rsModelMap() {
     alignas(ModelMap) static unsigned char s_storage[sizeof(ModelMap)];
-    static ModelMap* const s_map = new (s_storage) ModelMap;
-    return *s_map;
+    static ModelMap* const s_rsModelMap = new (s_storage) ModelMap;
+    return *s_rsModelMap;
 }
 
 unsigned int s_rsRetainCount = 0;
