@@ -1,5 +1,5 @@
-// What forged traffic costs a receiver: each row feeds one of the worst patterns known and prints what a call
-// takes of CPU time and, where packets wait, what they keep beside their own blocks.
+// The cost of forged traffic for a receiver: each row feeds one of the worst patterns known and prints what a
+// call takes of CPU time and, where packets wait, what they keep beside their own blocks.
 //
 //   ForgedBench              with the best kernels of the processor
 //   ForgedBench --portable   with the portable ones

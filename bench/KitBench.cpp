@@ -1,4 +1,4 @@
-// What the kit's front door takes on top of the session's raw calls, for the same pictures. Both pass every
+// The cost of the kit's front door beside the session's raw calls, for the same pictures. Both pass every
 // packet to a function that reads its last byte, as a socket would be called. A row counts one picture an
 // iteration.
 
