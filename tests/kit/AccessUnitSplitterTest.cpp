@@ -388,7 +388,7 @@ TEST(AccessUnitSplitter, ChunksChangeNothing) {
 }
 
 TEST(AccessUnitSplitter, RefusesNoFunction) {
-    EXPECT_THROW(AccessUnitSplitter(AccessUnitSplitter::Take()), std::invalid_argument);
+    EXPECT_THROW(AccessUnitSplitter{AccessUnitSplitter::Take()}, std::invalid_argument);
 }
 
 }  // namespace
