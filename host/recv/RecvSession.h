@@ -20,6 +20,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace talrtp::host {
 
@@ -34,8 +35,8 @@ public:
 
 private:
     struct Port {
-        Port(Socket socket, const Endpoint& endpoint)
-            : reader(std::move(socket)), local(endpoint), guard(kSourceTimeout) {}
+        Port(Socket socket, Endpoint endpoint)
+            : reader(std::move(socket)), local(std::move(endpoint)), guard(kSourceTimeout) {}
 
         CDatagramReader reader;
         Endpoint local;

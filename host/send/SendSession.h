@@ -27,6 +27,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace talrtp::host {
 
@@ -41,7 +42,7 @@ public:
 private:
     // One flow of datagrams: the media, or the FEC packets on a port of their own.
     struct Flow {
-        Flow(Socket socket, const Endpoint& to) : queue(std::move(socket)), remote(to) {}
+        Flow(Socket socket, Endpoint to) : queue(std::move(socket)), remote(std::move(to)) {}
 
         CDatagramQueue queue;
         Endpoint remote;
