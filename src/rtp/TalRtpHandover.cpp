@@ -57,24 +57,24 @@ CHandover::CHandover(CHandoverBuffer& lender, const CTalRtpPacket& received, int
     : m_lender(lender),
       m_size(bytesFor(capacity, received.get_header_size(), payloadSize)),
       m_packet(CPacketAccess::adopt(lender.take(m_size), capacity)),
-      m_lentBytes(m_packet.get_buffer()) {
-    if (m_lentBytes == nullptr) {
+      m_isReady(m_packet.get_buffer() != nullptr),
+      m_replacedBefore(CPacketAccess::replacedBuffers()) {
+    if (!m_isReady) {
         return;
     }
     const std::size_t headerSize = static_cast<std::size_t>(received.get_header_size());
     std::memcpy(m_packet.get_buffer(), received.get_buffer(), headerSize);
     std::memset(m_packet.get_buffer() + headerSize, 0, kExtensionHeaderSize);
     CPacketAccess::growTo(m_packet, m_packet.get_header_size() + payloadSize);
-    m_lentCapacity = m_packet.get_buffer_size();
 }
 
 CHandover::~CHandover() {
-    if (m_lentBytes == nullptr) {
+    if (!m_isReady) {
         return;
     }
-    // The sink may have reallocated the buffer, possibly at the same address. Only the recorded capacity is
-    // known to be allocated.
-    if (m_packet.get_buffer() != m_lentBytes || m_packet.get_buffer_size() != m_lentCapacity) {
+    // The sink may have reallocated the buffer, possibly at the same address and to the same capacity. Only
+    // the recorded capacity is known to be allocated then.
+    if (CPacketAccess::replacedBuffers() != m_replacedBefore) {
         m_size = static_cast<std::size_t>(m_packet.get_buffer_size());
     }
     m_lender.give(CPacketAccess::disown(m_packet), m_size);

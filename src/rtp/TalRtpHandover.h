@@ -53,7 +53,7 @@ public:
     CHandover& operator=(const CHandover&) = delete;
 
     // False when there is no memory for it: then nothing else may be asked of it.
-    bool isReady() const { return m_lentBytes != nullptr; }
+    bool isReady() const { return m_isReady; }
     CTalRtpPacket& packet() { return m_packet; }
     // Zeroes everything after the first `payloadSize` bytes of payload, as in a new packet.
     void zeroBehind(int payloadSize);
@@ -62,8 +62,8 @@ private:
     CHandoverBuffer& m_lender;
     std::size_t m_size;
     CTalRtpPacket m_packet;
-    const unsigned char* m_lentBytes;
-    int m_lentCapacity;
+    const bool m_isReady;
+    const unsigned int m_replacedBefore;  // buffers of packets, on this thread
 };
 
 }  // namespace talrtp

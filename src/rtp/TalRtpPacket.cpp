@@ -35,6 +35,9 @@ constexpr int kElementOverhead = 2;  // the header byte, and the length field co
 constexpr int kMaxElementSize = 17;
 constexpr unsigned char kElementPadding = 0;
 
+// What `CPacketAccess::replacedBuffers` returns.
+thread_local unsigned int s_replacedBuffers = 0;
+
 std::size_t allocationSize(int capacity) {
     return static_cast<std::size_t>(capacity) + kSpareSize;
 }
@@ -52,6 +55,12 @@ unsigned char* allocateBuffer(int capacity) {
     return checked(std::malloc(allocationSize(capacity)));
 }
 
+// The same, in the place of the buffer that a packet has.
+unsigned char* allocateOther(int capacity) {
+    ++s_replacedBuffers;
+    return allocateBuffer(capacity);
+}
+
 // Zeroes the spare bytes from byte `end` on.
 void zeroSpare(unsigned char* buffer, int end) {
     std::memset(buffer + end, 0, kSpareSize);
@@ -62,6 +71,7 @@ void grow(unsigned char*& buffer, int& capacity, int needed) {
     if (needed <= capacity) {
         return;
     }
+    ++s_replacedBuffers;
     buffer = checked(std::realloc(buffer, allocationSize(needed)));
     std::memset(buffer + allocationSize(capacity), 0, static_cast<std::size_t>(needed - capacity));
     capacity = needed;
@@ -118,6 +128,10 @@ bool appendElements(std::vector<unsigned char>& area, unsigned char** elements, 
 
 }  // namespace
 
+unsigned int CPacketAccess::replacedBuffers() {
+    return s_replacedBuffers;
+}
+
 const void* const CPacketAccess::s_headerSize = headerSizeFunction(CTalRtpPacket(0));
 const void* const CPacketAccess::s_fecHeaderSize = headerSizeFunction(CRTPFECPacket(0));
 
@@ -161,7 +175,7 @@ CTalRtpPacket::CTalRtpPacket(unsigned char* buffer, int capacity, const CPacketA
 
 CTalRtpPacket& CTalRtpPacket::operator=(const CTalRtpPacket& other) {
     if (m_bufferSize < other.m_bufferSize) {
-        unsigned char* const buffer = allocateBuffer(other.m_bufferSize);
+        unsigned char* const buffer = allocateOther(other.m_bufferSize);
         std::free(m_buffer);
         m_buffer = buffer;
     }
@@ -278,7 +292,7 @@ void CTalRtpPacket::from_buffer(unsigned char* data, int len) {
     // clang-format on
     unsigned char* outgrown = nullptr;
     if (m_bufferSize < len) {
-        unsigned char* const buffer = allocateBuffer(len);
+        unsigned char* const buffer = allocateOther(len);
         outgrown = m_buffer;
         m_buffer = buffer;
         m_bufferSize = len;

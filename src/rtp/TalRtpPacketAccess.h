@@ -27,6 +27,9 @@ public:
         return buffer;
     }
 
+    // How many times a packet got another buffer, or less or more of its own, on this thread so far.
+    static unsigned int replacedBuffers();
+
     // What the getters return, without a call.
     static const unsigned char* buffer(const CTalRtpPacket& packet) { return packet.m_buffer; }
     static int packetSize(const CTalRtpPacket& packet) { return packet.m_packetSize; }
