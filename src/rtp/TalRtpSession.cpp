@@ -420,7 +420,8 @@ stTalRtpDataInfo* CMMRTPSessionBase::findOrMakeDataInfo(stTalRtpTSRecord* record
     return unit;
 }
 
-// Frees a record that is no more in the list of timestamps, with the records of its units.
+// Frees a record that is no more in the list of timestamps, with the records of its units. The FEC packets
+// that it notes have left the index, or leave it before anybody looks at their notes.
 void CMMRTPSessionBase::freeTSRecord(stTalRtpTSRecord* record) {
     for (const auto& entry : record->dataInfoMap) {
         ++m_index->steps;
@@ -431,11 +432,6 @@ void CMMRTPSessionBase::freeTSRecord(stTalRtpTSRecord* record) {
         }
         if (entry.second != nullptr) {
             m_pool->give(entry.second, sizeof(stTalRtpDataInfo));
-        }
-    }
-    for (const _uint16_t seq : record->fecSeqList) {
-        if (m_index->fec.peek(seq).owner == record) {
-            m_index->fec[seq].owner = nullptr;
         }
     }
     m_index->ageOrder.remove(record);
