@@ -155,6 +155,7 @@ void CMMRTPSessionBase::removeFECInfoFromList(unsigned int timestamp, unsigned s
         return;
     }
     // Only a derived class can have noted a number that the slot does not know.
+    m_index->steps += notes.size();
     const auto note = std::find(notes.begin(), notes.end(), seq);
     if (note != notes.end()) {
         notes.erase(note);
