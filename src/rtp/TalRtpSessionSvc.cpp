@@ -42,6 +42,12 @@ constexpr unsigned char kFuEndMask = 0x40;
 constexpr unsigned char kStartCode[] = {0, 0, 0, 1};
 constexpr int kStartCodeSize = static_cast<int>(sizeof(kStartCode));
 
+// The most bytes of a hand-over's buffer. A test builds this file with fewer, so that units reach them.
+#ifndef TALRTP_LARGEST_HANDOVER
+#define TALRTP_LARGEST_HANDOVER INT_MAX
+#endif
+constexpr int kLargestHandover = TALRTP_LARGEST_HANDOVER;
+
 bool isSingleUnit(unsigned int type) {
     return type >= 1 && type <= kLastSingleType;
 }
@@ -560,7 +566,8 @@ void CMMRTPSession4SVC::deliveFUPacket(unsigned short start, unsigned short end,
     constexpr int kUnitHeaderSize = 1;
     const _uint64_t unitSize = fragmentRunSize(start, end) + kStartCodeSize + kUnitHeaderSize;
     const int headerSize = first->get_header_size();
-    if (unitSize > static_cast<_uint64_t>(INT_MAX - headerSize - kSpareSize - kExtensionHeaderSize)) {
+    if (unitSize >
+        static_cast<_uint64_t>(kLargestHandover - headerSize - kSpareSize - kExtensionHeaderSize)) {
         return;
     }
     const int size = static_cast<int>(unitSize);

@@ -1,0 +1,269 @@
+// Which waiting FEC packets may have something new to give: the index against a plain count, over groups
+// whose numbers differ in single bits, so that groups that fall together are found.
+
+#include "TalRtpFecWaiting.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <bitset>
+#include <random>
+#include <set>
+#include <vector>
+
+namespace talrtp {
+namespace {
+
+constexpr unsigned int kSeed = 20261122;
+
+typedef std::set<unsigned short> Numbers;
+typedef std::bitset<65536> Arrived;
+
+unsigned short number(unsigned int value) {
+    return static_cast<unsigned short>(value);
+}
+
+// A filed FEC packet and what it protects.
+struct Filed {
+    unsigned short seq;
+    unsigned short base;
+    unsigned int mask;        // of XOR, else 0
+    unsigned int mediaCount;  // of Reed-Solomon
+    unsigned short fecBase;
+    unsigned int fecCount;
+
+    // How many packets it lacks.
+    int lacks(const Arrived& media, const Arrived& fec) const {
+        if (mask != 0) {
+            int missing = -1;  // XOR does without one
+            for (unsigned int i = 0; i < kXorMaskBits; ++i) {
+                missing += (mask >> (kXorMaskBits - 1 - i) & 1) != 0 && !media[number(base + i)];
+            }
+            return missing;
+        }
+        int missing = static_cast<int>(mediaCount);
+        for (unsigned int i = 0; i < mediaCount; ++i) {
+            missing -= media[number(base + i)];
+        }
+        for (unsigned int j = 0; j < fecCount; ++j) {
+            missing -= fec[number(fecBase + j)];
+        }
+        return missing;
+    }
+};
+
+class FecWaitingTest : public testing::Test {
+protected:
+    void addRs(unsigned int seq, unsigned int base, unsigned int mediaCount, unsigned int fecBase,
+               unsigned int fecCount) {
+        filed.push_back({number(seq), number(base), 0, mediaCount, number(fecBase), fecCount});
+        waiting.addRs(number(seq), number(base), mediaCount, number(fecBase), fecCount);
+    }
+    void addXor(unsigned int seq, unsigned int base, unsigned int mask) {
+        filed.push_back({number(seq), number(base), mask, 0, 0, 0});
+        waiting.addXor(number(seq), number(base), mask);
+    }
+    void remove(unsigned int seq) {
+        filed.erase(std::remove_if(filed.begin(), filed.end(),
+                                   [seq](const Filed& packet) { return packet.seq == seq; }),
+                    filed.end());
+        waiting.remove(number(seq));
+    }
+    void mediaArrives(unsigned int seq) {
+        if (!media[number(seq)]) {
+            media.set(number(seq));
+            mediaNumbers.insert(number(seq));
+            waiting.mediaArrived(number(seq));
+        }
+    }
+    void mediaLeaves(unsigned int seq) {
+        media.reset(number(seq));
+        mediaNumbers.erase(number(seq));
+        waiting.mediaLeft(number(seq));
+    }
+    void fecArrives(unsigned int seq) {
+        if (!fec[number(seq)]) {
+            fec.set(number(seq));
+            fecNumbers.insert(number(seq));
+            waiting.fecArrived(number(seq));
+        }
+    }
+
+    // Ready are those that lack nothing.
+    Numbers expectedReady() const {
+        Numbers result;
+        for (const Filed& packet : filed) {
+            if (packet.lacks(media, fec) <= 0) {
+                result.insert(packet.seq);
+            }
+        }
+        return result;
+    }
+    Numbers ready() const {
+        Numbers result;
+        unsigned short seq = 0;
+        while (waiting.ready().findUpward(seq, seq)) {
+            result.insert(seq);
+            if (++seq == 0) {
+                break;
+            }
+        }
+        return result;
+    }
+
+    std::mt19937 random{kSeed};
+    CNodePool pool;
+    CSequenceSet mediaNumbers{false};
+    CSequenceSet fecNumbers{false};
+    _uint64_t steps = 0;
+    CFecWaiting waiting{&pool, mediaNumbers, fecNumbers, steps};
+    Arrived media;
+    Arrived fec;
+    std::vector<Filed> filed;
+};
+
+// The numbers of the groups are single bits or two, in every combination, over one media base.
+TEST_F(FecWaitingTest, GroupsWhoseNumbersDifferInOneBitAreReadyByThemselves) {
+    constexpr unsigned int kBase = 40000;
+    unsigned int seq = 0;
+    for (const unsigned int mediaCount : {4, 5, 8, 9, 16, 33, 65, 128, 129}) {
+        for (unsigned int bit = 0; bit <= 16; ++bit) {
+            const unsigned int fecBase = bit == 0 ? 0 : 1u << (bit - 1);
+            for (unsigned int fecCount = 1; fecCount <= 128; fecCount *= 2) {
+                addRs(seq++, kBase, mediaCount, fecBase, fecCount);
+            }
+        }
+    }
+    std::vector<unsigned int> arrivals;
+    for (unsigned int i = 0; i < 40; ++i) {
+        arrivals.push_back(kBase + random() % 128);
+        for (unsigned int bit = 0; bit < 16; ++bit) {
+            arrivals.push_back(0x10000u + (1u << bit) + random() % (1u << (i % 8)));
+        }
+        arrivals.push_back(0x10000u + random() % (1u << (i % 8)));
+    }
+    for (const unsigned int arrival : arrivals) {
+        if (arrival >= 0x10000u) {
+            fecArrives(arrival);
+        } else {
+            mediaArrives(arrival);
+        }
+        ASSERT_EQ(ready(), expectedReady()) << "seed " << kSeed << ", behind " << arrival;
+    }
+    EXPECT_GT(ready().size(), filed.size() / 4);
+    EXPECT_LT(ready().size(), filed.size());
+}
+
+TEST_F(FecWaitingTest, XorGroupsWhoseNumbersDifferInOneBitAreReadyByThemselves) {
+    constexpr unsigned int kBase = 65530;
+    unsigned int seq = 0;
+    for (unsigned int distance = 0; distance < 24; ++distance) {
+        for (unsigned int first = 0; first < kXorMaskBits; ++first) {
+            for (unsigned int second = 0; second < first; ++second) {
+                addXor(seq++, number(kBase + distance), 1u << first | 1u << second | 1u);
+            }
+        }
+    }
+    for (unsigned int i = 0; i < 48; ++i) {
+        mediaArrives(kBase + i * 29 % 48);
+        ASSERT_EQ(ready(), expectedReady()) << i;
+    }
+    EXPECT_EQ(ready().size(), filed.size());
+}
+
+// The table of XOR groups has fewer places than there are bases.
+TEST_F(FecWaitingTest, XorGroupsOfEveryBaseAreReadyByThemselves) {
+    for (unsigned int base = 0; base < 65536; ++base) {
+        addXor(base, base, 0xa00000);  // base and base + 2
+    }
+    for (unsigned int i = 0; i < 40; ++i) {
+        mediaArrives(i * 7919);
+        ASSERT_EQ(ready(), expectedReady()) << i;
+    }
+    EXPECT_EQ(ready().size(), 80u);
+}
+
+// Groups come, are tried in vain and leave while packets arrive.
+TEST_F(FecWaitingTest, RandomGroupsAreReadyWhenTheyLackNothing) {
+    for (unsigned int i = 0; i < 3000; ++i) {
+        const unsigned int kind = random() % 8;
+        const unsigned int seq = i;
+        if (kind == 0) {
+            addXor(seq, 65500 + random() % 60, random() & 0xffffff & random());
+            if (filed.back().mask == 0) {
+                remove(seq);  // protects nothing: never filed by a session
+            }
+        } else if (kind <= 2) {
+            addRs(seq, 65400 + random() % 100, 1 + random() % 100, random() % 40, 1 + random() % 100);
+        } else if (kind <= 5) {
+            mediaArrives(65400 + random() % 250);
+        } else if (kind == 6) {
+            fecArrives(random() % 150);
+        } else if (!filed.empty()) {
+            const unsigned short some = filed[random() % filed.size()].seq;
+            if (random() % 2 == 0) {
+                remove(some);
+            } else {
+                waiting.waitAgain(some);
+            }
+        }
+        ASSERT_EQ(ready(), expectedReady()) << "seed " << kSeed << ", step " << i;
+    }
+}
+
+TEST_F(FecWaitingTest, PacketThatJoinsAReadyGroupIsReady) {
+    addRs(1, 100, 2, 50, 1);
+    mediaArrives(100);
+    mediaArrives(101);
+    ASSERT_EQ(ready(), Numbers({1}));
+    addRs(2, 100, 2, 50, 1);
+    EXPECT_EQ(ready(), Numbers({1, 2}));
+
+    addXor(3, 100, 0xc00000);
+    addXor(4, 100, 0xc00000);
+    EXPECT_EQ(ready(), Numbers({1, 2, 3, 4}));
+    remove(1);
+    remove(3);
+    EXPECT_EQ(ready(), Numbers({2, 4}));
+}
+
+TEST_F(FecWaitingTest, PacketThatJoinsAWaitingGroupWaits) {
+    addRs(1, 100, 2, 50, 1);
+    addRs(2, 100, 2, 50, 1);
+    addXor(3, 100, 0xe00000);
+    addXor(4, 100, 0xe00000);
+    mediaArrives(100);
+    EXPECT_EQ(ready(), Numbers());
+    fecArrives(50);
+    EXPECT_EQ(ready(), Numbers({1, 2}));
+    mediaArrives(102);
+    EXPECT_EQ(ready(), Numbers({1, 2, 3, 4}));
+}
+
+// Media that left is missing again for whoever waits: at the latest when something arrives near it.
+TEST_F(FecWaitingTest, MediaThatLeftIsMissingAgain) {
+    addRs(1, 100, 3, 50, 1);
+    addXor(2, 100, 0xf00000);
+    mediaArrives(100);
+    mediaLeaves(100);
+    mediaArrives(101);
+    EXPECT_EQ(ready(), Numbers());
+    mediaArrives(102);
+    EXPECT_EQ(ready(), Numbers());
+    mediaArrives(100);
+    EXPECT_EQ(ready(), Numbers({1, 2}));
+}
+
+TEST_F(FecWaitingTest, MediaThatLeftAndCameAgainCountsOnce) {
+    addRs(1, 100, 3, 50, 1);
+    mediaArrives(100);
+    mediaLeaves(100);
+    mediaArrives(100);
+    mediaArrives(101);
+    EXPECT_EQ(ready(), Numbers());
+    mediaArrives(102);
+    EXPECT_EQ(ready(), Numbers({1}));
+}
+
+}  // namespace
+}  // namespace talrtp
