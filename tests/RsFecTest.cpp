@@ -828,6 +828,13 @@ TEST(DecodingMatrixTest, FailsOnInvalidPositions) {
 // ---------------------------------------------------------------------------------------------------------
 // The model cache
 
+// Made before any test or session of the program, which begins with no user of the cache.
+const unsigned kFirstRetain = [] {
+    const unsigned count = RsMapRetain();
+    RsMapRelease();
+    return count;
+}();
+
 class RsModelCacheTest : public testing::Test {
 protected:
     // Brings the number of users to 0 and empties the cache, whatever a test left.
@@ -874,6 +881,7 @@ TEST_F(RsModelCacheTest, TriesARefusedPairAgain) {
 }
 
 TEST_F(RsModelCacheTest, RetainCountsUpFromOne) {
+    EXPECT_EQ(kFirstRetain, 1u);
     EXPECT_EQ(RsMapRetain(), 1u);
     EXPECT_EQ(RsMapRetain(), 2u);
     RsMapRelease();

@@ -113,6 +113,23 @@ TEST_F(RsRecoveryTest, LostPacketIsRebuiltToTheByte) {
     expectHandovers({{17, inByteStream({0x42}), 0}, {16, inByteStream({0x41, 0x02}), 0}});
 }
 
+// The packets of a group may be shorter than the row of coefficients that rebuilds one.
+TEST_F(RsRecoveryTest, LossesOfALongGroupOfShortPacketsAreRebuilt) {
+    std::vector<Bytes> units;
+    for (unsigned char i = 0; i < 200; ++i) {
+        units.push_back({0x41, i});
+    }
+    Group group(RTP_FEC_RS, 100, 500, units, 2);
+    group.lose(103);
+    group.lose(299);
+    receiveAll(group.arriving());
+    sink.handovers.clear();
+    receiveAll(group.fec);
+    expectHandovers({{103, inByteStream(units[3]), 0}, {299, inByteStream(units[199]), 0}});
+    EXPECT_EQ(stored(103), group.media[3]);
+    EXPECT_EQ(stored(299), group.media[199]);
+}
+
 TEST_F(RsRecoveryTest, CompleteGroupDropsTheFecPacket) {
     Group group(RTP_FEC_RS, 100, 500, unitsFrom(100, 4), 2);
     receiveAll(group.media);

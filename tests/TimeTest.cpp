@@ -158,6 +158,10 @@ TEST(Time, ComparisonsNormaliseBothSides) {
     };
     const Case cases[] = {
         {_time_t(1, 1500000), _time_t(2, 500000), 0},
+        {_time_t(2, 500000), _time_t(1, 1500000), 0},
+        {_time_t(2, 500000), _time_t(2, 1500000), -1},
+        {_time_t(3, 500000), _time_t(1, 1500000), 1},
+        {_time_t(3, 500000), _time_t(1, 2500000), 0},
         {_time_t(0, 3000000), _time_t(3, 0), 0},
         {_time_t(1, 1500000), _time_t(2, 500001), -1},
         {_time_t(1, 2000000), _time_t(2, 999999), 1},
@@ -176,6 +180,7 @@ TEST(Time, ComparisonsNormaliseBothSides) {
         EXPECT_EQ(c.left >= c.right, c.order >= 0);
         EXPECT_EQ(c.right<c.left, c.order> 0);
         EXPECT_EQ(c.right >= c.left, c.order <= 0);
+        EXPECT_EQ(c.right == c.left, c.order == 0);
     }
 }
 
