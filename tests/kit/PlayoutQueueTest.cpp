@@ -94,6 +94,19 @@ TEST_F(PlayoutQueueTest, TakesEarlierNumbersBeforeTheFirstPicture) {
     EXPECT_EQ(2u, picture.missingPackets());  // 65535 and 0
 }
 
+// Earlier numbers are few: those that count back step by step end 100 before the first arrival, too.
+TEST_F(PlayoutQueueTest, EarlierNumbersEndAHundredBeforeTheFirstArrival) {
+    arrive(1000, 9, true, 0);
+    EXPECT_EQ(Verdict::kFresh, arrive(950, 8, true, 0));
+    EXPECT_EQ(Verdict::kLate, arrive(899, 6, true, 0));
+    EXPECT_EQ(Verdict::kFresh, arrive(900, 7, true, 0));
+    EXPECT_EQ(Verdict::kLate, arrive(899, 6, true, 0));
+    EXPECT_EQ(Verdict::kLate, arrive(800, 5, true, 0));
+    EXPECT_EQ(Verdict::kFarOff, arrive(799, 4, true, 0));
+    ASSERT_TRUE(take(0));
+    EXPECT_EQ(7u, picture.timestamp());
+}
+
 TEST_F(PlayoutQueueTest, KeepsTheOrderOfTheNumbersWhateverTheOrderOfArrival) {
     arrive(10, 1, true, 0);
     ASSERT_TRUE(take(0));

@@ -229,6 +229,32 @@ TEST(Sender, RefusesAUnitForWhichThePictureHasNoPacketsLeft) {
     EXPECT_EQ(sending.sent.all.back().payload(), small);
 }
 
+TEST(Sender, RefusesASingleUnitOfOnePacketMoreThanAPictureHas) {
+    Sending sending(optionsOf(16));
+    const SendResult result = sending.sender.sendPicture(0, std::vector<Bytes>{Bytes(16385, 0x65)});
+    EXPECT_EQ(result.error,
+              "unit 0 (16385 bytes, type 5) cannot be sent: it takes 8193 packets of at most 16 bytes, and a "
+              "picture has 8192 left of 8192");
+    EXPECT_EQ(result.packets, 0u);
+    EXPECT_THAT(sending.sent.all, IsEmpty());
+}
+
+TEST(Sender, UsesThePacketsOfAPictureUp) {
+    Sending sending(optionsOf(16));
+    const Bytes small{0x67, 1};
+    const Bytes last(16382, 0x65);  // 8191 packets
+    SendResult result = sending.sender.sendPicture(0, std::vector<Bytes>{small, last});
+    EXPECT_TRUE(result);
+    EXPECT_EQ(result.packets, 8192u);
+    result = sending.sender.sendPicture(0, std::vector<Bytes>{last, small, small});
+    EXPECT_EQ(
+        result.error,
+        "unit 2 (2 bytes, type 7) cannot be sent: it takes 1 packets of at most 16 bytes, and a picture "
+        "has 0 left of 8192");
+    EXPECT_EQ(result.packets, 8192u);
+    EXPECT_EQ(result.refusedUnits, 1u);
+}
+
 // More than 2 GiB in one unit, none of which is read.
 TEST(Sender, RefusesAUnitLongerThanAnInt) {
     Sending sending(optionsOf(1200));
