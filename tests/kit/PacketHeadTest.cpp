@@ -205,6 +205,7 @@ TEST(PacketHeadTest, OnlyTheFirstFragmentHasTheTypeOfItsUnit) {
     expectFirstUnit(5, true, headOf({0x7c, 0x85, 0x88}));
     expectFirstUnit(1, false, headOf({0x7c, 0x81, 0x7f}));
     expectFirstUnit(5, true, headOf({0x7c, 0xc5, 0x88}));
+    expectFirstUnit(5, true, headOf({0x7c, 0xa5, 0x88}));  // with the reserved bit
     expectFirstUnit(5, false, headOf({0x7c, 0x85}));
     expectFirstUnit(0, false, headOf({0x7c, 0x05, 0x88}));
     expectFirstUnit(0, false, headOf({0x7c, 0x45, 0x88}));

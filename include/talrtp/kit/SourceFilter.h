@@ -62,7 +62,6 @@ public:
         const std::uint32_t ssrc = readBig32(datagram, 8);
         if (!m_ssrc) {
             m_ssrc = ssrc;
-            m_lastHeard = now;
             return Verdict::kTake;
         }
         if (*m_ssrc == ssrc) {
@@ -96,7 +95,7 @@ private:
     bool m_isGiven;
     bool m_isConfirmed = false;
     std::chrono::milliseconds m_timeout;
-    TimePoint m_lastHeard{};
+    TimePoint m_lastHeard{};  // of a confirmed source
     std::uint32_t m_candidateSsrc = 0;
     KeptDatagram m_candidate;
 };
