@@ -6,7 +6,10 @@
 #include <fmt/format.h>
 #include <talrtp/kit/TraceToCallback.h>  // `--trace` of every subcommand
 
+#include <cerrno>
+#include <csignal>
 #include <cstdio>
+#include <cstring>
 
 namespace talrtp::host {
 namespace {
@@ -37,12 +40,22 @@ int runProgram(int argc, char** argv) {
     }
 }
 
+// What was printed may wait in a buffer until now.
+void closeOutput() {
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+        throw CHostError(fmt::format("cannot write to standard output: {}", std::strerror(errno)));
+    }
+}
+
 }  // namespace
 }  // namespace talrtp::host
 
 int main(int argc, char** argv) {
+    std::signal(SIGXFSZ, SIG_IGN);  // writing beyond a limit then fails with an error that is reported
     try {
-        return talrtp::host::runProgram(argc, argv);
+        const int status = talrtp::host::runProgram(argc, argv);
+        talrtp::host::closeOutput();
+        return status;
     } catch (const std::exception& problem) {
         std::fprintf(stderr, "talrtp: %s\n", problem.what());
         return talrtp::host::kExitFailed;

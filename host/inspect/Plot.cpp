@@ -1,24 +1,15 @@
 #include "inspect/Plot.h"
 
+#include "Gnuplot.h"
 #include "HostError.h"
 
 #include <fmt/format.h>
 
-#include <csignal>
-#include <cstdio>
+#include <algorithm>
 
 namespace talrtp::host::inspect {
 
 namespace {
-
-// gnuplot doubles a quote within single quotes.
-std::string quoted(const std::string& text) {
-    std::string result = "'";
-    for (const char each : text) {
-        result += each == '\'' ? "''" : std::string(1, each);
-    }
-    return result + "'";
-}
 
 // Packets that FEC rebuilds, in bins as wide as those of the media: both began with the capture, and one of
 // them may have stopped doubling its width earlier.
@@ -58,26 +49,14 @@ std::string dataOf(const CTimeline& media, const CTimeline* repairs) {
 std::string commandsFor(const std::string& data, const std::string& title, const std::string& path) {
     return fmt::format(
         "$stream << EOD\n{}EOD\nset terminal svg size 900,620 background 'white'\nset output {}\n"
+        "stats $stream using 3 nooutput\n"
         "set multiplot layout 2,1 title {} noenhanced\nset grid\nset yrange [0:1<*]\nset ylabel 'Mbit/s'\n"
         "plot $stream using 1:2 with lines lw 2 title 'media arrived'\n"
         "set xlabel 'seconds'\nset ylabel 'packets, %'\n"
+        "if (STATS_max < 1) {{ set yrange [0:1] }}\n"  // a range that is empty at first is warned of
         "plot $stream using 1:3 with steps lw 2 title 'lost', "
         "'' using 1:4 with steps lw 2 title 'rebuilt by FEC'\nunset multiplot\n",
-        data, quoted(path), quoted(title));
-}
-
-void runGnuplot(const std::string& commands) {
-    const auto outer = std::signal(SIGPIPE, SIG_IGN);
-    std::FILE* const gnuplot = popen("command -v gnuplot >/dev/null && exec gnuplot", "w");
-    if (gnuplot == nullptr) {
-        throw CHostError("gnuplot cannot be started");
-    }
-    std::fwrite(commands.data(), 1, commands.size(), gnuplot);
-    const int status = pclose(gnuplot);
-    std::signal(SIGPIPE, outer);
-    if (status != 0) {
-        throw CHostError("the plot cannot be drawn; is gnuplot installed?");
-    }
+        data, quotedForGnuplot(path), quotedForGnuplot(title));
 }
 
 const CTimeline* repairsOf(const CInspector& inspector, const CStream& media) {
@@ -96,7 +75,7 @@ void writeStreamPlot(const CInspector& inspector, const std::string& title, cons
     if (media == nullptr) {
         throw CHostError("there is no H.264 stream to plot; --pt names its payload type");
     }
-    runGnuplot(commandsFor(dataOf(media->timeline(), repairsOf(inspector, *media)), title, path));
+    drawWithGnuplot(commandsFor(dataOf(media->timeline(), repairsOf(inspector, *media)), title, path), path);
 }
 
 }  // namespace talrtp::host::inspect

@@ -1,14 +1,12 @@
 #include "loopback/Sweep.h"
 
-#include "HostError.h"
+#include "Gnuplot.h"
 #include "loopback/Report.h"
 
 #include <fmt/format.h>
 #include <talrtp/kit/FecGrouping.h>
 
 #include <algorithm>
-#include <csignal>
-#include <cstdio>
 
 namespace talrtp::host {
 
@@ -41,15 +39,6 @@ std::string labelOf(const kit::Fec& fec) {
     return "no FEC";
 }
 
-// gnuplot doubles a quote within single quotes.
-std::string quote(const std::string& text) {
-    std::string quoted = "'";
-    for (const char each : text) {
-        quoted += each == '\'' ? "''" : std::string(1, each);
-    }
-    return quoted + "'";
-}
-
 // The commands that gnuplot gets: settings, one curve for each scheme, then the curves' data.
 std::string makeCommands(const std::vector<SweepPoint>& points, const std::string& title,
                          const std::string& path, bool asPng) {
@@ -60,7 +49,7 @@ std::string makeCommands(const std::vector<SweepPoint>& points, const std::strin
         if (last == nullptr || last->scheme != point.fec.scheme) {
             data += last == nullptr ? "" : "e\n";
             curves += fmt::format("{}'-' with linespoints lw 2 pt 7 ps 0.6 title {}",
-                                  last == nullptr ? "" : ", ", quote(labelOf(point.fec)));
+                                  last == nullptr ? "" : ", ", quotedForGnuplot(labelOf(point.fec)));
         }
         last = &point.fec;
         data += fmt::format("{:g} {:.4f}\n", point.loss * kPercent, point.wholePercent());
@@ -69,8 +58,8 @@ std::string makeCommands(const std::vector<SweepPoint>& points, const std::strin
         "set terminal {}\nset output {}\nset title {} noenhanced\n"
         "set xlabel 'packets lost, %'\nset ylabel 'units delivered whole, %'\n"
         "set grid\nset key bottom left\nset yrange [*:100]\nplot {}\n{}e\n",
-        asPng ? "png size 900,560" : "svg size 900,560 background 'white'", quote(path), quote(title), curves,
-        data);
+        asPng ? "png size 900,560" : "svg size 900,560 background 'white'", quotedForGnuplot(path),
+        quotedForGnuplot(title), curves, data);
 }
 
 }  // namespace
@@ -119,18 +108,7 @@ void writeCsv(const std::vector<SweepPoint>& points, std::ostream& output) {
 
 void writePlot(const std::vector<SweepPoint>& points, const std::string& title, bool asPng,
                const std::string& path) {
-    const auto outer = std::signal(SIGPIPE, SIG_IGN);
-    std::FILE* gnuplot = popen("command -v gnuplot >/dev/null && exec gnuplot", "w");
-    if (gnuplot == nullptr) {
-        throw CHostError("gnuplot cannot be started");
-    }
-    const std::string commands = makeCommands(points, title, path, asPng);
-    std::fwrite(commands.data(), 1, commands.size(), gnuplot);
-    const int status = pclose(gnuplot);
-    std::signal(SIGPIPE, outer);
-    if (status != 0) {
-        throw CHostError("the plot cannot be drawn; is gnuplot installed?");
-    }
+    drawWithGnuplot(makeCommands(points, title, path, asPng), path);
 }
 
 }  // namespace talrtp::host

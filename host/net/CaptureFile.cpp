@@ -5,8 +5,13 @@
 #include <fmt/format.h>
 #include <pcap/pcap.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace talrtp::host {
 
@@ -15,6 +20,10 @@ namespace {
 constexpr std::uint8_t kUdp = 17;
 constexpr std::uint8_t kHopLimit = 64;
 constexpr std::size_t kUdpHeaderSize = 8;
+constexpr std::size_t kFileHeaderSize = 24;
+constexpr std::size_t kRecordHeaderSize = 16;
+// Where packets end is remembered for so many bytes, which bounds the memory for it.
+constexpr std::size_t kMaxUnwritten = 65536;
 constexpr int kSnapLength = 65536 + 40;  // an IPv6 header and the largest payload behind it
 
 using Bytes = std::vector<std::uint8_t>;
@@ -97,10 +106,14 @@ CCaptureFile::CCaptureFile(const std::string& path) : m_path(path) {
         }
         throw CHostError(fmt::format("cannot write '{}': {}", path, reason));
     }
+    m_size = kFileHeaderSize;
+    m_ends.push_back(m_size);
 }
 
 CCaptureFile::~CCaptureFile() {
-    pcap_dump_close(m_file);
+    if (m_file != nullptr) {
+        pcap_dump_close(m_file);
+    }
     pcap_close(m_handle);
 }
 
@@ -125,8 +138,13 @@ void CCaptureFile::add(const Endpoint& from, const Endpoint& to, kit::BytesView 
     header.ts.tv_usec = std::chrono::duration_cast<std::chrono::microseconds>(now - seconds).count();
     header.caplen = header.len = static_cast<bpf_u_int32>(m_packet.size());
     pcap_dump(reinterpret_cast<u_char*>(m_file), &header, m_packet.data());
+    m_size += kRecordHeaderSize + m_packet.size();
+    m_ends.push_back(m_size);
     if (std::ferror(pcap_dump_file(m_file)) != 0) {
         fail();
+    }
+    if (m_size - m_ends.front() > kMaxUnwritten) {
+        flush();
     }
 }
 
@@ -134,6 +152,8 @@ void CCaptureFile::flush() {
     if (pcap_dump_flush(m_file) != 0) {
         fail();
     }
+    m_ends.clear();
+    m_ends.push_back(m_size);
 }
 
 void CCaptureFile::writeHeaders(const Endpoint& from, const Endpoint& to, bool isOverV4,
@@ -150,8 +170,20 @@ void CCaptureFile::writeHeaders(const Endpoint& from, const Endpoint& to, bool i
     append16(m_packet, 0);  // the checksum, which is set when all is there
 }
 
-void CCaptureFile::fail() const {
-    throw CHostError(fmt::format("cannot write '{}': {}", m_path, std::strerror(errno)));
+void CCaptureFile::fail() {
+    std::string problem = fmt::format("cannot write '{}': {}", m_path, std::strerror(errno));
+    pcap_dump_close(m_file);  // before the size is looked at: it writes what the buffer holds
+    m_file = nullptr;
+    struct stat status {};
+    if (stat(m_path.c_str(), &status) == 0 && S_ISREG(status.st_mode)) {
+        const auto size = static_cast<std::size_t>(status.st_size);
+        const auto end = std::upper_bound(m_ends.begin(), m_ends.end(), size);
+        const std::size_t whole = end == m_ends.begin() ? 0 : *std::prev(end);
+        if (truncate(m_path.c_str(), static_cast<off_t>(whole)) != 0) {
+            problem += "; it ends with a part of a packet";
+        }
+    }
+    throw CHostError(problem);
 }
 
 }  // namespace talrtp::host

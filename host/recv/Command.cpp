@@ -73,9 +73,7 @@ public:
 
     int run() {
         finishOptions();
-        // Writing then fails with an error that is reported.
-        std::signal(SIGPIPE, SIG_IGN);
-        std::signal(SIGXFSZ, SIG_IGN);
+        std::signal(SIGPIPE, SIG_IGN);  // writing then fails with an error that is reported
         CReporter reporter(m_report, m_options.output == "-");
         return CRecvSession(m_options, reporter).run();
     }
