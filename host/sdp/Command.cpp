@@ -41,6 +41,7 @@ const char* const kFooter =
 struct StreamHead {
     std::vector<std::vector<std::uint8_t>> parameterSets;
     std::optional<double> frameRate;
+    bool hasSps = false;
     bool hasPicture = false;
 };
 
@@ -66,6 +67,7 @@ void readPicture(StreamHead& head, const kit::AccessUnit& picture) {
             continue;
         }
         addSet(head, unit);
+        head.hasSps = head.hasSps || type == kit::kNalSps;
         const std::optional<kit::SpsInfo> sps = type == kit::kNalSps ? kit::readSps(unit) : std::nullopt;
         if (const auto rate = sps ? sps->frameRate() : std::nullopt) {
             head.frameRate = static_cast<double>(rate->numerator) / rate->denominator;
@@ -90,7 +92,7 @@ StreamHead readHead(const std::string& path) {
         splitter.push(kit::BytesView(chunk.data(), static_cast<std::size_t>(file.gcount())));
     }
     splitter.finish();
-    if (head.parameterSets.empty()) {
+    if (!head.hasSps) {
         throw CHostError(fmt::format("{}: no H.264 byte stream that begins with parameter sets", path));
     }
     return head;
