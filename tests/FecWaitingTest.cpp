@@ -183,6 +183,40 @@ TEST_F(FecWaitingTest, XorGroupsOfEveryBaseAreReadyByThemselves) {
     EXPECT_EQ(ready().size(), 80u);
 }
 
+// A search goes down one way of the tree of a base, which is balanced by chance: some 2.5 times the binary
+// logarithm of the groups, and the walks that call themselves go no deeper.
+TEST_F(FecWaitingTest, TreeOfABaseStaysFlatWhileGroupsComeAndGo) {
+    constexpr unsigned int kGroups = 16384;
+    constexpr _uint64_t kDepth = 60;
+    constexpr unsigned int kKept = 16;  // one of so many stays throughout
+    const auto expectFlat = [&](unsigned int step) {
+        for (unsigned int i = 0; i < kGroups; i += step) {
+            const _uint64_t before = steps;
+            waiting.addRs(number(kGroups + i), 1000, 200, number(i), 1);  // finds the group of `i`
+            ASSERT_LE(steps - before, kDepth) << i;
+            waiting.remove(number(kGroups + i));
+        }
+    };
+    for (unsigned int i = 0; i < kGroups; ++i) {
+        waiting.addRs(number(i), 1000, 200, number(i), 1);
+    }
+    expectFlat(1);
+    for (unsigned int round = 0; round < 4; ++round) {
+        for (unsigned int i = 0; i < kGroups; ++i) {
+            if (i % kKept != 0) {
+                waiting.remove(number(i));
+            }
+        }
+        expectFlat(kKept);
+        for (unsigned int i = kGroups; i-- > 0;) {
+            if (i % kKept != 0) {
+                waiting.addRs(number(i), 1000, 200, number(i), 1);
+            }
+        }
+        expectFlat(1);
+    }
+}
+
 // Groups come, are tried in vain and leave while packets arrive.
 TEST_F(FecWaitingTest, RandomGroupsAreReadyWhenTheyLackNothing) {
     for (unsigned int i = 0; i < 3000; ++i) {
