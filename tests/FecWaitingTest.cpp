@@ -54,6 +54,13 @@ struct Filed {
 
 class FecWaitingTest : public testing::Test {
 protected:
+    // As a session does: the pool gets every group back.
+    ~FecWaitingTest() override {
+        for (unsigned int seq = 0; seq < 65536; ++seq) {
+            waiting.remove(number(seq));
+        }
+    }
+
     void addRs(unsigned int seq, unsigned int base, unsigned int mediaCount, unsigned int fecBase,
                unsigned int fecCount) {
         filed.push_back({number(seq), number(base), 0, mediaCount, number(fecBase), fecCount});
