@@ -4,10 +4,13 @@
 
 #include <gtest/gtest.h>
 #include <malloc.h>
+#include <talrtp/RsFec.h>
 #include <talrtp/TalRtpPacket.h>
 #include <talrtp/TalRtpSession.h>
 
+#include <algorithm>
 #include <cstddef>
+#include <cstring>
 #include <string>
 #include <utility>
 #include <vector>
@@ -188,6 +191,43 @@ TEST_F(AllocationTest, ForcedHandoverAsksForNothing) {
     EXPECT_EQ(result, 0);
     EXPECT_EQ(sink.handovers, 1);
     EXPECT_EQ(s_requests.count, 0);
+}
+
+// Up to 16 missing blocks are rebuilt by equations on the stack, without the whole decoding matrix.
+TEST_F(AllocationTest, DecodingOfMissingBlocksAsksForNothing) {
+    constexpr int kSources = 20;
+    constexpr int kParity = 16;
+    constexpr int kSize = 100;
+    rs_param_* const model = CRsFec::CreateRsModel(kSources, kSources + kParity);
+    ASSERT_NE(model, nullptr);
+    unsigned char bytes[kSources + kParity][kSize];
+    unsigned char* blocks[kSources + kParity];
+    for (int i = 0; i < kSources + kParity; ++i) {
+        std::copy_n(pattern(kSize, static_cast<unsigned int>(i)).begin(), kSize, bytes[i]);
+        blocks[i] = bytes[i];
+    }
+    CRsFec::Encode(model, blocks, kSize, blocks + kSources);
+    for (const int lostCount : {1, 2, kParity}) {
+        int index[kSources];
+        int lost[kParity];
+        unsigned char* received[kSources];
+        for (int i = 0; i < kSources; ++i) {
+            index[i] = i < lostCount ? kSources + i : i;
+            received[i] = blocks[index[i]];
+        }
+        unsigned char rebuilt[kParity][kSize];
+        unsigned char* out[kParity];
+        for (int i = 0; i < lostCount; ++i) {
+            lost[i] = i;
+            out[i] = rebuilt[i];
+        }
+        int result = -1;
+        watch([&] { result = CRsFec::Decode(model, received, kSize, index, out, lost, lostCount); });
+        EXPECT_EQ(result, 0);
+        EXPECT_EQ(s_requests.count, 0) << lostCount;
+        EXPECT_EQ(std::memcmp(rebuilt[lostCount - 1], bytes[lostCount - 1], kSize), 0);
+    }
+    CRsFec::DeleteRsModel(model);
 }
 
 // Each of these FEC packets waits for 128 of 256 packets, so it watches 129 numbers.
