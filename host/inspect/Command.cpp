@@ -1,6 +1,7 @@
 #include "inspect/Command.h"
 
 #include "HostError.h"
+#include "SdpFile.h"
 #include "inspect/CaptureReader.h"
 #include "inspect/Plot.h"
 #include "inspect/Replay.h"
@@ -8,13 +9,8 @@
 #include "loopback/OutputFile.h"
 
 #include <fmt/format.h>
-#include <talrtp/kit/Sdp.h>
 
-#include <cerrno>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <string>
 
@@ -57,7 +53,9 @@ public:
     CLI::App* app() const { return m_app; }
 
     int run() {
-        readSdp();
+        if (!m_sdpPath.empty()) {
+            m_sdp = readSdpFile(m_sdpPath);
+        }
         CCaptureReader capture(m_path);
         CInspector inspector(options());
         while (const std::optional<CCaptureReader::Record> record = capture.next()) {
@@ -144,22 +142,6 @@ private:
             options.rtcp = m_rtcp == "native" ? kit::Form::kNative : kit::Form::kRfc3550;
         }
         return options;
-    }
-
-    void readSdp() {
-        if (m_sdpPath.empty()) {
-            return;
-        }
-        std::ifstream file(m_sdpPath, std::ios::binary);
-        if (!file) {
-            throw CHostError(fmt::format("cannot read '{}': {}", m_sdpPath, std::strerror(errno)));
-        }
-        const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-        const kit::SdpResult result = kit::Sdp::read(text);
-        if (!result.sdp) {
-            throw CHostError(fmt::format("{}: {}", m_sdpPath, result.error));
-        }
-        m_sdp = result.sdp;
     }
 
     kit::Statistics replay(const CInspector& inspector) const {

@@ -1,20 +1,15 @@
 #include "recv/Command.h"
 
 #include "HostError.h"
+#include "SdpFile.h"
 #include "live/Reporter.h"
 #include "live/StreamOptions.h"
 #include "recv/RecvOptions.h"
 #include "recv/RecvSession.h"
 
-#include <talrtp/kit/Sdp.h>
-
 #include <fmt/format.h>
 
-#include <cerrno>
 #include <csignal>
-#include <cstring>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <optional>
 #include <string>
@@ -152,19 +147,11 @@ private:
     }
 
     kit::Sdp readSession() const {
-        std::ifstream file(m_session, std::ios::binary);
-        const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-        if (!file) {
-            throw CHostError(fmt::format("cannot read '{}': {}", m_session, std::strerror(errno)));
-        }
-        const kit::SdpResult result = kit::Sdp::read(text);
-        if (!result.sdp) {
-            throw CHostError(fmt::format("{}: {}", m_session, result.error));
-        }
-        if (result.sdp->port < 1) {
+        kit::Sdp sdp = readSdpFile(m_session);
+        if (sdp.port < 1) {
             throw CHostError(fmt::format("{}: it leaves the port open", m_session));
         }
-        return *result.sdp;
+        return sdp;
     }
 
     CLI::App* m_app;

@@ -3,20 +3,22 @@
 #include "HostError.h"
 #include "live/StreamOptions.h"
 #include "net/Address.h"
+#include "send/StreamFacts.h"
 
 #include <talrtp/kit/AccessUnitSplitter.h>
 #include <talrtp/kit/NalUnit.h>
 #include <talrtp/kit/Sdp.h>
-#include <talrtp/kit/Sps.h>
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -37,46 +39,12 @@ const char* const kFooter =
     "Exit status: 0 when the description was printed; 1 when the file cannot be read or is no H.264 byte\n"
     "stream with parameter sets; 2 for wrong usage.";
 
-// What a description tells of a stream.
-struct StreamHead {
-    std::vector<std::vector<std::uint8_t>> parameterSets;
-    std::optional<double> frameRate;
-    bool hasSps = false;
-    bool hasPicture = false;
-};
-
-// A set that a stream repeats is listed once.
-void addSet(StreamHead& head, kit::BytesView unit) {
-    std::vector<std::uint8_t> bytes(unit.begin(), unit.end());
-    for (const std::vector<std::uint8_t>& each : head.parameterSets) {
-        if (each == bytes) {
-            return;
-        }
-    }
-    head.parameterSets.push_back(std::move(bytes));
-}
-
-void readPicture(StreamHead& head, const kit::AccessUnit& picture) {
-    if (head.hasPicture) {
-        return;
-    }
-    head.hasPicture = true;
-    for (const kit::BytesView unit : picture.units()) {
-        const int type = kit::nalType(unit);
-        if (type != kit::kNalSps && type != kit::kNalPps) {
-            continue;
-        }
-        addSet(head, unit);
-        head.hasSps = head.hasSps || type == kit::kNalSps;
-        const std::optional<kit::SpsInfo> sps = type == kit::kNalSps ? kit::readSps(unit) : std::nullopt;
-        if (const auto rate = sps ? sps->frameRate() : std::nullopt) {
-            head.frameRate = static_cast<double>(rate->numerator) / rate->denominator;
-        }
-    }
+bool isSps(const std::vector<std::uint8_t>& unit) {
+    return kit::nalType(unit) == kit::kNalSps;
 }
 
 // Reads the file up to the end of its first picture.
-StreamHead readHead(const std::string& path) {
+StreamFacts readFacts(const std::string& path) {
     std::error_code error;
     if (std::filesystem::is_directory(path, error)) {
         throw CHostError(fmt::format("cannot read '{}': it is a directory", path));
@@ -85,17 +53,21 @@ StreamHead readHead(const std::string& path) {
     if (!file) {
         throw CHostError(fmt::format("cannot read '{}': {}", path, std::strerror(errno)));
     }
-    StreamHead head;
-    kit::AccessUnitSplitter splitter([&head](const kit::AccessUnit& picture) { readPicture(head, picture); });
+    std::optional<StreamFacts> facts;
+    kit::AccessUnitSplitter splitter([&facts](const kit::AccessUnit& picture) {
+        if (!facts) {
+            facts = factsOf(picture.units());
+        }
+    });
     std::array<char, 65536> chunk{};
-    while (!head.hasPicture && file.read(chunk.data(), chunk.size()).gcount() > 0) {
+    while (!facts && file.read(chunk.data(), chunk.size()).gcount() > 0) {
         splitter.push(kit::BytesView(chunk.data(), static_cast<std::size_t>(file.gcount())));
     }
     splitter.finish();
-    if (!head.hasSps) {
+    if (!facts || std::none_of(facts->parameterSets.begin(), facts->parameterSets.end(), isSps)) {
         throw CHostError(fmt::format("{}: no H.264 byte stream that begins with parameter sets", path));
     }
-    return head;
+    return *facts;
 }
 
 std::string fecOptions(const kit::Sdp& sdp) {
@@ -174,13 +146,13 @@ private:
 
     kit::Sdp describe(const HostAndPort& to) const {
         const StreamOptions options = m_stream.finish(to.port);
-        const StreamHead head = readHead(m_path);
-        kit::Sdp sdp = kit::Sdp::fromParameterSets(head.parameterSets);
+        const StreamFacts facts = readFacts(m_path);
+        kit::Sdp sdp = kit::Sdp::fromParameterSets(facts.parameterSets);
         sdp.sessionName = std::filesystem::path(m_path).filename().string();
         sdp.address = to.host;
         sdp.port = to.port;
         sdp.payloadType = options.payloadType;
-        sdp.frameRate = head.frameRate;
+        sdp.frameRate = facts.fps;
         if (options.rtcp) {
             sdp.rtcpPort = to.port + 1;
         }

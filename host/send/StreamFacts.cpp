@@ -3,6 +3,9 @@
 #include <talrtp/kit/NalUnit.h>
 #include <talrtp/kit/Sps.h>
 
+#include <algorithm>
+#include <utility>
+
 namespace talrtp::host {
 
 namespace {
@@ -17,6 +20,13 @@ std::optional<double> frameRateOf(kit::BytesView sps) {
     return isPlausible ? std::optional<double>(rate->perSecond()) : std::nullopt;
 }
 
+void addSet(std::vector<std::vector<std::uint8_t>>& sets, kit::BytesView unit) {
+    std::vector<std::uint8_t> bytes(unit.begin(), unit.end());
+    if (std::find(sets.begin(), sets.end(), bytes) == sets.end()) {
+        sets.push_back(std::move(bytes));
+    }
+}
+
 }  // namespace
 
 StreamFacts factsOf(const std::vector<kit::BytesView>& units) {
@@ -24,7 +34,7 @@ StreamFacts factsOf(const std::vector<kit::BytesView>& units) {
     for (const kit::BytesView& unit : units) {
         const int type = kit::nalType(unit);
         if (type == kit::kNalSps || type == kit::kNalPps) {
-            facts.parameterSets.emplace_back(unit.begin(), unit.end());
+            addSet(facts.parameterSets, unit);
         }
         if (type == kit::kNalSps && !facts.fps) {
             facts.fps = frameRateOf(unit);
