@@ -194,7 +194,9 @@ private:
 
     // What no single option can set or check.
     void finishOptions() {
+        constexpr std::uint32_t kSsrc = 0x7a11ab1e;  // the SourceID of the library's diagnostics
         kit::SenderOptions& sender = m_options.sender;
+        sender.ssrc = kSsrc;
         kit::setTrace(static_cast<kit::TraceLevel>(positionOf<int>(kTraceLevels, m_traceLevel) - 1),
                       printLine, 0);
         sender.aggregate = !m_isNotAggregating;
