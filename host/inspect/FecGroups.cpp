@@ -16,8 +16,8 @@ std::optional<FecHeader> readXorHeader(const RtpView& packet) {
         return std::nullopt;
     }
     FecHeader header;
-    header.base = read16(bytes, 0);
-    header.mask = read32(bytes, 4) & 0xffffff;
+    header.base = kit::readBig16(bytes, 0);
+    header.mask = kit::readBig32(bytes, 4) & 0xffffff;
     return header;
 }
 
@@ -28,7 +28,7 @@ std::optional<FecHeader> readRsHeader(const RtpView& packet) {
         return std::nullopt;
     }
     FecHeader header;
-    header.base = read16(bytes, 0);
+    header.base = kit::readBig16(bytes, 0);
     header.index = bytes[4];
     header.count = bytes[5];
     header.media = bytes[6];

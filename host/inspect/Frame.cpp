@@ -1,6 +1,6 @@
 #include "inspect/Frame.h"
 
-#include "inspect/BigEndian.h"
+#include <talrtp/kit/Demux.h>
 
 #include <algorithm>
 #include <optional>
@@ -10,6 +10,7 @@ namespace talrtp::host::inspect {
 namespace {
 
 using kit::BytesView;
+using kit::readBig16;
 
 constexpr std::uint16_t kTypeIpv4 = 0x0800;
 constexpr std::uint16_t kTypeIpv6 = 0x86dd;
@@ -34,13 +35,13 @@ Frame ofKind(FrameKind kind) {
 }
 
 Frame readUdp(BytesView bytes, Frame frame) {
-    if (bytes.size() < kUdpHeader || read16(bytes, 4) < kUdpHeader) {
+    if (bytes.size() < kUdpHeader || readBig16(bytes, 4) < kUdpHeader) {
         return ofKind(FrameKind::kMalformed);
     }
     frame.kind = FrameKind::kUdp;
-    frame.datagram.from.port = read16(bytes, 0);
-    frame.datagram.to.port = read16(bytes, 2);
-    frame.datagram.size = read16(bytes, 4) - kUdpHeader;
+    frame.datagram.from.port = readBig16(bytes, 0);
+    frame.datagram.to.port = readBig16(bytes, 2);
+    frame.datagram.size = readBig16(bytes, 4) - kUdpHeader;
     frame.datagram.bytes = bytes.subview(kUdpHeader, frame.datagram.size);
     return frame;
 }
@@ -57,11 +58,11 @@ Frame readIpv4(BytesView bytes) {
     if (header < kIpv4Header || bytes.size() < header) {
         return ofKind(FrameKind::kMalformed);
     }
-    const std::size_t total = read16(bytes, 2);
+    const std::size_t total = readBig16(bytes, 2);
     if (total != 0 && total < header) {
         return ofKind(FrameKind::kMalformed);
     }
-    if ((read16(bytes, 6) & kMoreFragmentsAndOffset) != 0) {
+    if ((readBig16(bytes, 6) & kMoreFragmentsAndOffset) != 0) {
         return ofKind(FrameKind::kFragment);
     }
     if (bytes[9] != kProtocolUdp) {
@@ -85,7 +86,7 @@ Frame readIpv6(BytesView bytes) {
     copyAddress(bytes.subview(8, 16), frame.datagram.from);
     copyAddress(bytes.subview(24, 16), frame.datagram.to);
     std::uint8_t type = bytes[6];
-    const std::size_t length = read16(bytes, 4);
+    const std::size_t length = readBig16(bytes, 4);
     BytesView rest = bytes.subview(kIpv6Header, length == 0 ? BytesView::npos : length);
     while (isExtension(type)) {
         const std::size_t size =
@@ -93,7 +94,7 @@ Frame readIpv6(BytesView bytes) {
         if (rest.size() < size) {
             return ofKind(FrameKind::kMalformed);
         }
-        if (type == kFragment && (read16(rest, 2) & kOffsetAndMoreFragments) != 0) {
+        if (type == kFragment && (readBig16(rest, 2) & kOffsetAndMoreFragments) != 0) {
             return ofKind(FrameKind::kFragment);
         }
         type = rest[0];
@@ -123,19 +124,19 @@ Frame readEthernet(BytesView bytes) {
     constexpr std::size_t kTypeOffset = 12;
     std::size_t header = kTypeOffset + 2;
     const auto isTagged = [&] {
-        const std::uint16_t type = read16(bytes, header - 2);
+        const std::uint16_t type = readBig16(bytes, header - 2);
         return type == 0x8100 || type == 0x88a8 || type == 0x9100;
     };
     while (bytes.size() >= header && isTagged()) {
         header += kVlanTag;
     }
     return bytes.size() < header ? ofKind(FrameKind::kMalformed)
-                                 : readTyped(read16(bytes, header - 2), bytes.subview(header));
+                                 : readTyped(readBig16(bytes, header - 2), bytes.subview(header));
 }
 
 Frame readWithTypeAt(BytesView bytes, std::size_t typeOffset, std::size_t header) {
     return bytes.size() < header ? ofKind(FrameKind::kMalformed)
-                                 : readTyped(read16(bytes, typeOffset), bytes.subview(header));
+                                 : readTyped(readBig16(bytes, typeOffset), bytes.subview(header));
 }
 
 }  // namespace

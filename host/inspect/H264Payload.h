@@ -3,14 +3,13 @@
 #ifndef TALRTP_HOST_INSPECT_H264PAYLOAD_H
 #define TALRTP_HOST_INSPECT_H264PAYLOAD_H
 
-#include "inspect/BigEndian.h"
+#include <talrtp/kit/Demux.h>
+#include <talrtp/kit/NalUnit.h>
+
+#include <cstddef>
+#include <cstdint>
 
 namespace talrtp::host::inspect {
-
-constexpr std::uint8_t kTypeMask = 0x1f;
-constexpr std::uint8_t kMaxUnitType = 23;
-constexpr std::uint8_t kStapA = 24;
-constexpr std::uint8_t kFuA = 28;
 
 enum class PayloadKind { kUnit, kAggregate, kFragment, kNone };
 
@@ -26,12 +25,12 @@ template <typename OnUnit>
 bool forEachAggregated(kit::BytesView payload, bool isCut, OnUnit onUnit) {
     std::size_t position = 1;
     while (position + 2 < payload.size()) {
-        const std::size_t size = read16(payload, position);
+        const std::size_t size = kit::readBig16(payload, position);
         position += 2;
         if (size == 0 || (!isCut && size > payload.size() - position)) {
             return false;
         }
-        onUnit(static_cast<std::uint8_t>(payload[position] & kTypeMask));
+        onUnit(static_cast<std::uint8_t>(payload[position] & kit::kNalTypeMask));
         position += size;
     }
     return position > 1 && (isCut || position == payload.size());
@@ -41,8 +40,8 @@ inline H264Payload readFragment(kit::BytesView payload) {
     const bool isFirst = (payload[1] & 0x80) != 0;
     const bool isLast = (payload[1] & 0x40) != 0;
     const bool isReservedSet = (payload[1] & 0x20) != 0;
-    const std::uint8_t type = payload[1] & kTypeMask;
-    if ((isFirst && isLast) || isReservedSet || type == 0 || type > kMaxUnitType) {
+    const std::uint8_t type = payload[1] & kit::kNalTypeMask;
+    if ((isFirst && isLast) || isReservedSet || type == 0 || type > kit::kNalLastSingle) {
         return {};
     }
     return {PayloadKind::kFragment, isFirst, type};
@@ -53,14 +52,14 @@ inline H264Payload readH264(kit::BytesView payload, bool isCut) {
     if (payload.empty() || (payload[0] & kForbiddenBit) != 0) {
         return {};
     }
-    const std::uint8_t type = payload[0] & kTypeMask;
-    if (type >= 1 && type <= kMaxUnitType) {
+    const std::uint8_t type = payload[0] & kit::kNalTypeMask;
+    if (type >= 1 && type <= kit::kNalLastSingle) {
         return {PayloadKind::kUnit, false, type};
     }
-    if (type == kFuA && payload.size() >= 2) {
+    if (type == kit::kNalFuA && payload.size() >= 2) {
         return readFragment(payload);
     }
-    const bool isWhole = type == kStapA && forEachAggregated(payload, isCut, [](std::uint8_t) {});
+    const bool isWhole = type == kit::kNalStapA && forEachAggregated(payload, isCut, [](std::uint8_t) {});
     return {isWhole ? PayloadKind::kAggregate : PayloadKind::kNone, false, 0};
 }
 

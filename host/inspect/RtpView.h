@@ -3,8 +3,9 @@
 #ifndef TALRTP_HOST_INSPECT_RTPVIEW_H
 #define TALRTP_HOST_INSPECT_RTPVIEW_H
 
-#include "inspect/BigEndian.h"
 #include "inspect/Frame.h"
+
+#include <talrtp/kit/Demux.h>
 
 #include <optional>
 
@@ -42,7 +43,7 @@ inline std::optional<kit::BytesView> rtpPayload(const Datagram& datagram) {
         if (bytes.size() < header + 4) {
             return std::nullopt;
         }
-        header += 4 + static_cast<std::size_t>(read16(bytes, header + 2)) * 4;
+        header += 4 + static_cast<std::size_t>(kit::readBig16(bytes, header + 2)) * 4;
     }
     if (bytes.size() < header) {
         return std::nullopt;
@@ -66,9 +67,9 @@ inline std::optional<RtpView> readRtp(const Datagram& datagram) {
     RtpView view;
     view.hasMarker = (bytes[1] & 0x80) != 0;
     view.payloadType = bytes[1] & 0x7f;
-    view.sequence = read16(bytes, 2);
-    view.timestamp = read32(bytes, 4);
-    view.ssrc = read32(bytes, 8);
+    view.sequence = kit::readBig16(bytes, 2);
+    view.timestamp = kit::readBig32(bytes, 4);
+    view.ssrc = kit::readBig32(bytes, 8);
     view.afterHeader = bytes.subview(kRtpFixedHeader);
     view.payload = rtpPayload(datagram);
     return view;

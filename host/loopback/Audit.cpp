@@ -11,9 +11,6 @@ namespace talrtp::host {
 
 namespace {
 
-// Payload types within H.264 packets (RFC 6184, 5.2).
-constexpr int kStapA = 24;
-constexpr int kFuA = 28;
 constexpr unsigned int kFuStartBit = 0x80;
 
 constexpr std::size_t kNoUnit = static_cast<std::size_t>(-1);
@@ -30,9 +27,9 @@ int countAggregated(kit::BytesView payload) {
 // Returns how many units begin in the payload of a packet.
 int countBegun(kit::BytesView payload) {
     switch (kit::nalType(payload)) {
-        case kStapA:
+        case kit::kNalStapA:
             return countAggregated(payload);
-        case kFuA:
+        case kit::kNalFuA:
             return (payload[1] & kFuStartBit) != 0 ? 1 : 0;
         default:
             return 1;

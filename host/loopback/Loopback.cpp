@@ -131,10 +131,10 @@ private:
 
     // By the payload's type (RFC 6184, 5.2).
     LoopbackReport::Tally& tallyOf(const kit::Datagram& datagram) {
-        constexpr int kStapA = 24;
-        constexpr int kFuA = 28;
         const int type = kit::nalType(datagram.bytes.subview(kit::kRtpHeaderSize));
-        return type == kStapA ? m_report.aggregate : type == kFuA ? m_report.fragments : m_report.single;
+        return type == kit::kNalStapA ? m_report.aggregate
+               : type == kit::kNalFuA ? m_report.fragments
+                                      : m_report.single;
     }
 
     void receiveWhatCame() {

@@ -33,6 +33,8 @@ enum NalType : int {
     kNalScalableSlice = 20,
     kNalDepthSlice = 21,
     kNalLastSingle = 23,  // 24 and above mark packets, not units (RFC 6184, 5.2)
+    kNalStapA = 24,
+    kNalFuA = 28,
 };
 
 constexpr unsigned int kNalTypeMask = 0x1f;

@@ -6,6 +6,7 @@
 
 #include <talrtp/kit/BytesView.h>
 #include <talrtp/kit/Demux.h>
+#include <talrtp/kit/NalUnit.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -63,23 +64,18 @@ public:
     }
 
 private:
-    static constexpr unsigned int kTypeMask = 0x1f;
-    static constexpr unsigned int kLastSingleType = 23;
-    static constexpr unsigned int kStapAType = 24;
-    static constexpr unsigned int kFuAType = 28;
-
     static void readPayload(BytesView payload, PacketHead& head) {
         if (payload.empty()) {
             return;
         }
-        const unsigned int type = payload[0] & kTypeMask;
-        if (type >= 1 && type <= kLastSingleType) {
+        const int type = nalType(payload);
+        if (type >= 1 && type <= kNalLastSingle) {
             head.kind = PayloadKind::kSingle;
             readFirstUnit(type, payload.subview(1), head);
-        } else if (type == kStapAType) {
+        } else if (type == kNalStapA) {
             head.kind = PayloadKind::kAggregate;
             readAggregate(payload.subview(1), head);
-        } else if (type == kFuAType) {
+        } else if (type == kNalFuA) {
             readFragment(payload, head);
         } else {
             head.kind = PayloadKind::kUnknown;
@@ -87,13 +83,11 @@ private:
     }
 
     // `rest`: the unit without its header byte.
-    static void readFirstUnit(unsigned int type, BytesView rest, PacketHead& head) {
-        constexpr unsigned int kNonIdrSlice = 1;
-        constexpr unsigned int kIdrSlice = 5;
+    static void readFirstUnit(int type, BytesView rest, PacketHead& head) {
         head.unitCount = 1;
         head.firstUnitType = static_cast<std::uint8_t>(type);
         // first_mb_in_slice opens the slice header, and a number of 0 is one set bit.
-        const bool isSlice = type == kNonIdrSlice || type == kIdrSlice;
+        const bool isSlice = type == kNalSlice || type == kNalIdrSlice;
         head.isFirstSlice = isSlice && !rest.empty() && (rest[0] & 0x80U) != 0;
     }
 
@@ -103,7 +97,7 @@ private:
         while (rest.size() > 2) {
             const std::size_t size = readBig16(rest, 0);
             if (count == 0) {
-                readFirstUnit(rest[2] & kTypeMask, rest.subview(3), head);
+                readFirstUnit(nalType(rest.subview(2)), rest.subview(3), head);
             }
             ++count;
             if (size == 0 || size > rest.size() - 2) {
@@ -122,7 +116,7 @@ private:
         head.kind = isStart ? (isEnd ? PayloadKind::kSingle : PayloadKind::kFuStart)
                             : (isEnd ? PayloadKind::kFuEnd : PayloadKind::kFuMiddle);
         if (isStart) {
-            readFirstUnit(fuHeader & kTypeMask, payload.subview(2), head);
+            readFirstUnit(static_cast<int>(fuHeader & kNalTypeMask), payload.subview(2), head);
         }
     }
 };

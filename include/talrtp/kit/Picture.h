@@ -4,6 +4,7 @@
 #define TALRTP_KIT_PICTURE_H
 
 #include <talrtp/kit/BytesView.h>
+#include <talrtp/kit/NalUnit.h>
 #include <talrtp/kit/UnitRun.h>
 
 #include <cstddef>
@@ -72,8 +73,7 @@ public:
     static void prepend(Picture& picture, const std::vector<std::vector<std::uint8_t>>& parameterSets) {
         close(picture);
         for (const BytesView& unit : picture.m_units) {
-            constexpr unsigned int kSequenceParameterSet = 7;
-            if ((unit[0] & 0x1fU) == kSequenceParameterSet) {
+            if (nalType(unit) == kNalSps) {
                 return;
             }
         }

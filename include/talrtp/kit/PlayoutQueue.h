@@ -27,6 +27,7 @@
 #define TALRTP_KIT_PLAYOUTQUEUE_H
 
 #include <talrtp/kit/BytesView.h>
+#include <talrtp/kit/NalUnit.h>
 #include <talrtp/kit/PacketHead.h>
 #include <talrtp/kit/Picture.h>
 #include <talrtp/kit/Time.h>
@@ -230,7 +231,6 @@ public:
 private:
     enum class State : std::uint8_t { kUnknown, kMissing, kArrived, kRebuilt };
 
-    static constexpr std::uint8_t kSliceType = 1;
     static constexpr std::size_t kNoRun = static_cast<std::size_t>(-1);
     static constexpr std::size_t kFirstSlots = 1024;
     // Extended numbers begin above this, so that numbers before the first one have room.
@@ -516,15 +516,15 @@ private:
     // Tells whether a stream can begin with that packet, so that nothing before it is missed.
     bool canBeginStream(const PacketHead& head) const {
         switch (head.firstUnitType) {
-            case 7:  // sequence parameter set
-            case 9:  // access unit delimiter
+            case kNalSps:
+            case kNalDelimiter:
                 return true;
-            case 5:  // IDR slice
+            case kNalIdrSlice:
                 return m_hasParameterSets && head.isFirstSlice;
-            case 6:  // supplemental enhancement information
-            case 8:  // picture parameter set
+            case kNalSei:
+            case kNalPps:
                 return m_hasParameterSets;
-            case kSliceType:  // of no IDR picture, so nothing can be decoded before the next one anyway
+            case kNalSlice:  // of no IDR picture, so nothing can be decoded before the next one anyway
                 return head.isFirstSlice;
             default:
                 return false;
@@ -755,7 +755,7 @@ private:
     // the last one is the rest of that, which arrived after it had to be cut.
     bool isStartSure(const Extent& extent) const {
         const bool isRest = m_lastTimestamp == extent.timestamp;
-        const bool isFirstSure = m_isStarted || m_firstUnitType != kSliceType;
+        const bool isFirstSure = m_isStarted || m_firstUnitType != kNalSlice;
         return isFirstSure && !isStartInDoubt() && !m_isHoleInDoubt && !isRest;
     }
 

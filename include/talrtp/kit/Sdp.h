@@ -19,6 +19,7 @@
 #include <talrtp/kit/Base64.h>
 #include <talrtp/kit/BytesView.h>
 #include <talrtp/kit/Fec.h>
+#include <talrtp/kit/NalUnit.h>
 
 #include <array>
 #include <cstddef>
@@ -89,15 +90,13 @@ inline bool operator==(const Sdp& a, const Sdp& b) {
 
 template <typename Units>
 Sdp Sdp::fromParameterSets(const Units& sets) {
-    constexpr std::uint8_t kTypeMask = 0x1f;
-    constexpr std::uint8_t kSequenceParameterSet = 7;
     constexpr std::size_t kProfileAndLevel = 4;  // the unit's header, profile, constraints, level
     constexpr std::string_view kDigits = "0123456789abcdef";
     Sdp sdp;
     for (const auto& set : sets) {
         const BytesView unit = set;
         sdp.parameterSets.emplace_back(unit.begin(), unit.end());
-        const bool isSps = unit.size() >= kProfileAndLevel && (unit[0] & kTypeMask) == kSequenceParameterSet;
+        const bool isSps = unit.size() >= kProfileAndLevel && nalType(unit) == kNalSps;
         for (std::size_t i = 1; isSps && sdp.profileLevelId.size() < 6; ++i) {
             sdp.profileLevelId += kDigits[unit[i] >> 4];
             sdp.profileLevelId += kDigits[unit[i] & 0xf];
