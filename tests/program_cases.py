@@ -140,7 +140,7 @@ def passes(name):
             measured = CASES[name]()
             print(f"passed: {name}" + (f": {measured}" if measured else ""))
             return True
-        except (AssertionError, subprocess.TimeoutExpired) as problem:
+        except (AssertionError, TimeoutError, subprocess.TimeoutExpired) as problem:
             print(f"FAILED: {name}: {str(problem)[:2000]}")
             return False
         finally:
