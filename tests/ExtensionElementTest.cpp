@@ -164,10 +164,19 @@ CTalRtpPacket received(Bytes bytes) {
     return CTalRtpPacket(bytes.data(), static_cast<int>(bytes.size()));
 }
 
+// The bytes beyond the packet's buffer size that every packet object allocates as well.
+constexpr int kSpareBytes = 88;
+
+// Gives each byte that the packet does not use a value, so that a write there shows.
+void fillUnusedBytes(const CTalRtpPacket& packet) {
+    std::fill(packet.get_buffer() + packet.get_packet_size(),
+              packet.get_buffer() + packet.get_buffer_size() + kSpareBytes, static_cast<unsigned char>(0xa5));
+}
+
 // The packet's bytes, sizes and capacity, to show that a refusal changes nothing.
 struct Snapshot {
     explicit Snapshot(const CTalRtpPacket& packet)
-        : bytes(packet.get_buffer(), packet.get_buffer() + packet.get_buffer_size() + 88),
+        : bytes(packet.get_buffer(), packet.get_buffer() + packet.get_buffer_size() + kSpareBytes),
           packetSize(packet.get_packet_size()),
           payloadSize(packet.get_payload_size()) {}
     bool operator==(const Snapshot& other) const {
@@ -267,6 +276,7 @@ TEST(AddElement, ToAnEmptyOneByteExtensionFillsIt) {
 
 TEST(AddElement, RefusesAnotherProfile) {
     CTalRtpPacket packet = received(packetWith({0x10, 0xaa, 0x00, 0x00}, {'x'}, 0x1234));
+    fillUnusedBytes(packet);
     const Snapshot before(packet);
     EXPECT_FALSE(addOne(packet, {0x20, 0xdd}));
     EXPECT_TRUE(Snapshot(packet) == before);
@@ -274,6 +284,7 @@ TEST(AddElement, RefusesAnotherProfile) {
 
 TEST(AddElement, RefusesNullAndLengthsOutside1To17) {
     CTalRtpPacket packet(100);
+    fillUnusedBytes(packet);
     const Snapshot before(packet);
     Bytes element(18, 0x11);
     EXPECT_FALSE(packet.add_onebyte_extension_element(1, nullptr, 2));
@@ -289,6 +300,7 @@ TEST(AddElement, RefusesAnAreaThatRunsPastThePacket) {
     const Bytes whole = packetWith({0x10, 0xaa, 0x20, 0xbb, 0x30, 0xcc, 0x00, 0x00});
     for (int length = 12; length < static_cast<int>(whole.size()); ++length) {
         CTalRtpPacket packet = received(Bytes(whole.begin(), whole.begin() + length));
+        fillUnusedBytes(packet);
         const Snapshot before(packet);
         EXPECT_FALSE(addOne(packet, {0x40, 0xdd})) << length;
         EXPECT_TRUE(Snapshot(packet) == before) << length;
@@ -412,6 +424,7 @@ TEST(AddElements, OfNoneCompactsTheAreaAlreadyThere) {
 
 TEST(AddElements, ChecksAllBeforeItTouchesAnything) {
     CTalRtpPacket packet = received(packetWith({0x10, 0xaa, 0x00, 0x00}, {'x'}));
+    fillUnusedBytes(packet);
     const Snapshot before(packet);
     Bytes good = {0x20, 0xbb};
     unsigned char* withNull[] = {good.data(), nullptr};
@@ -438,6 +451,7 @@ bool addLong(CTalRtpPacket& packet, int count, Bytes last = {}) {
 
 TEST(AddElements, RefuseASumThatDoesNotFit16Bits) {
     CTalRtpPacket packet = received(packetWith({0x10, 0xaa, 0x00, 0x00}, {'x'}));
+    fillUnusedBytes(packet);
     const Snapshot before(packet);
     EXPECT_FALSE(addLong(packet, 3854, Bytes(16, 0x1e))) << "65518 + 16 + 2 already there";
     EXPECT_FALSE(addLong(packet, 3855)) << "65535 + 2 already there";
