@@ -4,7 +4,6 @@
 
 #include "FuzzSupport.h"
 
-#include <fuzzer/FuzzedDataProvider.h>
 #include <talrtp/RsFec.h>
 
 #include <cstddef>
@@ -19,11 +18,11 @@ constexpr int kMaxWork = 1 << 14;  // bytes of a group, so that a run stays shor
 
 class Group {
 public:
-    explicit Group(FuzzedDataProvider& input)
+    explicit Group(InputReader& input)
         : m_input(input),
-          m_k(input.ConsumeIntegralInRange(1, 255)),
-          m_n(input.ConsumeIntegralInRange(m_k, 256)),
-          m_isUniform(input.ConsumeBool()),
+          m_k(input.within(1, 255)),
+          m_n(input.within(m_k, 256)),
+          m_isUniform(input.flag()),
           m_model(CRsFec::CreateRsModel(m_k, m_n)) {
         require(m_model != nullptr, "a model for k from 1 and n from k to 256");
         makeSources();
@@ -36,16 +35,15 @@ public:
     void decodeAtAnyPositions() {
         std::vector<int> index;
         for (int j = 0; j < m_k; ++j) {
-            const bool isWild = m_input.ConsumeIntegralInRange(0, 63) == 63;
-            index.push_back(isWild ? m_input.ConsumeIntegral<int>()
-                                   : m_input.ConsumeIntegralInRange(0, m_n - 1));
+            const bool isWild = m_input.within(0, 63) == 63;
+            index.push_back(isWild ? m_input.any<int>() : m_input.within(0, m_n - 1));
         }
-        if (m_input.ConsumeBool()) {
+        if (m_input.flag()) {
             makeDistinct(index);
         }
-        std::vector<int> lost(m_input.ConsumeIntegralInRange<std::size_t>(0, 8));
+        std::vector<int> lost(m_input.within<std::size_t>(0, 8));
         for (int& position : lost) {
-            position = m_input.ConsumeIntegralInRange(0, m_k - 1);
+            position = m_input.within(0, m_k - 1);
         }
         decode(index, lost);
     }
@@ -53,10 +51,10 @@ public:
 private:
     void makeSources() {
         const int maxSize = std::min(kMaxWork / m_n, MAX_PACKET_SIZE);
-        m_longest = m_input.ConsumeIntegralInRange(0, maxSize);
+        m_longest = m_input.within(0, maxSize);
         for (int j = 0; j < m_k; ++j) {
-            const int size = m_isUniform ? m_longest : m_input.ConsumeIntegralInRange(0, m_longest);
-            Bytes bytes = m_input.ConsumeBytes<unsigned char>(static_cast<std::size_t>(size));
+            const int size = m_isUniform ? m_longest : m_input.within(0, m_longest);
+            Bytes bytes = m_input.bytes(static_cast<std::size_t>(size));
             const unsigned char rest = static_cast<unsigned char>(j * 37 + 11);
             bytes.resize(static_cast<std::size_t>(size), rest);
             m_blocks.emplace_back(bytes);
@@ -168,7 +166,7 @@ private:
         return sizes;
     }
 
-    FuzzedDataProvider& m_input;
+    InputReader& m_input;
     int m_k;
     int m_n;
     bool m_isUniform;
@@ -177,10 +175,10 @@ private:
     std::vector<ExactBuffer> m_blocks;  // sources, then parity
 };
 
-void addMultiple(FuzzedDataProvider& input) {
-    const unsigned char c = input.ConsumeIntegral<unsigned char>();
-    const int size = input.ConsumeIntegralInRange(0, 4000);
-    Bytes source = input.ConsumeBytes<unsigned char>(static_cast<std::size_t>(size));
+void addMultiple(InputReader& input) {
+    const unsigned char c = input.any<unsigned char>();
+    const int size = input.within(0, 4000);
+    Bytes source = input.bytes(static_cast<std::size_t>(size));
     source.resize(static_cast<std::size_t>(size), 0x5A);
     ExactBuffer src(source);
     ExactBuffer dst(Bytes(static_cast<std::size_t>(size), 0xC3));
@@ -196,8 +194,8 @@ void addMultiple(FuzzedDataProvider& input) {
 }  // namespace talrtp
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    FuzzedDataProvider input(data, size);
-    if (input.ConsumeIntegralInRange(0, 7) == 0) {
+    talrtp::fuzz::InputReader input(data, size);
+    if (input.within(0, 7) == 0) {
         talrtp::fuzz::addMultiple(input);
         return 0;
     }

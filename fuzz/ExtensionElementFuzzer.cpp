@@ -4,7 +4,6 @@
 #include "FuzzSupport.h"
 #include "TraceCatcher.h"
 
-#include <fuzzer/FuzzedDataProvider.h>
 #include <talrtp/TalRtpPacket.h>
 
 #include <cstdint>
@@ -80,12 +79,12 @@ void findEveryId(const CTalRtpPacket& packet) {
     require(packetBytes(packet) == before && bytes.bytes() == before, "a search changes nothing");
 }
 
-std::vector<Bytes> takeElements(FuzzedDataProvider& input) {
-    std::vector<Bytes> elements(input.ConsumeIntegralInRange<std::size_t>(0, 20));
+std::vector<Bytes> takeElements(InputReader& input) {
+    std::vector<Bytes> elements(input.within<std::size_t>(0, 20));
     for (Bytes& element : elements) {
         // 0 and 18 are the lengths that are refused.
-        const std::size_t length = input.ConsumeIntegralInRange<std::size_t>(0, 18);
-        element = input.ConsumeBytes<unsigned char>(length);
+        const std::size_t length = input.within<std::size_t>(0, 18);
+        element = input.bytes(length);
         element.resize(length, 0x21);
         element.reserve(1);
     }
@@ -148,14 +147,14 @@ void append(CTalRtpPacket& packet, std::vector<Bytes>& elements, bool isOneByOne
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     using namespace talrtp::fuzz;
-    FuzzedDataProvider input(data, size);
-    const int rounds = input.ConsumeIntegralInRange<int>(1, 4);
+    InputReader input(data, size);
+    const int rounds = input.within<int>(1, 4);
     std::vector<std::vector<Bytes>> appended;
     for (int i = 0; i < rounds; ++i) {
         appended.push_back(takeElements(input));
     }
-    const bool isOneByOne = input.ConsumeBool();
-    Bytes bytes = input.ConsumeRemainingBytes<unsigned char>();
+    const bool isOneByOne = input.flag();
+    Bytes bytes = input.rest();
     bytes.resize(std::max<std::size_t>(bytes.size(), kFixedHeaderSize), 0);
 
     talrtp::CTalRtpPacket packet(bytes.data(), static_cast<int>(bytes.size()));

@@ -4,7 +4,6 @@
 #include "FuzzSupport.h"
 #include "TraceCatcher.h"
 
-#include <fuzzer/FuzzedDataProvider.h>
 #include <talrtp/TalRtcpStack.h>
 
 #include <cstdint>
@@ -28,8 +27,8 @@ public:
 };
 
 // Bytes that are never at address null, also when there are none.
-Bytes takeBytes(FuzzedDataProvider& input, int count) {
-    Bytes bytes = input.ConsumeBytes<unsigned char>(static_cast<std::size_t>(count));
+Bytes takeBytes(InputReader& input, int count) {
+    Bytes bytes = input.bytes(static_cast<std::size_t>(count));
     bytes.resize(static_cast<std::size_t>(count), 0x3c);
     bytes.reserve(1);
     return bytes;
@@ -43,21 +42,21 @@ bool equal(const _ReportBlock& a, const _ReportBlock& b) {
 
 class Report : public Packet {
 public:
-    explicit Report(FuzzedDataProvider& input)
-        : m_isSender(input.ConsumeBool()), m_ssrc(input.ConsumeIntegral<unsigned int>()), m_info() {
+    explicit Report(InputReader& input)
+        : m_isSender(input.flag()), m_ssrc(input.any<unsigned int>()), m_info() {
         for (unsigned int* field : {&m_info.ntpTimestampMsw, &m_info.ntpTimestampLsw, &m_info.rtpTimestamp,
                                     &m_info.packetCount, &m_info.octetCount}) {
-            *field = input.ConsumeIntegral<unsigned int>();
+            *field = input.any<unsigned int>();
         }
-        m_blocks.resize(input.ConsumeIntegralInRange<std::size_t>(0, 31));
+        m_blocks.resize(input.within<std::size_t>(0, 31));
         for (_ReportBlock& block : m_blocks) {
-            block.ssrc = input.ConsumeIntegral<unsigned int>();
-            block.fractionLost = input.ConsumeIntegral<unsigned char>();
-            block.cumulativeLost = input.ConsumeIntegralInRange<unsigned int>(0, 0xffffff);
-            block.extendedHighestSeq = input.ConsumeIntegral<unsigned int>();
-            block.jitter = input.ConsumeIntegral<unsigned int>();
-            block.lastSR = input.ConsumeIntegral<unsigned int>();
-            block.delaySinceLastSR = input.ConsumeIntegral<unsigned int>();
+            block.ssrc = input.any<unsigned int>();
+            block.fractionLost = input.any<unsigned char>();
+            block.cumulativeLost = input.within<unsigned int>(0, 0xffffff);
+            block.extendedHighestSeq = input.any<unsigned int>();
+            block.jitter = input.any<unsigned int>();
+            block.lastSR = input.any<unsigned int>();
+            block.delaySinceLastSR = input.any<unsigned int>();
         }
         m_blocks.reserve(1);
     }
@@ -98,13 +97,13 @@ private:
 // Items that end on a word, the last one perhaps not: the only ones that both sides see alike.
 class Description : public Packet {
 public:
-    explicit Description(FuzzedDataProvider& input) {
-        const std::size_t count = input.ConsumeIntegralInRange<std::size_t>(1, 31);
+    explicit Description(InputReader& input) {
+        const std::size_t count = input.within<std::size_t>(1, 31);
         for (std::size_t i = 0; i < count; ++i) {
             _SdesItem item;
-            item.ssrc = input.ConsumeIntegral<unsigned int>();
-            item.type = input.ConsumeIntegral<unsigned char>();
-            item.length = input.ConsumeIntegral<unsigned char>();
+            item.ssrc = input.any<unsigned int>();
+            item.type = input.any<unsigned char>();
+            item.length = input.any<unsigned char>();
             if (i + 1 < count) {
                 item.length = static_cast<unsigned char>((item.length & 0xfc) | 2);
             }
@@ -146,9 +145,9 @@ private:
 
 class Goodbye : public Packet {
 public:
-    explicit Goodbye(FuzzedDataProvider& input) : m_ssrcs(input.ConsumeIntegralInRange<std::size_t>(0, 31)) {
+    explicit Goodbye(InputReader& input) : m_ssrcs(input.within<std::size_t>(0, 31)) {
         for (unsigned int& ssrc : m_ssrcs) {
-            ssrc = input.ConsumeIntegral<unsigned int>();
+            ssrc = input.any<unsigned int>();
         }
         m_ssrcs.reserve(1);
     }
@@ -173,13 +172,13 @@ private:
 // APP, RTPFB and PSFB: two words and data.
 class WithData : public Packet {
 public:
-    explicit WithData(FuzzedDataProvider& input)
-        : m_type(input.ConsumeIntegralInRange<unsigned int>(204, 206)),
-          m_subtype(input.ConsumeIntegral<unsigned char>()),
-          m_ssrc(input.ConsumeIntegral<unsigned int>()),
-          m_media(input.ConsumeIntegral<unsigned int>()),
+    explicit WithData(InputReader& input)
+        : m_type(input.within<unsigned int>(204, 206)),
+          m_subtype(input.any<unsigned char>()),
+          m_ssrc(input.any<unsigned int>()),
+          m_media(input.any<unsigned int>()),
           m_name(takeBytes(input, 4)),
-          m_data(takeBytes(input, input.ConsumeIntegralInRange<int>(0, 300))) {}
+          m_data(takeBytes(input, input.within<int>(0, 300))) {}
     std::int64_t needed() const override { return 12 + static_cast<std::int64_t>(m_data.size()); }
     int size() const override { return static_cast<int>(needed()); }
     std::int64_t build(CTalRTCPStack& stack, unsigned char* buf, int& len) override {
@@ -222,8 +221,8 @@ private:
     Bytes m_data;
 };
 
-std::unique_ptr<Packet> takePacket(FuzzedDataProvider& input) {
-    switch (input.ConsumeIntegralInRange<int>(0, 3)) {
+std::unique_ptr<Packet> takePacket(InputReader& input) {
+    switch (input.within<int>(0, 3)) {
         case 0:
             return std::make_unique<Report>(input);
         case 1:
@@ -313,13 +312,13 @@ void sendAsCompound(CTalRTCPStack& stack, std::vector<Bytes>& packets) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     using namespace talrtp::fuzz;
-    FuzzedDataProvider input(data, size);
+    InputReader input(data, size);
     talrtp::CTalRTCPStack stack;
     std::vector<Bytes> packets;
     do {
-        const int capacity = input.ConsumeIntegralInRange<int>(0, 10000);
+        const int capacity = input.within<int>(0, 10000);
         packets.push_back(buildAndReadBack(stack, *takePacket(input), capacity));
-    } while (input.remaining_bytes() > 0 && packets.size() < 8);
+    } while (input.size() > 0 && packets.size() < 8);
     sendAsCompound(stack, packets);
     return 0;
 }
