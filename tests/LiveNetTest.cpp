@@ -116,6 +116,41 @@ TEST_F(Batches, CarryMoreThanOneMessageHolds) {
     EXPECT_EQ(sent, receive(sent.size()));
 }
 
+TEST_F(Batches, TellWhetherMoreMayWait) {
+    constexpr std::size_t kBatch = 32;
+    for (std::size_t i = 0; i < kBatch + 1; ++i) {
+        m_queue.push(datagram(i + 1, 1));  // each is longer than the last, so none are joined
+    }
+    m_queue.releaseAll();
+    EXPECT_TRUE(m_queue.flush());
+    std::size_t arrived = 0;
+    const auto count = [&arrived](kit::BytesView, const Endpoint&) { ++arrived; };
+    EXPECT_TRUE(m_reader.read(count));
+    EXPECT_EQ(kBatch, arrived);
+    EXPECT_FALSE(m_reader.read(count));
+    EXPECT_EQ(kBatch + 1, arrived);
+    EXPECT_FALSE(m_reader.read(count));
+    EXPECT_EQ(kBatch + 1, arrived);
+}
+
+TEST_F(Batches, AreLentAfterWhatArrivedLater) {
+    m_queue.push(datagram(10, 1));
+    m_queue.releaseAll();
+    EXPECT_TRUE(m_queue.flush());
+    EXPECT_FALSE(m_reader.fetch());
+    m_queue.push(datagram(20, 2));
+    m_queue.releaseAll();
+    EXPECT_TRUE(m_queue.flush());
+    std::vector<Bytes> lent;
+    const auto keep = [&lent](kit::BytesView bytes, const Endpoint&) {
+        lent.emplace_back(bytes.begin(), bytes.end());
+    };
+    m_reader.lend(keep);
+    EXPECT_EQ((std::vector<Bytes>{datagram(10, 1)}), lent);
+    EXPECT_FALSE(m_reader.read(keep));
+    EXPECT_EQ((std::vector<Bytes>{datagram(10, 1), datagram(20, 2)}), lent);
+}
+
 TEST_F(Batches, LeaveWhatWasNotReleased) {
     m_queue.push(datagram(10, 1));
     m_queue.push(datagram(10, 2));

@@ -19,19 +19,27 @@ CDatagramReader::CDatagramReader(Socket socket)
     const int on = 1;
     setsockopt(m_socket.native_handle(), IPPROTO_UDP, UDP_GRO, &on, sizeof on);
     setsockopt(m_socket.native_handle(), SOL_SOCKET, SO_RXQ_OVFL, &on, sizeof on);
+    for (std::size_t i = 0; i < kMaxMessages; ++i) {
+        prepare(i);
+    }
 }
 
-std::size_t CDatagramReader::receive() {
-    for (std::size_t i = 0; i < kMaxMessages; ++i) {
-        m_vectors[i] = {m_bytes.get() + i * kMaxMessageBytes, kMaxMessageBytes};
-        msghdr& header = m_messages[i].msg_hdr;
-        header = {};
-        header.msg_name = m_from[i].data();
-        header.msg_namelen = static_cast<socklen_t>(m_from[i].capacity());
-        header.msg_iov = &m_vectors[i];
-        header.msg_iovlen = 1;
-        header.msg_control = m_controls[i].bytes;
-        header.msg_controllen = sizeof m_controls[i].bytes;
+// Sets what the system overwrites when it fills a message, and where the message goes.
+void CDatagramReader::prepare(std::size_t index) {
+    m_vectors[index] = {m_bytes.get() + index * kMaxMessageBytes, kMaxMessageBytes};
+    msghdr& header = m_messages[index].msg_hdr;
+    header = {};
+    header.msg_name = m_from[index].data();
+    header.msg_namelen = static_cast<socklen_t>(m_from[index].capacity());
+    header.msg_iov = &m_vectors[index];
+    header.msg_iovlen = 1;
+    header.msg_control = m_controls[index].bytes;
+    header.msg_controllen = sizeof m_controls[index].bytes;
+}
+
+bool CDatagramReader::fetch() {
+    for (std::size_t i = 0; i < m_fetched; ++i) {
+        prepare(i);
     }
     int count = 0;
     do {
@@ -40,7 +48,8 @@ std::size_t CDatagramReader::receive() {
         // An error in place of datagrams is an ICMP answer to something that was sent from here.
         m_counts.icmpErrors += count < 0 && errno == ECONNREFUSED ? 1 : 0;
     } while (count < 0 && (errno == EINTR || errno == ECONNREFUSED));
-    return count < 0 ? 0 : static_cast<std::size_t>(count);
+    m_fetched = count < 0 ? 0 : static_cast<std::size_t>(count);
+    return m_fetched == kMaxMessages;
 }
 
 CDatagramReader::Message CDatagramReader::open(std::size_t index) {

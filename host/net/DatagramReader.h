@@ -28,12 +28,14 @@ class CDatagramReader {
 public:
     explicit CDatagramReader(Socket socket);
 
-    // Reads one batch and calls `handle(BytesView datagram, const Endpoint& from)` for each datagram, which
-    // is lent for the call. Returns false when nothing waited.
+    // Takes one batch from the socket. Returns whether more may wait: a batch that is not full emptied it.
+    bool fetch();
+
+    // Calls `handle(BytesView datagram, const Endpoint& from)` for each datagram of the batch fetched
+    // last, which is lent for the call. Once for a batch.
     template <typename Handle>
-    bool read(Handle handle) {
-        const std::size_t messages = receive();
-        for (std::size_t i = 0; i < messages; ++i) {
+    void lend(Handle handle) {
+        for (std::size_t i = 0; i < m_fetched; ++i) {
             const Message message = open(i);
             m_counts.bytes += message.bytes.size();
             std::size_t position = 0;
@@ -43,7 +45,14 @@ public:
                 position += message.segmentSize;
             } while (position < message.bytes.size());
         }
-        return messages > 0;
+    }
+
+    // Both in one.
+    template <typename Handle>
+    bool read(Handle handle) {
+        const bool isMore = fetch();
+        lend(handle);
+        return isMore;
     }
 
     const ReceiveCounts& counts() const { return m_counts; }
@@ -63,12 +72,13 @@ private:
         alignas(cmsghdr) char bytes[CMSG_SPACE(sizeof(int)) + CMSG_SPACE(sizeof(std::uint32_t))];
     };
 
-    std::size_t receive();
+    void prepare(std::size_t index);
     Message open(std::size_t index);
 
     Socket m_socket;
     ReceiveCounts m_counts;
     std::unique_ptr<std::uint8_t[]> m_bytes;  // kMaxMessages blocks; the system maps what is used
+    std::size_t m_fetched = 0;
     mmsghdr m_messages[kMaxMessages];
     iovec m_vectors[kMaxMessages];
     Control m_controls[kMaxMessages];
