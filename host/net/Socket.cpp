@@ -158,6 +158,13 @@ Socket openReceiver(asio::io_context& io, const Endpoint& local, const Multicast
     return socket;
 }
 
+int receiveBuffer(const Socket& socket) {
+    asio::error_code ignored;
+    Socket::receive_buffer_size size;
+    socket.get_option(size, ignored);
+    return size.value();
+}
+
 Endpoint anyAddress(std::uint16_t port) {
     asio::io_context io;
     Socket probe(io);

@@ -37,6 +37,10 @@ Socket openReceiver(asio::io_context& io, const Endpoint& local, const Multicast
 Socket openRtcpSender(asio::io_context& io, const Endpoint& remote, const MulticastOptions& options,
                       std::uint16_t localPort = 0);
 
+// Returns the bytes that wait in the socket at most, as they are asked for: the kernel takes twice as many,
+// of which its own headers and the gaps between datagrams need their part.
+int receiveBuffer(const Socket& socket);
+
 // Every address of this host: IPv6 and IPv4 in one socket where the system has IPv6, else IPv4.
 Endpoint anyAddress(std::uint16_t port);
 

@@ -3,11 +3,14 @@
 #include "HostError.h"
 
 #include <asio/buffer.hpp>
+#include <asio/post.hpp>
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <csignal>
+#include <limits>
+#include <thread>
 #include <utility>
 
 namespace talrtp::host {
@@ -18,6 +21,14 @@ using Clock = std::chrono::steady_clock;
 
 // Batches that are read from a port before the timers, the signals and the other ports have their turn.
 constexpr int kMaxBatches = 16;
+// While datagrams arrive faster than this, one after the other, many are read together: to wake up for each
+// costs more than to read it.
+constexpr std::chrono::microseconds kFastSpacing{250};
+// They wait in their sockets no longer than this, and than a stream of 1 Gbit/s needs to fill half a socket.
+constexpr std::chrono::microseconds kLongestRest{4000};
+constexpr int kFastestBytesPerMicrosecond = 125;
+// So many datagrams in one round show a stream that is faster, which is read without a rest.
+constexpr std::int64_t kFullRound = 128;
 constexpr std::chrono::seconds kTick{1};
 // Time between two requests for a picture, so that a burst of losses makes one.
 constexpr std::chrono::milliseconds kPictureRequestGap{500};
@@ -38,6 +49,7 @@ CRecvSession::CRecvSession(const RecvOptions& options, CReporter& reporter)
       m_media(openMedia(m_io, m_local, options), m_local),
       m_receiver(receiverOptions(options), [this](const kit::Picture& picture) { play(picture); }) {
     openOthers();
+    m_longestRest = longestRest();
     if (!options.capturePath.empty()) {
         m_capture.emplace(options.capturePath);
         m_receiver.onRebuilt([this](kit::BytesView packet) { captureRebuilt(packet); });
@@ -91,13 +103,20 @@ void CRecvSession::openOthers() {
     }
 }
 
+// By the smaller buffer, in the count of the system call that asks for it.
+std::chrono::microseconds CRecvSession::longestRest() const {
+    const int bytes =
+        std::min(receiveBuffer(m_media.reader.socket()),
+                 m_fec ? receiveBuffer(m_fec->reader.socket()) : std::numeric_limits<int>::max());
+    return std::min(kLongestRest, std::chrono::microseconds(bytes / (2 * kFastestBytesPerMicrosecond)));
+}
+
 int CRecvSession::run() {
-    m_start = m_now = m_lastAccepted = m_statusTime = Clock::now();
+    m_start = m_now = m_roundTime = m_lastAccepted = m_statusTime = Clock::now();
     waitForSignals();
-    for (Port* port : {&m_media, m_fec ? &*m_fec : nullptr, m_rtcpPort ? &*m_rtcpPort : nullptr}) {
-        if (port != nullptr) {
-            waitFor(*port);
-        }
+    waitForStream();
+    if (m_rtcpPort) {
+        waitFor(*m_rtcpPort);
     }
     tick();
     startIntervals();
@@ -124,27 +143,94 @@ void CRecvSession::waitForSignals() {
 // ---- reading
 
 void CRecvSession::waitFor(Port& port) {
+    if (port.isWaiting) {
+        return;
+    }
+    port.isWaiting = true;
     port.reader.socket().async_wait(Socket::wait_read, [this, &port](const asio::error_code& error) {
-        if (!error && !m_isOver) {
-            readAll();
-            afterReading();
+        port.isWaiting = false;
+        if (error || m_isOver) {
+            return;
+        }
+        if (m_rtcpPort && &port == &*m_rtcpPort) {
+            readRtcp();
             waitFor(port);
+        } else if (!m_isResting) {
+            readRound();
         }
     });
 }
 
-// Media comes first: an FEC packet that is read before the media that arrived with it would rebuild packets
-// that are there. RTCP comes last, so that a goodbye is read after what was sent before it.
-void CRecvSession::readAll() {
-    for (Port* port : {&m_media, m_fec ? &*m_fec : nullptr, m_rtcpPort ? &*m_rtcpPort : nullptr}) {
-        for (int i = 0; i < kMaxBatches && port != nullptr && !m_isOver && read(*port); ++i) {
-        }
+void CRecvSession::waitForStream() {
+    waitFor(m_media);
+    if (m_fec) {
+        waitFor(*m_fec);
     }
 }
 
-bool CRecvSession::read(Port& port) {
+// Reads the stream and decides when to do so again: when something arrives, or, in a fast stream, after a
+// rest, in which more arrives.
+void CRecvSession::readRound() {
+    const kit::TimePoint before = std::exchange(m_roundTime, Clock::now());
+    const std::uint64_t datagramsBefore = receivedDatagrams();
+    readStream();
+    afterReading();
+    if (m_isOver) {
+        return;
+    }
+    const std::int64_t datagrams = static_cast<std::int64_t>(receivedDatagrams() - datagramsBefore);
+    const bool isFast = m_roundTime - before < datagrams * kFastSpacing;
+    if (isFast && datagrams < kFullRound) {
+        restUntil(m_roundTime + m_longestRest);
+    } else {
+        waitForStream();
+    }
+}
+
+// The timers, the signals and the RTCP port have their turn first, and wait during the rest. A timer would
+// not do: each datagram that arrives wakes up an event loop that waits.
+void CRecvSession::restUntil(kit::TimePoint end) {
+    m_isResting = true;
+    asio::post(m_io, [this, end] {
+        if (!m_isOver) {
+            std::this_thread::sleep_until(end);
+            m_isResting = false;
+            readRound();
+        }
+    });
+}
+
+// Media is taken first: an FEC packet that is taken before the media that was sent before it would rebuild
+// packets that are there. So FEC packets are fetched before media, and taken after it.
+void CRecvSession::readStream() {
+    const bool isMoreFec = m_fec && m_fec->reader.fetch();
+    read(m_media);
+    if (m_fec) {
+        takeFetched(*m_fec);
+    }
+    if (isMoreFec) {
+        read(*m_fec);
+    }
+}
+
+// RTCP comes last, so that a goodbye is read after what was sent before it.
+void CRecvSession::readRtcp() {
+    readStream();
+    read(*m_rtcpPort);
+    afterReading();
+}
+
+void CRecvSession::read(Port& port) {
+    bool isMore = true;
+    for (int i = 0; i < kMaxBatches && isMore && !m_isOver; ++i) {
+        isMore = port.reader.fetch();
+        takeFetched(port);
+    }
+}
+
+void CRecvSession::takeFetched(Port& port) {
     m_now = Clock::now();
-    return port.reader.read(
+    port.reader.lend(
         [this, &port](kit::BytesView datagram, const Endpoint& from) { take(port, datagram, from); });
 }
 
@@ -222,6 +308,7 @@ void CRecvSession::armPoll(const std::optional<kit::TimePoint>& next) {
         if (!error && !m_isOver) {
             m_pollTime.reset();
             m_now = Clock::now();
+            readStream();  // what fills the gap may have arrived during a rest
             afterReading();
         }
     });
@@ -345,6 +432,10 @@ void CRecvSession::startIntervals() {
     });
 }
 
+std::uint64_t CRecvSession::receivedDatagrams() const {
+    return m_media.reader.counts().datagrams + (m_fec ? m_fec->reader.counts().datagrams : 0);
+}
+
 std::uint64_t CRecvSession::receivedBytes() const {
     return m_media.reader.counts().bytes + (m_fec ? m_fec->reader.counts().bytes : 0);
 }
@@ -406,10 +497,9 @@ Json CRecvSession::report() const {
                          {"notRtp", s.notRtpDatagrams},
                          {"invalid", s.invalidDatagrams},
                          {"unknownType", s.unknownTypeDatagrams}};
-    result["socket"] = {
-        {"datagrams", m_media.reader.counts().datagrams + (m_fec ? m_fec->reader.counts().datagrams : 0)},
-        {"bytes", receivedBytes()},
-        {"droppedByKernel", droppedByKernel()}};
+    result["socket"] = {{"datagrams", receivedDatagrams()},
+                        {"bytes", receivedBytes()},
+                        {"droppedByKernel", droppedByKernel()}};
     if (m_rtcp) {
         result["rtcp"] = m_rtcp->report();
     }

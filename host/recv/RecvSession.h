@@ -41,6 +41,7 @@ private:
         CDatagramReader reader;
         Endpoint local;
         CSourceGuard guard;
+        bool isWaiting = false;  // for a datagram
     };
 
     static constexpr std::chrono::milliseconds kSourceTimeout{2000};
@@ -49,12 +50,17 @@ private:
     static Socket openMedia(asio::io_context& io, Endpoint& local, const RecvOptions& options);
     static kit::ReceiverOptions receiverOptions(const RecvOptions& options);
     void openOthers();
+    std::chrono::microseconds longestRest() const;
     void waitForSignals();
 
     void waitFor(Port& port);
-    void readAll();
-    // Reads one batch. Returns false when nothing waited.
-    bool read(Port& port);
+    void waitForStream();
+    void readRound();
+    void restUntil(kit::TimePoint end);
+    void readStream();
+    void readRtcp();
+    void read(Port& port);
+    void takeFetched(Port& port);
     void take(Port& port, kit::BytesView datagram, const Endpoint& from);
     void noteSource(Port& port, const Endpoint& from);
     void takeRtcp(kit::BytesView datagram, const Endpoint& from);
@@ -73,6 +79,7 @@ private:
     void captureRebuilt(kit::BytesView packet);
     void startIntervals();
     void showStatus();
+    std::uint64_t receivedDatagrams() const;
     std::uint64_t receivedBytes() const;
     std::uint64_t refusedAddresses() const;
     std::uint64_t droppedByKernel() const;
@@ -99,6 +106,9 @@ private:
     kit::Receiver m_receiver;
 
     kit::TimePoint m_now;  // of the batch that is being read
+    kit::TimePoint m_roundTime;
+    std::chrono::microseconds m_longestRest;
+    bool m_isResting = false;
     kit::TimePoint m_start;
     kit::TimePoint m_lastAccepted;
     std::optional<kit::TimePoint> m_pollTime;  // that the timer waits for
