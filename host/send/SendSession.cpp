@@ -14,6 +14,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <limits>
 #include <random>
 #include <utility>
 
@@ -358,8 +359,21 @@ void CSendSession::sayGoodbye() {
         return;
     }
     sendReport(true);
+    sayGoodbyeOfFec();
     m_goodbyeTimer.expires_after(kGoodbyeWait);
     m_goodbyeTimer.async_wait([this](const asio::error_code&) { m_io.stop(); });
+}
+
+// Peers that read of the FEC flow in a session description wait for its goodbye too, one port above it.
+void CSendSession::sayGoodbyeOfFec() {
+    if (!m_fec) {
+        return;
+    }
+    const int port = m_fec->remote.port() + 1;
+    const bool isTaken = port == m_remote.port() || port > std::numeric_limits<std::uint16_t>::max();
+    if (!isTaken) {
+        m_rtcp->sendGoodbye(withPort(m_remote, static_cast<std::uint16_t>(port)));
+    }
 }
 
 void CSendSession::stop() {

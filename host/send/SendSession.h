@@ -81,6 +81,7 @@ private:
     void finish();
     void sayGoodbyeSoon();
     void sayGoodbye();
+    void sayGoodbyeOfFec();
     void stop();
     std::uint32_t timestampOf(kit::TimePoint due) const;
 

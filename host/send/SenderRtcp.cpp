@@ -33,12 +33,25 @@ void CSenderRtcp::send(kit::SenderReport report, bool isLast) {
     if (isLast) {
         writer.addBye(m_ssrc);
     }
+    sendTo(m_remote, writer);
+    ++m_sent;
+}
+
+void CSenderRtcp::sendGoodbye(const Endpoint& remote) {
+    kit::RtcpWriter writer(m_form);
+    kit::ReceiverReport report;
+    report.ssrc = m_ssrc;
+    writer.add(report);
+    writer.addCname(m_ssrc, m_cname);
+    writer.addBye(m_ssrc);
+    sendTo(remote, writer);
+}
+
+void CSenderRtcp::sendTo(const Endpoint& remote, const kit::RtcpWriter& writer) {
     // A report that is lost here is lost as others are in the network.
     asio::error_code ignored;
-    m_reader.socket().send_to(asio::buffer(writer.bytes().data(), writer.bytes().size()), m_remote, 0,
-                              ignored);
-    ++m_sent;
-    m_tap(local(), m_remote, writer.bytes());
+    m_reader.socket().send_to(asio::buffer(writer.bytes().data(), writer.bytes().size()), remote, 0, ignored);
+    m_tap(local(), remote, writer.bytes());
 }
 
 void CSenderRtcp::stop() {

@@ -45,6 +45,10 @@ public:
     // Sends a sender report with the CNAME, and a goodbye where it is the last one.
     void send(kit::SenderReport report, bool isLast);
 
+    // Sends `remote`, where the RTCP of another flow of this source goes, a goodbye: after a report without
+    // blocks and the CNAME, since a compound begins so (RFC 3550, 6.1).
+    void sendGoodbye(const Endpoint& remote);
+
     void stop();
 
     const std::map<std::uint32_t, ReceiverView>& receivers() const { return m_receivers; }
@@ -53,6 +57,7 @@ public:
     std::string describe() const;
 
 private:
+    void sendTo(const Endpoint& remote, const kit::RtcpWriter& writer);
     void wait();
     void take(kit::BytesView datagram, const Endpoint& from);
     void note(std::uint32_t receiver, const kit::ReportBlock& block);
