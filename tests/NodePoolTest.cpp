@@ -4,6 +4,11 @@
 #include <gtest/gtest.h>
 #include <talrtp/TalRtpSession.h>
 
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
+
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -140,6 +145,56 @@ TEST(NodePoolTest, FullPagesTakeBackAndGiveAgain) {
         pool.give(node, kSize);
     }
 }
+
+TEST(NodePoolTest, FlowInAnyOrderUsesItsNodesAgain) {
+    constexpr std::size_t kKept = 1000;
+    constexpr std::size_t kSize = 48;
+    CNodePool pool;
+    std::vector<void*> nodes;
+    std::set<std::uintptr_t> pages;
+    std::mt19937 random(7);
+    for (std::size_t i = 0; i < 50 * kKept; ++i) {
+        nodes.push_back(pool.take(kSize));
+        pages.insert(reinterpret_cast<std::uintptr_t>(nodes.back()) / 4096);
+        if (nodes.size() > kKept) {
+            std::swap(nodes[random() % kKept], nodes.back());
+            pool.give(nodes.back(), kSize);
+            nodes.pop_back();
+        }
+    }
+    // Less than a quarter of each page waits for the rest of the quarter.
+    EXPECT_LE(pages.size(), kKept * kSize / 4096 * 3 / 2 + 4);
+    for (void* const node : nodes) {
+        pool.give(node, kSize);
+    }
+}
+
+#if defined(__GLIBC__) && !defined(TALRTP_TEST_POISON)
+TEST(NodePoolTest, MemoryGoesBackToTheHeapInWhateverOrderNodesComeBack) {
+    constexpr std::size_t kNodes = 20000;
+    constexpr std::size_t kSize = 48;
+    const auto inUse = [] {
+        const struct mallinfo2 info = mallinfo2();
+        return info.uordblks + info.hblkhd;
+    };
+    CNodePool pool;
+    std::vector<void*> nodes(kNodes);
+    for (const bool isReversed : {false, true}) {
+        const std::size_t before = inUse();
+        std::generate(nodes.begin(), nodes.end(), [&] { return pool.take(kSize); });
+        ASSERT_GT(inUse(), before + kNodes * kSize);
+        if (isReversed) {
+            std::reverse(nodes.begin(), nodes.end());
+        } else {
+            std::shuffle(nodes.begin(), nodes.end(), std::mt19937(7));
+        }
+        for (void* const node : nodes) {
+            pool.give(node, kSize);
+        }
+        EXPECT_LE(inUse(), before + 4 * 4096);
+    }
+}
+#endif
 
 #ifdef TALRTP_TEST_POISON
 TEST(NodePoolTest, BytesThatNobodyOwnsArePoisoned) {

@@ -52,16 +52,20 @@ public:
     void give(void* node, std::size_t size);
 
 private:
+    struct Node;
     struct Page;
     static constexpr std::size_t kGranularity = 16;
     static constexpr std::size_t kClasses = 64;  // nodes of up to 1008 bytes; larger ones go through the heap
 
-    TALRTP_LOCAL Page* takePage(std::size_t nodeSize);
+    TALRTP_LOCAL void refill(std::size_t index);
+    TALRTP_LOCAL Page* makePage(std::size_t index);
+    TALRTP_LOCAL void settle(Page* page);
     TALRTP_LOCAL void givePage(Page* page);
     TALRTP_LOCAL void link(Page* page);
     TALRTP_LOCAL void unlink(Page* page);
 
-    Page* m_open[kClasses];  // pages with room, by class
+    Node* m_free[kClasses];  // the nodes to take next, by class: all of one page
+    Page* m_open[kClasses];  // pages to take nodes from after that
     Page* m_spare;           // pages without nodes in use
     unsigned int m_spareCount;
 };

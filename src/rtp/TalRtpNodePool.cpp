@@ -1,5 +1,12 @@
 // The node pool of a session: pages of nodes of one size each. A page begins at a multiple of its size, so a
 // node tells its page, and a page whose last node came back serves another size or goes back to the heap.
+//
+//   take: m_free[class] -> node -> node -> ...     when it is empty, all that came back to one page moves
+//   here give: page->returned -> node -> node -> ...    a page waits in m_open[class] once a quarter of it is
+//   here
+//
+// Most calls move one node at one of the lists. Without the quarter, a flow that takes as many nodes as it
+// gives would find one node in each page.
 
 #include <talrtp/TalRtpSession.h>
 
@@ -16,39 +23,44 @@ namespace {
 constexpr std::size_t kPageSize = 4096;
 constexpr std::size_t kHeapHeader = 16;  // left to the heap, so that pages lie one behind the other
 constexpr unsigned int kMaxSpare = 2;    // enough for what a steady flow frees and takes
-
-struct FreeNode {
-    FreeNode* next;
-};
+constexpr unsigned int kOpenShare = 4;   // a page is open when one node in four came back
 
 }  // namespace
+
+struct CNodePool::Node {
+    Node* next;
+};
 
 struct alignas(16) CNodePool::Page {
     Page* next;  // of the open pages of its class, or of the spare ones
     Page* previous;
-    FreeNode* returned;  // nodes that came back, one linked to the next
-    char* untouched;     // from here on no node was taken yet
-    std::size_t nodeSize;
-    unsigned int used;
+    Node* returned;  // nodes that came back, one linked to the next
+    std::size_t index;
+    unsigned int used;      // nodes that are not among them
+    unsigned int settleAt;  // the next value of `used` at which the page changes its place
+    bool isOpen;
 
     // A page begins at a multiple of its size, so the address of a node tells it.
     static Page* of(void* node) {
         // NOLINTNEXTLINE(performance-no-int-to-ptr)
         return reinterpret_cast<Page*>(reinterpret_cast<std::uintptr_t>(node) & ~(kPageSize - 1));
     }
-    std::size_t index() const { return nodeSize / kGranularity; }
+    static constexpr std::size_t room() { return kPageSize - kHeapHeader - sizeof(Page); }
     void free() {
-        unpoison(nodes(), static_cast<std::size_t>(end() - nodes()));
+        unpoison(nodes(), room());
         std::free(this);
     }
     char* nodes() { return reinterpret_cast<char*>(this + 1); }
-    char* end() { return reinterpret_cast<char*>(this) + kPageSize - kHeapHeader; }
-    bool isFull() { return returned == nullptr && static_cast<std::size_t>(end() - untouched) < nodeSize; }
 };
 
-CNodePool::CNodePool() : m_open(), m_spare(nullptr), m_spareCount(0) {}
+CNodePool::CNodePool() : m_free(), m_open(), m_spare(nullptr), m_spareCount(0) {}
 
 CNodePool::~CNodePool() {
+    for (Node* const node : m_free) {
+        if (node != nullptr) {
+            Page::of(node)->free();
+        }
+    }
     while (Page* const page = m_spare) {
         m_spare = page->next;
         page->free();
@@ -60,63 +72,89 @@ void* CNodePool::take(std::size_t size) {
     if (index >= kClasses) {
         return ::operator new(size);
     }
-    Page* page = m_open[index];
-    if (page == nullptr) {
-        page = takePage(index * kGranularity);
+    if (m_free[index] == nullptr) {
+        refill(index);
     }
-    void* node = page->returned;
-    if (node != nullptr) {
-        unpoison(node, page->nodeSize);
-        page->returned = page->returned->next;
-    } else {
-        node = page->untouched;
-        page->untouched += page->nodeSize;
-        unpoison(node, page->nodeSize);
-    }
-    ++page->used;
-    if (page->isFull()) {
-        unlink(page);
-    }
+    Node* const node = m_free[index];
+    unpoison(node, index * kGranularity);
+    m_free[index] = node->next;
     return node;
 }
 
 void CNodePool::give(void* node, std::size_t size) {
-    if ((size + kGranularity - 1) / kGranularity >= kClasses) {
+    const std::size_t index = (size + kGranularity - 1) / kGranularity;
+    if (index >= kClasses) {
         ::operator delete(node);
         return;
     }
     Page* const page = Page::of(node);
-    const bool wasFull = page->isFull();
-    FreeNode* const freed = static_cast<FreeNode*>(node);
+    Node* const freed = static_cast<Node*>(node);
+    Node*& first = m_free[index];
+    if (first != nullptr && Page::of(first) == page) {
+        freed->next = first;
+        first = freed;
+        poison(node, index * kGranularity);
+        return;
+    }
     freed->next = page->returned;
     page->returned = freed;
-    poison(node, page->nodeSize);
-    if (wasFull) {
-        link(page);
-    }
-    if (--page->used == 0) {
-        unlink(page);
-        givePage(page);
+    poison(node, index * kGranularity);
+    if (--page->used == page->settleAt) {
+        settle(page);
     }
 }
 
-// **Lends** an open page of nodes of that size.
-CNodePool::Page* CNodePool::takePage(std::size_t nodeSize) {
+// Makes nodes ready to be taken. Throws std::bad_alloc when memory is short.
+void CNodePool::refill(std::size_t index) {
+    Page* page = m_open[index];
+    if (page != nullptr) {
+        unlink(page);
+    } else {
+        page = makePage(index);
+    }
+    const unsigned int capacity = static_cast<unsigned int>(Page::room() / (index * kGranularity));
+    m_free[index] = page->returned;
+    page->returned = nullptr;
+    page->used = capacity;
+    page->settleAt = capacity - (capacity + kOpenShare - 1) / kOpenShare;
+}
+
+// **Lends** a page of which every node came back.
+CNodePool::Page* CNodePool::makePage(std::size_t index) {
     Page* page = m_spare;
     if (page != nullptr) {
         m_spare = page->next;
         --m_spareCount;
+        unpoison(page->nodes(), Page::room());
     } else {
         void* memory = nullptr;
         if (posix_memalign(&memory, kPageSize, kPageSize - kHeapHeader) != 0) {
             throw std::bad_alloc();
         }
         page = static_cast<Page*>(memory);
-        poison(page->nodes(), static_cast<std::size_t>(page->end() - page->nodes()));
     }
-    *page = Page{nullptr, nullptr, nullptr, page->nodes(), nodeSize, 0};
-    link(page);
+    *page = Page{nullptr, nullptr, nullptr, index, 0, 0, false};
+    const std::size_t nodeSize = index * kGranularity;
+    for (std::size_t i = Page::room() / nodeSize; i-- > 0;) {
+        Node* const node = reinterpret_cast<Node*>(page->nodes() + i * nodeSize);
+        node->next = page->returned;
+        page->returned = node;
+    }
+    poison(page->nodes(), Page::room());
     return page;
+}
+
+// Opens a page of which a quarter came back; puts one aside of which everything did.
+void CNodePool::settle(Page* page) {
+    if (page->used == 0) {
+        if (page->isOpen) {
+            unlink(page);
+        }
+        givePage(page);
+        return;
+    }
+    page->settleAt = 0;
+    link(page);
 }
 
 // **Takes** a page without nodes in use.
@@ -131,9 +169,10 @@ void CNodePool::givePage(Page* page) {
 }
 
 void CNodePool::link(Page* page) {
-    Page*& first = m_open[page->index()];
+    Page*& first = m_open[page->index];
     page->next = first;
     page->previous = nullptr;
+    page->isOpen = true;
     if (first != nullptr) {
         first->previous = page;
     }
@@ -144,7 +183,8 @@ void CNodePool::unlink(Page* page) {
     if (page->next != nullptr) {
         page->next->previous = page->previous;
     }
-    (page->previous != nullptr ? page->previous->next : m_open[page->index()]) = page->next;
+    (page->previous != nullptr ? page->previous->next : m_open[page->index]) = page->next;
+    page->isOpen = false;
 }
 
 }  // namespace talrtp
