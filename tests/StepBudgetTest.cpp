@@ -109,6 +109,16 @@ protected:
         return datagram;
     }
 
+    // One over the packets of a mask, whose first bit of 24 stands for packet `base`. Its length never fits.
+    static std::vector<unsigned char> fecWithMask(unsigned int seq, unsigned int base, unsigned int mask) {
+        std::vector<unsigned char> datagram = fecOverTwo(seq, base, 1);
+        datagram[12 + 2] = 0xff;
+        datagram[12 + 5] = static_cast<unsigned char>(mask >> 16);
+        datagram[12 + 6] = static_cast<unsigned char>(mask >> 8);
+        datagram[12 + 7] = static_cast<unsigned char>(mask);
+        return datagram;
+    }
+
     CountingSink sink;
     CMMRTPSession4SVC session{&sink, 1};
     _uint64_t total = 0;
@@ -206,23 +216,68 @@ TEST_F(StepBudgetTest, AChainInWhichEachRebuiltPacketCompletesTheNextCostsAFixed
     EXPECT_EQ(kChain + 1, mediaCount());
 }
 
-TEST_F(StepBudgetTest, FecPacketsOfOneWindowThatWaitForMuchMoveTheirWatchesForwardOnly) {
+constexpr unsigned int kMaskBits = 24;
+
+TEST_F(StepBudgetTest, AllArrivalsInOneWindowTogetherCostABoundForEachFecPacket) {
     constexpr unsigned int kPackets = 20000;
-    constexpr unsigned int kMaskBits = 24;
     for (unsigned int i = 0; i < kPackets; ++i) {
-        std::vector<unsigned char> fec = fecOverTwo(i, 100, 1);
-        fec[12 + 5] = 0xff;
-        fec[12 + 6] = static_cast<unsigned char>(i >> 8);
-        fec[12 + 7] = static_cast<unsigned char>(i | 1);
-        input(fec);
+        input(fecWithMask(i, 100, 0xff0000 | i | 1));
     }
     total = 0;
     for (unsigned int i = 0; i < kMaskBits; ++i) {
         input(single(100 + i, 0));
     }
-    // A watch looks once at each packet of its group; so all arrivals together cost a bound for each FEC
-    // packet.
     EXPECT_LE(total, kPackets * 4 * kMaskBits);
+    EXPECT_EQ(0u, fecCount());
+}
+
+// The groups over a media base form a tree of up to 65536, balanced by chance. This is twice its usual depth.
+constexpr _uint64_t kXorTree = 80;
+
+// All protect packets 0 to 7 of the window, and each others of the 16 behind these.
+TEST_F(StepBudgetTest, AnArrivalMeetsNoFecPacketThatLacksTwoPacketsLikeAllOthers) {
+    for (const bool isDescending : {false, true}) {
+        CMMRTPSession4SVC receiver(&sink, 1);
+        receiver.SetFecType(RTP_FEC_XOR);
+        const auto feed = [&](std::vector<unsigned char> datagram) {
+            const _uint64_t before = CSessionInspector::steps(receiver);
+            receiver.InputReceivedData(datagram.data(), static_cast<int>(datagram.size()), 0);
+            return CSessionInspector::steps(receiver) - before;
+        };
+        for (unsigned int i = 0; i < kNumbers; ++i) {
+            ASSERT_LE(feed(fecWithMask(i, 100, 0xff0000 | i)), kPerDatagram + kXorTree) << i;
+        }
+        ASSERT_EQ(kNumbers, (receiver.*&Member::m_fecPacketList).size());
+        for (unsigned int i = 0; i < (isDescending ? 22 : 6); ++i) {
+            ASSERT_LE(feed(single(isDescending ? 123 - i : 100 + i, 0)), kPerDatagram) << i;
+        }
+        EXPECT_EQ(kNumbers, (receiver.*&Member::m_fecPacketList).size());
+    }
+}
+
+TEST_F(StepBudgetTest, AMediaPacketThatMakesAllFecPacketsReadyCostsAFixedShareForEach) {
+    for (unsigned int i = 0; i < kNumbers; ++i) {
+        input(fecWithMask(i, 100, 0xff0000 | i));
+    }
+    for (unsigned int i = 23; i > 1; --i) {
+        input(single(100 + i, 0));
+    }
+    ASSERT_EQ(kNumbers, fecCount());
+    // A try looks at the packets of its mask. Marking, and dropping, takes a few steps.
+    EXPECT_LE(input(single(100, 0)), kNumbers * (kMaskBits + 8));
+    EXPECT_EQ(0u, fecCount());
+}
+
+TEST_F(StepBudgetTest, FecPacketsOverTheSamePacketsWaitAsOne) {
+    for (unsigned int i = 0; i < kNumbers; ++i) {
+        ASSERT_LE(input(fecWithMask(i, 100, 0xffffff)), kPerDatagram) << i;
+    }
+    for (unsigned int i = 0; i < kMaskBits - 2; ++i) {
+        ASSERT_LE(input(single(100 + i, 0)), kPerDatagram) << i;
+    }
+    ASSERT_EQ(kNumbers, fecCount());
+    // One step to mark each, one for its try beside the look at its packets, two to find its timestamp.
+    EXPECT_LE(input(single(122, 0)), kNumbers * (kMaskBits + 4) + kPerDatagram);
     EXPECT_EQ(0u, fecCount());
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <functional>
 #include <new>
 
 namespace talrtp {
@@ -12,16 +13,20 @@ namespace {
 constexpr _uint32_t kRandomFactor = 1664525;
 constexpr _uint32_t kRandomStep = 1013904223;
 
-constexpr _uint32_t kHashFactor = 2654435769;  // 2^32 over the golden ratio
+constexpr unsigned int kWordBits = 32;
+
+bool isTwoOrMore(_uint32_t bits) {
+    return (bits & (bits - 1)) != 0;
+}
 
 }  // namespace
 
 _uint32_t xorMaskWindow(_uint32_t mask) {
-    _uint32_t window = 0;
-    for (unsigned int i = 0; i < kXorMaskBits; ++i) {
-        window |= (mask >> (kXorMaskBits - 1 - i) & 1) << i;
-    }
-    return window;
+    // Turned round by bytes, by halves of these, by pairs and by single bits.
+    _uint32_t window = __builtin_bswap32(mask << (kWordBits - kXorMaskBits));
+    window = (window >> 4 & 0x0f0f0f0f) | (window & 0x0f0f0f0f) << 4;
+    window = (window >> 2 & 0x33333333) | (window & 0x33333333) << 2;
+    return (window >> 1 & 0x55555555) | (window & 0x55555555) << 1;
 }
 
 CFecWaiting::CFecWaiting(CNodePool* pool, const CSequenceSet& media, const CSequenceSet& fec,
@@ -30,12 +35,12 @@ CFecWaiting::CFecWaiting(CNodePool* pool, const CSequenceSet& media, const CSequ
       m_media(media),
       m_fec(fec),
       m_steps(steps),
-      m_secret(static_cast<_uint32_t>(reinterpret_cast<std::uintptr_t>(this) >> 4)),
-      m_random(m_secret),
+      m_random(static_cast<_uint32_t>(reinterpret_cast<std::uintptr_t>(this) >> 4)),
       m_ready(false),
       m_bases(false),
       m_fecBases(false),
-      m_left(false) {}
+      m_left(false),
+      m_xorBases(false) {}
 
 CFecWaiting::~CFecWaiting() = default;
 
@@ -43,27 +48,14 @@ CFecWaiting::~CFecWaiting() = default;
 
 void CFecWaiting::addXor(_uint16_t fecSeq, _uint16_t base, _uint32_t mask) {
     const _uint32_t window = xorMaskWindow(mask);
-    const unsigned int place = placeOf(base, window);
     m_members.reserve(fecSeq);
-    m_xorGroups.reserve(place);
-    XorGroup* const first = m_xorGroups.peek(place);
-    XorGroup* group = first;
-    while (group != nullptr && (group->base != base || group->window != window)) {
-        ++m_steps;
-        group = group->next;
-    }
+    m_xorRoots.reserve(base);
+    XorGroup* group = findXor(base, window);
     if (group == nullptr) {
         group = make<XorGroup>(base);
         group->isXor = true;
-        group->next = first;
-        if (first != nullptr) {
-            first->previous = group;
-        }
+        group->priority = m_random;
         group->window = window;
-        group->turn = (m_random >> 8) % kXorMaskBits;
-        group->watches[0].group = group;
-        group->watches[1].group = group;
-        (first != nullptr ? m_xorGroups[place] : m_xorGroups.claim(place)) = group;
     }
     join(group, fecSeq);
 }
@@ -142,6 +134,7 @@ void CFecWaiting::join(Group* group, _uint16_t fecSeq) {
     m_members.claim(fecSeq) = Member{group, first, kNone};
     if (first != kNone) {
         m_members[static_cast<unsigned int>(first)].previous = fecSeq;
+        group->hadMore = true;
     }
     group->firstMember = fecSeq;
     if (first == kNone) {
@@ -170,19 +163,7 @@ void CFecWaiting::freeRs(RsGroup* group) {
 
 void CFecWaiting::freeXor(XorGroup* group) {
     if (group->isWaiting) {
-        unlink(&group->watches[0]);
-        unlink(&group->watches[1]);
-    }
-    const unsigned int place = placeOf(group->base, group->window);
-    if (group->next != nullptr) {
-        group->next->previous = group->previous;
-    }
-    if (group->previous != nullptr) {
-        group->previous->next = group->next;
-    } else if (group->next != nullptr) {
-        m_xorGroups[place] = group->next;
-    } else {
-        m_xorGroups.release(place);
+        setRoot(group->base, erase(m_xorRoots.peek(group->base), *group));
     }
     m_pool->give(group, sizeof(XorGroup));
 }
@@ -200,10 +181,11 @@ void CFecWaiting::wait(Group& group) {
 }
 
 void CFecWaiting::markReady(const Group& group) {
-    for (int fecSeq = group.firstMember; fecSeq != kNone;
-         fecSeq = m_members.peek(static_cast<unsigned int>(fecSeq)).next) {
+    int fecSeq = group.firstMember;
+    while (fecSeq != kNone) {
         ++m_steps;
         m_ready.insert(static_cast<_uint16_t>(fecSeq));
+        fecSeq = group.hadMore ? m_members.peek(static_cast<unsigned int>(fecSeq)).next : kNone;
     }
 }
 
@@ -341,6 +323,11 @@ bool CFecWaiting::isBefore(const RsGroup& a, const RsGroup& b) {
     return key(a) < key(b);
 }
 
+// Groups that protect the same are apart by their addresses: one may have been ready while the other came.
+bool CFecWaiting::isBefore(const XorGroup& a, const XorGroup& b) {
+    return a.window < b.window || (a.window == b.window && std::less<const XorGroup*>()(&a, &b));
+}
+
 void CFecWaiting::setRoot(_uint16_t base, RsGroup* root) {
     RsGroup* const before = m_roots.peek(base);
     if (before == nullptr && root != nullptr) {
@@ -351,6 +338,19 @@ void CFecWaiting::setRoot(_uint16_t base, RsGroup* root) {
         m_bases.erase(base);
     } else if (before != root) {
         m_roots[base] = root;
+    }
+}
+
+void CFecWaiting::setRoot(_uint16_t base, XorGroup* root) {
+    XorGroup* const before = m_xorRoots.peek(base);
+    if (before == nullptr && root != nullptr) {
+        m_xorRoots.claim(base) = root;
+        m_xorBases.insert(base);
+    } else if (before != nullptr && root == nullptr) {
+        m_xorRoots.release(base);
+        m_xorBases.erase(base);
+    } else if (before != root) {
+        m_xorRoots[base] = root;
     }
 }
 
@@ -377,8 +377,20 @@ void CFecWaiting::sumUp(RsGroup* group) {
     group->least = group->right != nullptr ? std::min(least, group->right->least) : least;
 }
 
+void CFecWaiting::sumUp(XorGroup* group) {
+    Span span = {group->window, group->window};
+    for (const XorGroup* const child : {group->left, group->right}) {
+        if (child != nullptr) {
+            span.common &= child->span.common;
+            span.any |= child->span.any;
+        }
+    }
+    group->span = span;
+}
+
 // Parts a subtree into the groups before `at` and the rest.
-void CFecWaiting::split(RsGroup* group, const RsGroup& at, RsGroup*& below, RsGroup*& rest) {
+template <typename Kind>
+void CFecWaiting::split(Kind* group, const Kind& at, Kind*& below, Kind*& rest) {
     if (group == nullptr) {
         below = nullptr;
         rest = nullptr;
@@ -395,7 +407,8 @@ void CFecWaiting::split(RsGroup* group, const RsGroup& at, RsGroup*& below, RsGr
     sumUp(group);
 }
 
-CFecWaiting::RsGroup* CFecWaiting::merge(RsGroup* below, RsGroup* rest) {
+template <typename Kind>
+Kind* CFecWaiting::merge(Kind* below, Kind* rest) {
     if (below == nullptr || rest == nullptr) {
         return below != nullptr ? below : rest;
     }
@@ -412,25 +425,27 @@ CFecWaiting::RsGroup* CFecWaiting::merge(RsGroup* below, RsGroup* rest) {
 }
 
 // Returns the new root.
-CFecWaiting::RsGroup* CFecWaiting::insert(RsGroup* root, RsGroup* group) {
+template <typename Kind>
+Kind* CFecWaiting::insert(Kind* root, Kind* group) {
     if (root == nullptr || root->priority < group->priority) {
         split(root, *group, group->left, group->right);
         sumUp(group);
         return group;
     }
     passOn(root);
-    RsGroup*& child = isBefore(*group, *root) ? root->left : root->right;
+    Kind*& child = isBefore(*group, *root) ? root->left : root->right;
     child = insert(child, group);
     sumUp(root);
     return root;
 }
 
-CFecWaiting::RsGroup* CFecWaiting::erase(RsGroup* root, const RsGroup& group) {
+template <typename Kind>
+Kind* CFecWaiting::erase(Kind* root, const Kind& group) {
     passOn(root);
     if (root == &group) {
         return merge(root->left, root->right);
     }
-    RsGroup*& child = isBefore(group, *root) ? root->left : root->right;
+    Kind*& child = isBefore(group, *root) ? root->left : root->right;
     child = erase(child, group);
     sumUp(root);
     return root;
@@ -482,95 +497,88 @@ void CFecWaiting::takeReady(RsGroup* group) {
     sumUp(group);
 }
 
+// Takes the groups out of a subtree that lack one packet or none any more, and marks them ready. `missing`
+// and `arrived` are bits as in `window`. Returns the new root.
+CFecWaiting::XorGroup* CFecWaiting::takeReady(XorGroup* group, _uint32_t missing) {
+    if (group == nullptr || isTwoOrMore(group->span.common & missing)) {
+        return group;
+    }
+    if (!isTwoOrMore(group->span.any & missing)) {
+        takeAll(group);
+        return nullptr;
+    }
+    ++m_steps;
+    group->left = takeReady(group->left, missing);
+    group->right = takeReady(group->right, missing);
+    if (isTwoOrMore(group->window & missing)) {
+        sumUp(group);
+        return group;
+    }
+    group->isWaiting = false;
+    markReady(*group);
+    return merge(group->left, group->right);
+}
+
 // NOLINTEND(misc-no-recursion)
+
+// Marks a whole subtree ready. Level by level, so that a group is in the caches when its turn comes: noting
+// it among those due has touched it.
+void CFecWaiting::takeAll(XorGroup* group) {
+    XorGroup* last = group;
+    const auto append = [&last](XorGroup* due) {
+        if (due != nullptr) {
+            last->nextDue = due;
+            last = due;
+            due->nextDue = nullptr;
+        }
+    };
+    group->nextDue = nullptr;
+    while (group != nullptr) {
+        ++m_steps;
+        append(group->left);
+        append(group->right);
+        group->isWaiting = false;
+        markReady(*group);
+        group = group->nextDue;
+    }
+}
 
 // --- XOR ---
 
-unsigned int CFecWaiting::placeOf(_uint16_t base, _uint32_t window) const {
-    constexpr unsigned int kHashBits = 32;
-    return ((window ^ m_secret) * kRandomFactor + base) * kHashFactor >> (kHashBits - kPlaceBits);
-}
-
-_uint32_t CFecWaiting::missing(const XorGroup& group) const {
-    return group.window & ~static_cast<_uint32_t>(m_media.window(group.base, kXorMaskBits));
-}
-
-// Returns the place of one of `bits`, different from group to group, so that an arrival meets few groups;
-// kNone when there is none.
-int CFecWaiting::choose(const XorGroup& group, _uint32_t bits) {
-    if (bits == 0) {
-        return kNone;
-    }
-    const _uint32_t later = bits >> group.turn << group.turn;
-    return __builtin_ctz(later != 0 ? later : bits);
-}
-
-// Watches two missing packets. Where there are not as many, or memory is short, the group does not wait: it
-// is tried again with the next arrival.
-void CFecWaiting::waitXor(XorGroup& group) {
-    const _uint32_t bits = missing(group);
-    ++m_steps;
-    if ((bits & (bits - 1)) == 0) {
-        return;
-    }
-    const int first = choose(group, bits);
-    const int second = choose(group, bits & ~(_uint32_t(1) << first));
-    if (!link(&group.watches[0], static_cast<_uint16_t>(group.base + first))) {
-        return;
-    }
-    group.isWaiting = link(&group.watches[1], static_cast<_uint16_t>(group.base + second));
-    if (!group.isWaiting) {
-        unlink(&group.watches[0]);
-    }
-}
-
-// Moves all watches of a number that arrived, of which `watch` is the first, to others that are missing.
-void CFecWaiting::moveWatches(Watch* watch) {
-    while (watch != nullptr) {
+CFecWaiting::XorGroup* CFecWaiting::findXor(_uint16_t base, _uint32_t window) const {
+    XorGroup* group = m_xorRoots.peek(base);
+    while (group != nullptr && group->window != window) {
         ++m_steps;
-        Watch* const following = watch->next;
-        XorGroup& group = *watch->group;
-        Watch& other = group.watches[watch == &group.watches[0] ? 1 : 0];
-        const unsigned int otherPlace = static_cast<_uint16_t>(other.number - group.base);
-        const int place = choose(group, missing(group) & ~(_uint32_t(1) << otherPlace));
-        unlink(watch);
-        if (place == kNone || !link(watch, static_cast<_uint16_t>(group.base + place))) {
-            unlink(&other);
-            group.isWaiting = false;
-            markReady(group);
-        }
-        watch = following;
+        group = window < group->window ? group->left : group->right;
+    }
+    return group;
+}
+
+// The packets from `base` on that are missing.
+_uint32_t CFecWaiting::missing(_uint16_t base) const {
+    return ~static_cast<_uint32_t>(m_media.window(base, kXorMaskBits));
+}
+
+// Where too few packets are missing, or memory is short, the group does not wait: it is tried again with the
+// next arrival.
+void CFecWaiting::waitXor(XorGroup& group) {
+    ++m_steps;
+    if (isTwoOrMore(group.window & missing(group.base)) && m_xorRoots.tryReserve(group.base)) {
+        group.left = nullptr;
+        group.right = nullptr;
+        group.isWaiting = true;
+        setRoot(group.base, insert(m_xorRoots.peek(group.base), &group));
     }
 }
 
-// False, with nothing changed, when memory is short.
-bool CFecWaiting::link(Watch* watch, _uint16_t number) {
-    if (!m_watchesOf.tryReserve(number)) {
-        return false;
-    }
-    Watch* const first = m_watchesOf.peek(number);
-    watch->number = number;
-    watch->previous = nullptr;
-    watch->next = first;
-    if (first != nullptr) {
-        first->previous = watch;
-        m_watchesOf[number] = watch;
-    } else {
-        m_watchesOf.claim(number) = watch;
-    }
-    return true;
-}
-
-void CFecWaiting::unlink(Watch* watch) {
-    if (watch->next != nullptr) {
-        watch->next->previous = watch->previous;
-    }
-    if (watch->previous != nullptr) {
-        watch->previous->next = watch->next;
-    } else if (watch->next != nullptr) {
-        m_watchesOf[watch->number] = watch->next;
-    } else {
-        m_watchesOf.release(watch->number);
+// Marks the groups ready that media packet `seq` was the last but one for.
+void CFecWaiting::takeReadyAround(_uint16_t seq) {
+    const _uint16_t first = static_cast<_uint16_t>(seq + 1 - kXorMaskBits);
+    _uint64_t bases = m_xorBases.window(first, kXorMaskBits);
+    while (bases != 0) {
+        const _uint16_t base = static_cast<_uint16_t>(first + __builtin_ctzll(bases));
+        bases &= bases - 1;
+        setRoot(base, takeReady(m_xorRoots.peek(base), missing(base)));
     }
 }
 

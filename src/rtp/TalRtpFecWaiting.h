@@ -12,7 +12,10 @@
 // groups by itself: those begin at most 255 numbers before it, and each was filed for a FEC packet at most
 // 255 numbers behind its begin, so there are at most 511.
 //
-// XOR groups protect any of 24 packets. Each watches two missing ones: while these are missing, it waits.
+// XOR groups protect any of 24 packets, and are ready when all but one of these are at hand. Those that wait
+// over one base form a tree by what they protect, in which each subtree knows what all of it protect, and
+// what any of it does. An arrival leaves out the subtrees that all protect two missing packets, and those
+// that nobody of protects the one that arrived.
 //
 // A number that leaves again (its timestamp aged out) makes groups wait longer. Media numbers that left are
 // counted back when something arrives near them; FEC numbers are not, so a group is then only tried too
@@ -54,8 +57,8 @@ public:
 
     // A packet came to be at hand, or left. Of a FEC packet that is to be filed, this is told before.
     void mediaArrived(_uint16_t seq) {
-        if (Watch* const watch = m_watchesOf.peek(seq)) {
-            moveWatches(watch);
+        if (!m_xorBases.isEmpty()) {
+            takeReadyAround(seq);
         }
         if (!m_bases.isEmpty()) {
             countMedia(seq);
@@ -77,18 +80,20 @@ public:
     // Lets a FEC packet whose try was in vain wait again, and with it all that are filed for the same
     // numbers.
     void waitAgain(_uint16_t fecSeq);
+    // Fetches into the caches what the removal of a FEC packet will touch.
+    void prefetchGroup(_uint16_t fecSeq) const { __builtin_prefetch(m_members.peek(fecSeq).group, 1); }
 
 private:
     static constexpr int kNone = -1;
     static constexpr int kNever = 1 << 29;  // the slack that groups which do not wait count for
     static constexpr unsigned int kReach = 255;
-    static constexpr unsigned int kPlaceBits = 12;
 
     // FEC packets with the same numbers.
     struct Group {
         int firstMember;  // FEC sequence number, or kNone
         _uint16_t base;   // of the media packets
-        bool isXor;
+        bool isXor : 1;
+        bool hadMore : 1;  // than one member at a time; else nobody has to ask the first for others
         bool isWaiting;
     };
     // A node of the tree over its media base, which is a treap.
@@ -105,20 +110,21 @@ private:
         unsigned char mediaCount;
         unsigned char fecCount;
     };
-    // A group's interest in one missing number; linked with the others of the number.
-    struct XorGroup;
-    struct Watch {
-        XorGroup* group;
-        Watch* next;
-        Watch* previous;
-        _uint16_t number;
+    // What groups protect, in bits: bit i for media packet base + i.
+    struct Span {
+        _uint32_t common;  // all of them
+        _uint32_t any;     // at least one
     };
+    // The same, and in the tree while it waits.
     struct XorGroup : Group {
-        Watch watches[2];
-        XorGroup* next;  // of those at the same place of the table
-        XorGroup* previous;
-        _uint32_t window;   // bit i: media packet base + i is protected
-        unsigned int turn;  // where its search for a packet to watch begins
+        XorGroup* left;
+        XorGroup* right;
+        _uint32_t priority;
+        _uint32_t window;  // what the group protects
+        union {
+            Span span;          // of this subtree
+            XorGroup* nextDue;  // while all of it are taken out
+        };
     };
 
     struct Member {
@@ -152,14 +158,22 @@ private:
     // --- The tree ---
 
     static bool isBefore(const RsGroup& a, const RsGroup& b);
+    static bool isBefore(const XorGroup& a, const XorGroup& b);
     void setRoot(_uint16_t base, RsGroup* root);
+    void setRoot(_uint16_t base, XorGroup* root);
     static void add(RsGroup* group, int change);
     static void passOn(RsGroup* group);
+    static void passOn(XorGroup*) {}
     static void sumUp(RsGroup* group);
-    static void split(RsGroup* group, const RsGroup& at, RsGroup*& below, RsGroup*& rest);
-    static RsGroup* merge(RsGroup* below, RsGroup* rest);
-    static RsGroup* insert(RsGroup* root, RsGroup* group);
-    static RsGroup* erase(RsGroup* root, const RsGroup& group);
+    static void sumUp(XorGroup* group);
+    template <typename Kind>
+    static void split(Kind* group, const Kind& at, Kind*& below, Kind*& rest);
+    template <typename Kind>
+    static Kind* merge(Kind* below, Kind* rest);
+    template <typename Kind>
+    static Kind* insert(Kind* root, Kind* group);
+    template <typename Kind>
+    static Kind* erase(Kind* root, const Kind& group);
     template <typename Change>
     // NOLINTNEXTLINE(misc-no-recursion): once for each level, as the walks of the tree
     void change(RsGroup* root, RsGroup& group, Change apply);
@@ -168,20 +182,18 @@ private:
 
     // --- XOR ---
 
-    unsigned int placeOf(_uint16_t base, _uint32_t window) const;
-    _uint32_t missing(const XorGroup& group) const;
-    static int choose(const XorGroup& group, _uint32_t bits);
+    XorGroup* findXor(_uint16_t base, _uint32_t window) const;
+    _uint32_t missing(_uint16_t base) const;
     void waitXor(XorGroup& group);
-    void moveWatches(Watch* watch);
-    bool link(Watch* watch, _uint16_t number);
-    void unlink(Watch* watch);
+    void takeReadyAround(_uint16_t seq);
+    XorGroup* takeReady(XorGroup* group, _uint32_t missing);
+    void takeAll(XorGroup* group);
 
     CNodePool* m_pool;  // the groups
     const CSequenceSet& m_media;
     const CSequenceSet& m_fec;
     _uint64_t& m_steps;
-    const _uint32_t m_secret;  // so that nobody outside can guess trees and hashes
-    _uint32_t m_random;
+    _uint32_t m_random;  // out of a sender's sight, so that nobody outside can guess the trees
     CSequenceSet m_ready;
     CSlotTable<Member> m_members;  // by FEC sequence number
 
@@ -191,8 +203,8 @@ private:
     CSequenceSet m_fecBases;
     CSequenceSet m_left;  // media numbers that left, and are still counted as if they had not
 
-    CSlotTable<XorGroup*, 1u << kPlaceBits> m_xorGroups;  // by a hash of base and mask: the first of a list
-    CSlotTable<Watch*> m_watchesOf;                       // by media number: the first of a list
+    CSlotTable<XorGroup*> m_xorRoots;  // by media base
+    CSequenceSet m_xorBases;           // those that have a tree
 };
 
 }  // namespace talrtp

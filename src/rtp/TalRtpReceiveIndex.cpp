@@ -137,6 +137,27 @@ bool CReceiveIndex::findEnd(_uint16_t start, _uint16_t& end) const {
     return isEnd;
 }
 
+void CReceiveIndex::prefetchFecBehind(_uint16_t seq) const {
+    constexpr int kFar = 16;
+    constexpr int kNear = 8;
+    const stFecSlot& far = fec.peek(static_cast<_uint16_t>(seq + kFar));
+    if (far.packet != nullptr) {
+        prefetch(far.packet);
+        prefetch(&*far.entry);
+        waiting.prefetchGroup(static_cast<_uint16_t>(seq + kFar));
+    }
+    if (far.owner != nullptr) {
+        prefetch(&*far.note);
+    }
+    const stFecSlot& near = fec.peek(static_cast<_uint16_t>(seq + kNear));
+    if (near.packet != nullptr) {
+        // The bytes, and what allocators keep beside them.
+        const unsigned char* const bytes = near.packet->get_buffer();
+        prefetch(bytes);
+        prefetch(bytes + near.packet->get_buffer_size() + kSpareSize);
+    }
+}
+
 void CReceiveIndex::removeFec(_uint16_t seq) {
     fec.release(seq);
     fecNumbers.erase(seq);

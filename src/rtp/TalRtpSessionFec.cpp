@@ -17,11 +17,13 @@
 #include <talrtp/TalRtpSession.h>
 
 #include <algorithm>
+#include <cstring>
 #include <iterator>
 #include <memory>
 #include <new>
 
 #include "RsInterpolation.h"
+#include "TalRtpPacketAccess.h"
 #include "TalRtpPacketLayout.h"
 #include "TalRtpReceiveIndex.h"
 #include "TalRtpTraceLine.h"
@@ -184,6 +186,7 @@ void CMMRTPSessionBase::retryFecPackets() {
     const CSequenceSet& worthTrying = isEvery ? m_index->fecNumbers : m_index->waiting.ready();
     while (worthTrying.findUpward(seq, seq)) {
         ++m_index->steps;
+        m_index->prefetchFecBehind(seq);
         retryFecPacket(seq);
         if (++seq == 0) {
             return;
@@ -353,28 +356,24 @@ public:
     CXorRecovery(_uint16_t seq, int bodyCapacity) : m_seq(seq), m_bodyCapacity(bodyCapacity) {}
 
     void addFecPacket(const CRTPFECPacket& fec) {
-        m_padding = fec.get_fec_recover_pad_flag();
-        m_extension = fec.get_fec_recover_extension_flag();
-        m_csrcCount = fec.get_fec_recover_contrib_src_count();
-        m_marker = fec.get_fec_recover_marker_flag();
+        std::memcpy(m_header, CPacketAccess::buffer(fec), sizeof m_header);
+        storeBig32(m_header + kTimestampOffset, fec.get_fec_recover_timestamp());
         m_payloadType = fec.get_fec_recover_payload_type();
-        m_timestamp = fec.get_fec_recover_timestamp();
         m_length = fec.get_fec_recover_length();
         addBody(fec.get_payload_ptr() + kFecHeaderSize, fec.get_payload_size() - kFecHeaderSize);
     }
 
     void addMediaPacket(const CTalRtpPacket& packet) {
-        const int bodySize = packet.get_packet_size() - kFixedHeaderSize;
-        m_padding ^= packet.get_pad_flag();
-        m_extension ^= packet.get_extension_flag();
-        m_csrcCount ^= packet.get_contrib_src_count();
-        m_marker ^= packet.get_marker_flag();
+        unsigned char* const bytes = packet.get_buffer();
+        const int bodySize = CPacketAccess::packetSize(packet) - kFixedHeaderSize;
+        for (std::size_t i = 0; i < sizeof m_header; ++i) {
+            m_header[i] = static_cast<unsigned char>(m_header[i] ^ bytes[i]);
+        }
         // Compatibility: the packet kind, not the payload type that the sender XORed; receivers in the field
         // rebuild the payload type so.
         m_payloadType = static_cast<_uint8_t>(m_payloadType ^ packet.get_packet_type());
-        m_timestamp ^= packet.get_timestamp();
         m_length = static_cast<_uint16_t>(m_length ^ bodySize);
-        addBody(packet.get_buffer() + kFixedHeaderSize, bodySize);
+        addBody(bytes + kFixedHeaderSize, bodySize);
     }
 
     // **Returns** the packet, or null, before anything is allocated, when its length fits neither its buffer
@@ -410,21 +409,20 @@ private:
 
     void writeHeader(CTalRtpPacket& packet, _uint32_t ssrc) const {
         packet.set_version(kVersion);
-        packet.set_pad_flag(m_padding);
-        packet.set_extension_flag(m_extension);
-        packet.set_contrib_src_count(m_csrcCount);
-        packet.set_marker_flag(m_marker);
+        packet.set_pad_flag(readFlag(m_header + kFlagsOffset, kPaddingMask));
+        packet.set_extension_flag(readExtensionFlag(m_header));
+        packet.set_contrib_src_count(readContribCount(m_header));
+        packet.set_marker_flag(readFlag(m_header + kMarkerAndTypeOffset, kMarkerMask));
         packet.set_payload_type(m_payloadType);
         packet.set_sequence_number(m_seq);
-        packet.set_timestamp(m_timestamp);
+        packet.set_timestamp(loadBig32(m_header + kTimestampOffset));
         packet.set_sync_source(ssrc);
     }
 
     // What the packet's own header will say, of which an extension's length lies in the bodies.
     int rebuiltHeaderSize() const {
         unsigned char header[kSpareSize] = {};
-        writeFlag(header + kFlagsOffset, kExtensionMask, m_extension);
-        header[kFlagsOffset] = static_cast<unsigned char>(header[kFlagsOffset] | m_csrcCount);
+        header[kFlagsOffset] = m_header[kFlagsOffset];
         const int offset = extensionOffset(header) + kExtensionLengthOffset;
         header[offset] = bodyByte(offset - kFixedHeaderSize);
         header[offset + 1] = bodyByte(offset - kFixedHeaderSize + 1);
@@ -441,12 +439,10 @@ private:
 
     _uint16_t m_seq;
     int m_bodyCapacity;
-    bool m_padding = false;
-    bool m_extension = false;
-    int m_csrcCount = 0;
-    bool m_marker = false;
+    // Flags, marker bit and timestamp, where a header has them. The sequence numbers between them mean
+    // nothing.
+    unsigned char m_header[kSyncSourceOffset] = {};
     _uint8_t m_payloadType = 0;
-    _uint32_t m_timestamp = 0;
     _uint16_t m_length = 0;
     int m_bodyCount = 0;
     unsigned char* m_bodies[kMaxBodies];
@@ -465,16 +461,26 @@ CTalRtpPacket* CMMRTPSessionBase::recoverPacket(unsigned short seq, CRTPFECPacke
         return nullptr;
     }
     m_index->steps += kXorMaskBits;
+    const _uint16_t base = fecPacket->get_fec_sequence_number_base();
+    const CTalRtpPacket* packets[kXorMaskBits];
+    int count = 0;
+    int length = fecPacket->get_fec_recover_length();
+    _uint64_t present =
+        xorMaskWindow(fecPacket->get_fec_mask()) & m_index->knownNumbers.window(base, kXorMaskBits);
+    for (; present != 0; present &= present - 1) {
+        const int i = __builtin_ctzll(present);
+        packets[count] = getKnownMediaPacket(static_cast<_uint16_t>(base + i));
+        length ^= CPacketAccess::packetSize(*packets[count++]) - kFixedHeaderSize;
+    }
+    // Forged parity mostly fails here, before a byte of a packet is read, unless somebody reads the lines
+    // about packets that are too long.
+    if (static_cast<_uint16_t>(length) > bodyCapacity && !isTraced(TRACE_WARNING)) {
+        return nullptr;
+    }
     CXorRecovery recovery(seq, bodyCapacity);
     recovery.addFecPacket(*fecPacket);
-    const _uint16_t base = fecPacket->get_fec_sequence_number_base();
-    const _uint32_t window = xorMaskWindow(fecPacket->get_fec_mask());
-    for (unsigned int i = 0; i < kXorMaskBits; ++i) {
-        CTalRtpPacket* const packet =
-            (window >> i & 1) != 0 ? getKnownMediaPacket(static_cast<_uint16_t>(base + i)) : nullptr;
-        if (packet != nullptr) {
-            recovery.addMediaPacket(*packet);
-        }
+    for (int i = 0; i < count; ++i) {
+        recovery.addMediaPacket(*packets[i]);
     }
     return recovery.make(fecPacket->get_sync_source());
 }
