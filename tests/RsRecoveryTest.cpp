@@ -450,7 +450,8 @@ protected:
 INSTANTIATE_TEST_SUITE_P(Seeds, RandomLossTest, testing::Range(1u, 121u));
 
 TEST_P(RandomLossTest, AsManyLossesAsFecPacketsAreAllMadeGood) {
-    RandomGroup one(GetParam(), 1);
+    constexpr int kManyMedia = 25;  // up to 40, which are decoded in other ways from 33 on
+    RandomGroup one(GetParam(), GetParam() % 2 != 0 ? 1 : kManyMedia);
     std::vector<Bytes> datagrams = one.group.media;
     datagrams.insert(datagrams.end(), one.group.fec.begin(), one.group.fec.end());
     const int losses = 1 + static_cast<int>(one.random() % static_cast<unsigned int>(one.fecCount));

@@ -54,8 +54,15 @@ unsigned char power(int log) {
 }  // namespace
 
 CRsInterpolation::CRsInterpolation(const unsigned char* present, int count)
-    : m_present(present), m_count(count), m_logOfProduct() {
+    : m_present(present), m_count(count) {
+    if (count <= kFew) {
+        for (int j = 0; j < count; ++j) {
+            m_logOfProduct[pointOf(present[j])] = sumOfLogs(pointOf(present[j]));
+        }
+        return;
+    }
     static const stLogTransform s_logs;
+    std::fill_n(m_logOfProduct, kPoints, 0);
     for (int j = 0; j < count; ++j) {
         m_logOfProduct[pointOf(present[j])] = 1;
     }
@@ -70,11 +77,25 @@ CRsInterpolation::CRsInterpolation(const unsigned char* present, int count)
     }
 }
 
+int CRsInterpolation::sumOfLogs(unsigned char point) const {
+    int sum = 0;
+    for (int j = 0; j < m_count; ++j) {
+        const unsigned char difference = point ^ pointOf(m_present[j]);
+        sum += difference != 0 ? gf_log[difference] : 0;
+    }
+    return sum % kGroupOrder;
+}
+
+int CRsInterpolation::logOfMissing(unsigned char point) const {
+    return m_count <= kFew ? sumOfLogs(point) : m_logOfProduct[point];
+}
+
 void CRsInterpolation::fillRow(unsigned char missing, unsigned char* row) const {
     const unsigned char s = pointOf(missing);
+    const int logOfAll = logOfMissing(s);
     for (int j = 0; j < m_count; ++j) {
         const unsigned char p = pointOf(m_present[j]);
-        row[j] = power(m_logOfProduct[s] + (kGroupOrder - m_logOfProduct[p]) + (kGroupOrder - gf_log[s ^ p]));
+        row[j] = power(logOfAll + (kGroupOrder - m_logOfProduct[p]) + (kGroupOrder - gf_log[s ^ p]));
     }
 }
 
@@ -119,7 +140,7 @@ void CRsInterpolation::probe(const unsigned char* missing, int missingCount, uns
     }
     getKernels().gf->multiply({rows, columns, values, kPoints, sources, m_count}, width);
     for (int i = 0; i < missingCount; ++i) {
-        const unsigned char* const factor = gf_mul_table[gf_exp[m_logOfProduct[points[i]]]];
+        const unsigned char* const factor = gf_mul_table[gf_exp[logOfMissing(points[i])]];
         for (int c = 0; c < columns; ++c) {
             rows[c][i] = factor[rows[c][i]];
         }

@@ -36,9 +36,16 @@ public:
                unsigned char* scratch, unsigned char* result) const;
 
 private:
+    // Up to as many present blocks, the products are cheaper one by one than those of all points at once.
+    static constexpr int kFew = 32;
+
+    int sumOfLogs(unsigned char point) const;
+    int logOfMissing(unsigned char point) const;
+
     const unsigned char* m_present;
     int m_count;
-    // By point x: the logarithm of the product of x - p over the present points p other than x.
+    // By point x: the logarithm of the product of x - p over the present points p other than x. When these
+    // are few, for them only.
     int m_logOfProduct[kMaxPositions];
 };
 
