@@ -32,6 +32,12 @@
 
 namespace talrtp {
 
+namespace {
+
+constexpr _uint16_t kLastNumber = 0xffff;  // the next one is 0
+
+}  // namespace
+
 void deployXorProcess(unsigned char* dst, unsigned char* src1, unsigned char* src2, int length) {
     if (length > 0) {
         xorBlocks(dst, src1, src2, static_cast<std::size_t>(length));
@@ -188,9 +194,10 @@ void CMMRTPSessionBase::retryFecPackets() {
         ++m_index->steps;
         m_index->prefetchFecBehind(seq);
         retryFecPacket(seq);
-        if (++seq == 0) {
+        if (seq == kLastNumber) {
             return;
         }
+        ++seq;
     }
 }
 
@@ -347,6 +354,8 @@ void CMMRTPSessionBase::recoverPacketWithXORFEC(CRTPFECPacket* fecPacket, bool& 
 }
 
 namespace {
+
+constexpr _uint16_t kLastNumber = 0xffff;  // the next one is 0
 
 // A packet under reconstruction: what is XORed together of the headers, and the bodies behind the fixed
 // headers, which are touched only when the packet's length and header turn out to fit.

@@ -15,6 +15,17 @@
 
 namespace talrtp {
 
+namespace {
+
+// Returns the number of the packet to make and counts on; 65535 is followed by 0.
+inline _uint16_t nextNumber(_uint16_t& number) {
+    const _uint16_t result = number;
+    number = static_cast<_uint16_t>(number + 1);
+    return result;
+}
+
+}  // namespace
+
 // --- Headers and payloads ---
 
 int CMMRTPSessionBase::setPacketHeader(unsigned long timestamp, CTalRtpPacket* packet) {
@@ -30,7 +41,8 @@ int CMMRTPSessionBase::setPacketHeader(unsigned long timestamp, CTalRtpPacket* p
 // Writes the header of the next media packet.
 void CMMRTPSessionBase::writePacketHeader(_uint32_t timestamp, CTalRtpPacket& packet) {
     ++m_createdMediaPacketNumber;
-    CPacketAccess::writeHeader(packet, kMarkerMask, m_payloadType, m_sequenceNumber++, timestamp, m_sourceId);
+    CPacketAccess::writeHeader(packet, kMarkerMask, m_payloadType, nextNumber(m_sequenceNumber), timestamp,
+                               m_sourceId);
 }
 
 int CMMRTPSessionBase::setPacketPayload(int index, int count, int size, unsigned char* data,
@@ -303,8 +315,8 @@ int CMMRTPSessionBase::CreateXorFecPackets(CTalRtpPacket* pPacket, int count, un
 
     ++m_createdFECPacketNumber;
     CPacketAccess::clear(*pFecPacket);
-    CPacketAccess::writeHeader(*pFecPacket, 0, m_fecPayloadType, m_fecSequenceNumber++, selection.timestamp,
-                               m_sourceId);
+    CPacketAccess::writeHeader(*pFecPacket, 0, m_fecPayloadType, nextNumber(m_fecSequenceNumber),
+                               selection.timestamp, m_sourceId);
     unsigned char* const payload =
         CPacketAccess::beginPayload(*pFecPacket, selection.maxLen + kFecHeaderSize, kFecHeaderSize);
     unsigned char* const area = payload + kFecHeaderSize;
@@ -462,7 +474,7 @@ int CMMRTPSessionBase::CreateRsFecPackets(CTalRtpPacket* pPacket, int count, CTa
     for (int j = 0; j < fecCount; ++j) {
         CTalRtpPacket& fecPacket = pFecPacket[j];
         ++m_createdFECPacketNumber;
-        fecPacket.set_sequence_number(m_fecSequenceNumber++);
+        fecPacket.set_sequence_number(nextNumber(m_fecSequenceNumber));
         writeRsHeader(fecPacket.get_payload_ptr(), span.minSeq, count, j, fecCount,
                       encoding.recoverLength(j));
     }
