@@ -355,8 +355,6 @@ void CMMRTPSessionBase::recoverPacketWithXORFEC(CRTPFECPacket* fecPacket, bool& 
 
 namespace {
 
-constexpr _uint16_t kLastNumber = 0xffff;  // the next one is 0
-
 // A packet under reconstruction: what is XORed together of the headers, and the bodies behind the fixed
 // headers, which are touched only when the packet's length and header turn out to fit.
 class CXorRecovery {
