@@ -209,6 +209,7 @@ void CMMRTPSessionBase::retryFecPacket(unsigned short seq) {
         m_index->waiting.waitAgain(seq);
         return;
     }
+    // NOLINTNEXTLINE(clang-analyzer-core.CallAndMessage): only numbers of stored packets are worth trying
     removeFECInfoFromList(fecPacket->get_timestamp(), seq);
     eraseFecPacket(seq);
 }

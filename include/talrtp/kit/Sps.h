@@ -9,7 +9,9 @@
 #include <talrtp/kit/NalUnit.h>
 #include <talrtp/kit/RbspReader.h>
 
+#include <algorithm>
 #include <cstdint>
+#include <iterator>
 #include <numeric>
 #include <optional>
 
@@ -95,13 +97,8 @@ private:
     }
 
     bool hasChromaFields() const {
-        for (const unsigned int profile :
-             {100U, 110U, 122U, 244U, 44U, 83U, 86U, 118U, 128U, 138U, 139U, 134U, 135U}) {
-            if (m_info.profile == profile) {
-                return true;
-            }
-        }
-        return false;
+        constexpr unsigned int kProfiles[] = {100, 110, 122, 244, 44, 83, 86, 118, 128, 138, 139, 134, 135};
+        return std::find(std::begin(kProfiles), std::end(kProfiles), m_info.profile) != std::end(kProfiles);
     }
 
     void readChroma() {
