@@ -237,9 +237,9 @@ Bytes fragment(unsigned int seq, unsigned char startAndEnd) {
     return datagram;
 }
 
-// Feeds the unit and then `kStrays` middle fragments with the numbers behind it.
+// Feeds the unit and then `kStrays` middle fragments with the numbers after it.
 template <typename Input>
-Times straysBehindAWholeUnit(Input input) {
+Times straysAfterAWholeUnit(Input input) {
     for (unsigned int i = 0; i < kFragments; ++i) {
         Bytes datagram = fragment(i, i == 0 ? 0x80 : i == kFragments - 1 ? 0x40 : 0);
         input(datagram);
@@ -256,14 +256,14 @@ Times straysBehindAWholeUnit(Input input) {
 
 void strayFragments() {
     Receiver receiver(RTP_FEC_XOR);
-    report("stray fragment behind a unit of 4.7 MB, raw call",
-           straysBehindAWholeUnit([&](Bytes& datagram) { receiver.input(datagram); }));
+    report("stray fragment after a unit of 4.7 MB, raw call",
+           straysAfterAWholeUnit([&](Bytes& datagram) { receiver.input(datagram); }));
 
     std::size_t played = 0;
     kit::ReceiverOptions options;
     options.firstSequence = 0;
     kit::Receiver guarded(options, [&](const kit::Picture& picture) { played += picture.annexB().size(); });
-    report("the same, pushed into the kit's receiver", straysBehindAWholeUnit([&](const Bytes& datagram) {
+    report("the same, pushed into the kit's receiver", straysAfterAWholeUnit([&](const Bytes& datagram) {
                guarded.push(kit::BytesView(datagram.data(), datagram.size()), kit::TimePoint());
            }));
     std::printf("%-52s %10zu bytes, of strays %llu refused\n", "  the kit played", played,

@@ -40,7 +40,7 @@ int runProgram(int argc, char** argv) {
     }
 }
 
-// What was printed may wait in a buffer until now.
+// Printed text may still be in the buffer of the stream.
 void closeOutput() {
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
         throw CHostError(fmt::format("cannot write to standard output: {}", std::strerror(errno)));

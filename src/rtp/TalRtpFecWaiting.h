@@ -12,9 +12,9 @@
 // groups by itself: those begin at most 255 numbers before it, and each was filed for a FEC packet at most
 // 255 numbers behind its begin, so there are at most 511.
 //
-// XOR groups protect any of 24 packets, and are ready when all but one of these are at hand. Those that wait
-// over one base form a tree by what they protect, in which each subtree knows what all of it protect, and
-// what any of it does. An arrival leaves out the subtrees that all protect two missing packets, and those
+// XOR groups protect any of 24 packets, and are ready when all but one of these are available. Those that
+// wait over one base form a tree by what they protect, in which each subtree knows what all of it protect,
+// and what any of it does. An arrival leaves out the subtrees that all protect two missing packets, and those
 // that nobody of protects the one that arrived.
 //
 // A number that leaves again (its timestamp aged out) makes groups wait longer. Media numbers that left are
@@ -110,7 +110,7 @@ private:
         unsigned char mediaCount;
         unsigned char fecCount;
     };
-    // What groups protect, in bits: bit i for media packet base + i.
+    // Media packets that groups protect: bit i is the packet base + i.
     struct Span {
         _uint32_t common;  // all of them
         _uint32_t any;     // at least one

@@ -35,7 +35,7 @@ constexpr int kElementOverhead = 2;  // the header byte, and the length field co
 constexpr int kMaxElementSize = 17;
 constexpr unsigned char kElementPadding = 0;
 
-// What `CPacketAccess::replacedBuffers` returns.
+// The count that `CPacketAccess::replacedBuffers` returns.
 thread_local unsigned int s_replacedBuffers = 0;
 
 std::size_t allocationSize(int capacity) {

@@ -137,7 +137,7 @@ bool CReceiveIndex::findEnd(_uint16_t start, _uint16_t& end) const {
     return isEnd;
 }
 
-void CReceiveIndex::prefetchFecBehind(_uint16_t seq) const {
+void CReceiveIndex::prefetchFecAfter(_uint16_t seq) const {
     constexpr int kFar = 16;
     constexpr int kNear = 8;
     const stFecSlot& far = fec.peek(static_cast<_uint16_t>(seq + kFar));

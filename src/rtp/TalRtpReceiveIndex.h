@@ -149,8 +149,8 @@ public:
     // --- FEC packets ---
 
     void removeFec(_uint16_t seq);
-    // Fetches what a try will read, and its end will touch, of the FEC packets some numbers behind `seq`.
-    void prefetchFecBehind(_uint16_t seq) const;
+    // Fetches what a try will read, and its end will touch, of the FEC packets some numbers after `seq`.
+    void prefetchFecAfter(_uint16_t seq) const;
 
     CSlotTable<stFecSlot> fec;
     CSequenceSet fecNumbers;                // stored FEC packets

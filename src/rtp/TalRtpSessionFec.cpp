@@ -192,7 +192,7 @@ void CMMRTPSessionBase::retryFecPackets() {
     const CSequenceSet& worthTrying = isEvery ? m_index->fecNumbers : m_index->waiting.ready();
     while (worthTrying.findUpward(seq, seq)) {
         ++m_index->steps;
-        m_index->prefetchFecBehind(seq);
+        m_index->prefetchFecAfter(seq);
         retryFecPacket(seq);
         if (seq == kLastNumber) {
             return;
