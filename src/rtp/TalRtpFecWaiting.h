@@ -166,6 +166,7 @@ private:
     static void passOn(XorGroup*) {}
     static void sumUp(RsGroup* group);
     static void sumUp(XorGroup* group);
+    // These call themselves once for each level. NOLINTBEGIN(misc-no-recursion)
     template <typename Kind>
     static void split(Kind* group, const Kind& at, Kind*& below, Kind*& rest);
     template <typename Kind>
@@ -175,8 +176,8 @@ private:
     template <typename Kind>
     static Kind* erase(Kind* root, const Kind& group);
     template <typename Change>
-    // NOLINTNEXTLINE(misc-no-recursion): once for each level, as the walks of the tree
     void change(RsGroup* root, RsGroup& group, Change apply);
+    // NOLINTEND(misc-no-recursion)
     void addToLonger(RsGroup* group, unsigned int distance, int change);
     void takeReady(RsGroup* group);
 

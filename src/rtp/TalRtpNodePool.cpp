@@ -135,11 +135,13 @@ CNodePool::Page* CNodePool::makePage(std::size_t index) {
     }
     *page = Page{nullptr, nullptr, nullptr, index, 0, 0, false};
     const std::size_t nodeSize = index * kGranularity;
-    for (std::size_t i = Page::room() / nodeSize; i-- > 0;) {
-        Node* const node = reinterpret_cast<Node*>(page->nodes() + i * nodeSize);
+    std::size_t count = Page::room() / nodeSize;  // at least one
+    do {
+        --count;
+        Node* const node = reinterpret_cast<Node*>(page->nodes() + count * nodeSize);
         node->next = page->returned;
         page->returned = node;
-    }
+    } while (count > 0);
     poison(page->nodes(), Page::room());
     return page;
 }
