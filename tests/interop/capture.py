@@ -127,16 +127,17 @@ def members(packet, scheme):
 
 def fec_groups(capture, scheme):
     """Returns (media packets missing, those of them that no FEC brings back)."""
-    arrived = {packet.sequence for packet in capture.packets if packet.type == MEDIA_TYPE}
+    numbers = [packet.sequence for packet in capture.packets if packet.type == MEDIA_TYPE]
+    arrived = set(numbers)
     parity = {}
     for packet in capture.packets:
         if packet.type == FEC_TYPE:
             group = members(packet, scheme)
             parity[group] = parity.get(group, 0) + 1
     covered = {number for group in parity for number in group}
-    first = min((packet.sequence for packet in capture.packets if packet.type == MEDIA_TYPE),
-                key=lambda number: distance(number, capture.packets[0].sequence))
-    last = max(arrived, key=lambda number: distance(number, first))
+    # Numbers wrap around, so they are compared by their distance from one of them.
+    first = min(arrived, key=lambda number: distance(number, numbers[0]))
+    last = max(arrived, key=lambda number: distance(number, numbers[0]))
     everything = {(first + i) % 0x10000 for i in range(distance(last, first) + 1)} | covered
     missing = everything - arrived
     beyond = set(missing)
