@@ -72,8 +72,8 @@ std::string synopsisOf(const CLI::App& command) {
     }
     for (const CLI::Option* each : command.get_options()) {
         if (each->get_required() && !each->get_positional()) {
-            line += fmt::format(" \\fB{}\\fR \\fI{}\\fR", escape(each->get_name()),
-                                escape(each->get_type_name()));
+            line +=
+                fmt::format(R"( \fB{}\fR \fI{}\fR)", escape(each->get_name()), escape(each->get_type_name()));
         }
     }
     return line + (command.get_subcommands({}).empty() ? "\n" : " \\fICOMMAND\\fR ...\n");
@@ -82,10 +82,10 @@ std::string synopsisOf(const CLI::App& command) {
 std::string namesOf(const CLI::Option& option) {
     std::string names;
     for (const std::string& each : option.get_snames()) {
-        names += fmt::format("{}\\fB\\-{}\\fR", names.empty() ? "" : ", ", escape(each));
+        names += fmt::format(R"({}\fB\-{}\fR)", names.empty() ? "" : ", ", escape(each));
     }
     for (const std::string& each : option.get_lnames()) {
-        names += fmt::format("{}\\fB\\-\\-{}\\fR", names.empty() ? "" : ", ", escape(each));
+        names += fmt::format(R"({}\fB\-\-{}\fR)", names.empty() ? "" : ", ", escape(each));
     }
     return names;
 }

@@ -15,8 +15,12 @@ constexpr double kFractionUnit = 256;
 
 }  // namespace
 
-CSenderRtcp::CSenderRtcp(Socket socket, const Endpoint& remote, kit::Form form, std::uint32_t ssrc)
-    : m_reader(std::move(socket)), m_remote(remote), m_form(form), m_ssrc(ssrc), m_cname(makeCname()) {}
+CSenderRtcp::CSenderRtcp(Socket socket, Endpoint remote, kit::Form form, std::uint32_t ssrc)
+    : m_reader(std::move(socket)),
+      m_remote(std::move(remote)),
+      m_form(form),
+      m_ssrc(ssrc),
+      m_cname(makeCname()) {}
 
 void CSenderRtcp::start(NtpClock clock, Tap tap, std::function<void()> onReport) {
     m_clock = std::move(clock);

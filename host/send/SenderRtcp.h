@@ -37,7 +37,7 @@ public:
     // A report of a receiver that does not stay is forgotten for a newer one beyond this many.
     static constexpr std::size_t kMaxReceivers = 64;
 
-    CSenderRtcp(Socket socket, const Endpoint& remote, kit::Form form, std::uint32_t ssrc);
+    CSenderRtcp(Socket socket, Endpoint remote, kit::Form form, std::uint32_t ssrc);
 
     // Waits for reports from now on. `onReport` is called after each datagram that held one.
     void start(NtpClock clock, Tap tap, std::function<void()> onReport);
