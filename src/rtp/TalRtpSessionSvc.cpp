@@ -243,12 +243,10 @@ void CMMRTPSession4SVC::dealOwnPacket(CTalRtpPacket* packet, const stTalRtpDataI
 }
 
 // Does what `updateMediaDataInfo` does. **Lends** the record of the packet's unit, if its start is known.
+// Only a derived class can put null records into the lists, so there are none.
 stTalRtpDataInfo* CMMRTPSession4SVC::updateOwnDataInfo(unsigned int timestamp, unsigned short seq,
                                                        bool starts, bool ends) {
     stTalRtpTSRecord* const record = noteMediaPacket(timestamp, seq);
-    if (record == nullptr) {
-        return nullptr;
-    }
     stOpenUnit& open = m_index->openUnit;
     const unsigned short next = static_cast<unsigned short>(seq + 1);
     if (open.owner == record && open.next == seq && !starts && !m_index->mediaNumbers.contains(next)) {
@@ -262,7 +260,7 @@ stTalRtpDataInfo* CMMRTPSession4SVC::updateOwnDataInfo(unsigned int timestamp, u
         return nullptr;
     }
     stTalRtpDataInfo* const unit = findOrMakeDataInfo(record, start);
-    if (unit == nullptr || unit->complete) {
+    if (unit->complete) {
         return unit;
     }
     unsigned short end;
