@@ -146,6 +146,8 @@ class Session : public CMMRTPSession4SVC {
 public:
     explicit Session(ITalRTPSessionSink* sink) : CMMRTPSession4SVC(sink, kSourceId) {}
 
+    const CTalRtpPacket* getPacket(unsigned short seq) const { return getMediaPacketBySeq(seq); }
+
     // Holds the lists against the look-ups and the notes.
     void expectInStep() const {
         std::map<unsigned short, int> mediaNotes;
@@ -322,6 +324,52 @@ TEST(AllocationFailureTest, ReedSolomonGroupCompletedByAMediaPacket) {
                       {10, 11, 12, 13});
 }
 
+// Nodes come in pages, so what is refused for a packet depends on how many were stored before.
+TEST(AllocationFailureTest, NewTimestampAtEveryFillOfThePages) {
+    std::vector<Bytes> before;
+    for (unsigned short seq = 1000; seq < 1090; ++seq) {
+        before.push_back(rtp(seq, kTimestamp + seq, unitOf(seq)));
+        refuseInReceiving(RTP_FEC_RS, before, {rtp(1, kTimestamp, unitOf(1))}, {1});
+    }
+}
+
+TEST(AllocationFailureTest, RebuiltPacketAtEveryFillOfThePages) {
+    const Group group(RTP_FEC_XOR, 1, 1);
+    std::vector<Bytes> before;
+    for (unsigned short seq = 1000; seq < 1090; ++seq) {
+        before.push_back(rtp(seq, kTimestamp + seq, unitOf(seq)));
+        refuseInReceiving(RTP_FEC_XOR, before, {group.fec[0]}, {10});
+    }
+}
+
+TEST(AllocationFailureTest, ReedSolomonGroupThatFindsNoMemoryIsReported) {
+    const Group group(RTP_FEC_RS, 4, 2);
+    bool isReported = false;
+    refuseEach<Receiver>(
+        [&](Receiver& receiver) {
+            receiver.session->SetFecType(RTP_FEC_RS);
+            for (const Bytes& datagram : {group.fec[0], group.fec[1], group.media[1]}) {
+                receiver.input(datagram);
+            }
+            TraceCatcher trace(0);
+            trace.onLine = [](const TraceLine&) { s_refusal.isLasting = false; };
+            receiver.inputArmed(group.media[3]);
+            const std::vector<std::string> failed = {
+                "CMMRTPSessionBase::CreateRsFecPackets get rs model failed, k = 4, n = 6"};
+            isReported |= trace.messages() == failed;
+            EXPECT_TRUE(trace.lines().empty() || trace.messages() == failed);
+            EXPECT_TRUE(trace.lines().empty() || s_refusal.isHit);
+        },
+        [&](Receiver& receiver, bool) {
+            receiver.input(group.media[3]);
+            receiver.input(rtp(100, kTimestamp, unitOf(100)));
+            for (unsigned short seq = 10; seq < 14; ++seq) {
+                EXPECT_NE(receiver.session->getPacket(seq), nullptr) << seq;
+            }
+        });
+    EXPECT_TRUE(isReported);
+}
+
 TEST(AllocationFailureTest, ForcedHandoverIsMadeLater) {
     refuseEach<Receiver>(
         [](Receiver& receiver) {
@@ -336,6 +384,33 @@ TEST(AllocationFailureTest, ForcedHandoverIsMadeLater) {
         [](Receiver& receiver, bool isHit) {
             EXPECT_EQ(receiver.session->ForceHandover(kTimestamp), isHit ? 0 : 1);
             EXPECT_EQ(receiver.sink.handovers[1], 1);
+        });
+}
+
+TEST(AllocationFailureTest, ForcedHandoverOfAnAggregationPacketIsMadeLater) {
+    refuseEach<Receiver>(
+        [](Receiver& receiver) {
+            const Refusal wanted = s_refusal;
+            s_refusal.isLasting = true;  // so that the packet is stored and not handed over
+            s_refusal.nth = 1;
+            receiver.input(rtp(1, kTimestamp, unitOf(1)));
+            Bytes datagram = rtp(2, kTimestamp + 1, aggregation({pattern(5000, 1), pattern(5000, 2)}));
+            for (s_refusal.nth = 1; receiver.sink.handovers.count(2) == 0; ++s_refusal.nth) {
+                ASSERT_LE(s_refusal.nth, 100);
+                s_refusal.count = 0;
+                receiver.inputArmed(datagram);
+                if (receiver.session->getPacket(2) != nullptr) {
+                    break;
+                }
+            }
+            ASSERT_EQ(receiver.sink.handovers.count(2), 0u);
+            s_refusal = wanted;
+            const int result = armed([&] { return receiver.session->ForceHandover(kTimestamp + 1); });
+            EXPECT_EQ(result, s_refusal.isHit ? -1 : 0);
+        },
+        [](Receiver& receiver, bool isHit) {
+            EXPECT_EQ(receiver.session->ForceHandover(kTimestamp + 1), isHit ? 0 : 1);
+            EXPECT_EQ(receiver.sink.handovers[2], 1);
         });
 }
 
@@ -370,6 +445,67 @@ TEST(AllocationFailureTest, ModelThatIsNotMadeIsMadeLater) {
             EXPECT_EQ(model == nullptr, s_refusal.isHit);
             EXPECT_NE(GetRsModel(4, 6), nullptr);
             RsMapClear();
+        },
+        [](Nothing&, bool) {});
+}
+
+// As many lost blocks as need rows on the heap.
+TEST(AllocationFailureTest, BlocksThatAreNotRebuiltStayAsTheyWere) {
+    constexpr int kMedia = 20;
+    constexpr int kLost = 17;
+    rs_param_* const model = GetRsModel(kMedia, kMedia + kLost);
+    std::vector<Bytes> blocks;
+    std::vector<unsigned char*> places;
+    for (unsigned int i = 0; i < kMedia + kLost; ++i) {
+        blocks.push_back(pattern(50, i));
+    }
+    for (Bytes& block : blocks) {
+        places.push_back(block.data());
+    }
+    ASSERT_EQ(CRsFec::Encode(model, places.data(), 50, places.data() + kMedia), 0);
+    refuseEach<Nothing>(
+        [&](Nothing&) {
+            std::vector<unsigned char*> present(places.begin() + kLost, places.end());
+            std::vector<int> index;
+            std::vector<int> lost;
+            std::vector<Bytes> rebuilt(kLost, Bytes(50, 0xee));
+            std::vector<unsigned char*> out;
+            for (int i = 0; i < kMedia; ++i) {
+                index.push_back(kLost + i);
+            }
+            for (int i = 0; i < kLost; ++i) {
+                lost.push_back(i);
+                out.push_back(rebuilt[static_cast<std::size_t>(i)].data());
+            }
+            const int result = armed([&] {
+                return CRsFec::Decode(model, present.data(), 50, index.data(), out.data(), lost.data(),
+                                      kLost);
+            });
+            for (std::size_t i = 0; i < kLost; ++i) {
+                EXPECT_EQ(rebuilt[i], result == 0 ? blocks[i] : Bytes(50, 0xee)) << i;
+            }
+            EXPECT_TRUE(result == 0 || (result == 1 && s_refusal.isHit)) << result;
+        },
+        [](Nothing&, bool) {});
+    RsMapClear();
+}
+
+class CutPacketSink : public ITalRTCPStackSink {
+public:
+    void OnRtcpPacket(unsigned char*, int) override { ++packets; }
+    int packets = 0;
+};
+
+TEST(AllocationFailureTest, CutRtcpPacketIsRefusedOrHandedOver) {
+    refuseEach<Nothing>(
+        [](Nothing&) {
+            Bytes cut = {0x81, 201, 0, 7, 0x11, 0x22, 0x33, 0x44};  // tells 32 bytes
+            CutPacketSink sink;
+            CTalRTCPStack stack;
+            const std::int64_t result = armed(
+                [&] { return stack.InputReceivedRtcpData(&sink, cut.data(), static_cast<int>(cut.size())); });
+            EXPECT_EQ(result, s_refusal.isHit ? -1 : 0);
+            EXPECT_EQ(sink.packets, s_refusal.isHit ? 0 : 1);
         },
         [](Nothing&, bool) {});
 }

@@ -395,6 +395,42 @@ TEST_F(ReceiveTest, NullRecordOfATimestampStaysAndThePacketIsDealt) {
     EXPECT_EQ(session.ForceHandover(kTimestamp), 1);
 }
 
+TEST_F(ReceiveTest, NullRecordOfATimestampLeavesAFecPacketWithoutANote) {
+    session.SetFecType(RTP_FEC_XOR);
+    session.m_tsInfoList[kTimestamp] = nullptr;
+    media(1);
+    receive(waitingFec(700));
+    EXPECT_NE(session.getFECPacketBySeq(700), nullptr);
+    EXPECT_EQ(session.m_tsInfoList[kTimestamp], nullptr);
+}
+
+TEST_F(ReceiveTest, NullRecordOfAUnitStaysAndIsPassedOver) {
+    media(1, fragment(kStart, {1}));
+    session.tsInfo(kTimestamp)->dataInfoMap[3] = nullptr;
+    session.updateMediaDataInfo(kTimestamp, 2);
+    media(3);
+    expectDelivered({3});
+    EXPECT_EQ(session.tsInfo(kTimestamp)->dataInfoMap[3], nullptr);
+    EXPECT_EQ(session.ForceHandover(kTimestamp), 0);
+    ASSERT_EQ(sink.handovers.size(), 1u);
+    EXPECT_EQ(sink.handovers[0].seq, 1);
+    sink.handovers.clear();
+    at(6001);
+    picture(kTimestamp + 1);
+    media(4);
+    expectDelivered({4});
+    EXPECT_EQ(session.tsInfo(kTimestamp), nullptr);
+}
+
+TEST_F(ReceiveTest, NullEntryOfTheRebuiltListIsDroppedBesideAPacket) {
+    session.m_recoverPacketList[4] = nullptr;
+    Bytes bytes = rtp(5, kTimestamp, unitOf(5));
+    session.m_recoverPacketList[5] = new CTalRtpPacket(bytes.data(), static_cast<int>(bytes.size()));
+    session.dealRecoverPacketList();
+    expectDelivered({5});
+    EXPECT_THAT(session.m_recoverPacketList, IsEmpty());
+}
+
 TEST_F(ReceiveTest, NullEntriesAreClearedWithTheOthers) {
     session.SetFecType(RTP_FEC_XOR);
     const Bytes fec = waitingFec(0);

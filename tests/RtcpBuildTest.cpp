@@ -421,6 +421,12 @@ TEST_F(RtcpCompoundTest, NullArraysAndNullPacketsAreRefusedWithLenUntouched) {
     });
 }
 
+TEST_F(RtcpCompoundTest, NullPacketWithoutBytesTakesNoRoom) {
+    const Built built = compound(8, {nullptr, first.data()}, {0, 8});
+    EXPECT_EQ(0, built.result);
+    EXPECT_EQ(first, built.written());
+}
+
 TEST_F(RtcpCompoundTest, FirstPacketMayAlreadyStandInTheBuffer) {
     Bytes buf(20, kUntouched);
     std::copy(first.begin(), first.end(), buf.begin());
