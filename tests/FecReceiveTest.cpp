@@ -213,6 +213,19 @@ TEST_F(FecReceiveTest, RebuiltPacketThatTheNetworkBroughtFirstIsReportedAndDropp
     EXPECT_THAT(session.m_recoverPacketList, IsEmpty());
 }
 
+TEST_F(FecReceiveTest, PacketThatIsDroppedBecauseTheNetworkBroughtItIsAWarning) {
+    Bytes bytes = parityOver(500, {5});
+    CRTPFECPacket fec(bytes.data(), static_cast<int>(bytes.size()));
+    bool keep = true;
+    session.recoverPacketWithFEC(&fec, keep);
+    trace.clear();
+    trace.setMask(0);
+    media(5);
+    expectDelivered({5});
+    expectLines({});
+    EXPECT_THAT(session.m_recoverPacketList, IsEmpty());
+}
+
 TEST_F(FecReceiveTest, RebuiltFragmentCompletesItsRun) {
     XorFec fec;
     fec.base = 11;
@@ -414,6 +427,15 @@ TEST_F(FecReceiveTest, OnlyTheFirstOfTwoEqualNotesIsForgotten) {
     EXPECT_THAT(session.tsInfo(kTimestamp)->fecSeqList, ElementsAre(8, 7));
     session.removeFECInfoFromList(kTimestamp, 7);
     EXPECT_THAT(session.tsInfo(kTimestamp)->fecSeqList, ElementsAre(8));
+}
+
+TEST_F(FecReceiveTest, SecondNoteOfAStoredPacketStaysWhenTheFirstIsForgotten) {
+    receive(parityOver(500, {4, 5}));
+    session.updateFECListInfo(kTimestamp, 500);
+    EXPECT_THAT(session.tsInfo(kTimestamp)->fecSeqList, ElementsAre(500, 500));
+    session.updateFECListInfo(kTimestamp, 501);
+    session.removeFECInfoFromList(kTimestamp, 500);
+    EXPECT_THAT(session.tsInfo(kTimestamp)->fecSeqList, ElementsAre(500, 501));
 }
 
 TEST_F(FecReceiveTest, NoteOfAPacketThatIsNotStoredAgesOutWithItsTimestamp) {

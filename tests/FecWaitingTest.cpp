@@ -252,6 +252,56 @@ TEST_F(FecWaitingTest, RandomGroupsAreReadyWhenTheyLackNothing) {
     }
 }
 
+// Media packets are counted for all groups of a base at once, FEC packets for one group of them.
+TEST_F(FecWaitingTest, CountsOfAllGroupsAndOfSingleOnesAddUp) {
+    constexpr unsigned int kGroups = 64;
+    for (unsigned int i = 0; i < kGroups; ++i) {
+        addRs(i, 100, 4, 1000 + 10 * i, 2);
+    }
+    for (unsigned int round = 0; round < 2; ++round) {
+        mediaArrives(100 + round);
+        ASSERT_TRUE(ready().empty());
+        for (unsigned int i = 0; i < kGroups; ++i) {
+            fecArrives(1000 + 10 * i + round);
+            ASSERT_EQ(ready(), expectedReady()) << "round " << round << ", group " << i;
+        }
+    }
+    EXPECT_EQ(ready().size(), kGroups);
+}
+
+TEST_F(FecWaitingTest, MediaPacketCompletesTheGroupsThatAFecPacketBroughtNear) {
+    constexpr unsigned int kGroups = 64;
+    for (unsigned int i = 0; i < kGroups; ++i) {
+        addRs(i, 100, 4, 1000 + 10 * i, 2);
+    }
+    mediaArrives(100);
+    for (unsigned int i = 0; i < kGroups; i += 2) {
+        fecArrives(1000 + 10 * i);
+    }
+    mediaArrives(101);
+    ASSERT_TRUE(ready().empty());
+    mediaArrives(102);
+    ASSERT_EQ(ready(), expectedReady());
+    EXPECT_EQ(ready().size(), kGroups / 2);
+}
+
+// A new group takes the memory of the one that left.
+TEST_F(FecWaitingTest, GroupThatLeavesItsFecBaseLeavesTheOthersThere) {
+    for (unsigned int leaving = 0; leaving < 3; ++leaving) {
+        const unsigned int base = 1000 * leaving;
+        for (unsigned int i = 0; i < 3; ++i) {
+            addRs(base + i, base + 100 * i, 1, base + 500, 1);
+        }
+        remove(base + leaving);
+        addRs(base + 3, base + 300, 1, base + 600, 1);
+        fecArrives(base + 500);
+        ASSERT_EQ(ready(), expectedReady()) << leaving;
+        fecArrives(base + 600);
+        ASSERT_EQ(ready(), expectedReady()) << leaving;
+    }
+    EXPECT_EQ(ready().size(), 9u);
+}
+
 TEST_F(FecWaitingTest, PacketThatJoinsAReadyGroupIsReady) {
     addRs(1, 100, 2, 50, 1);
     mediaArrives(100);

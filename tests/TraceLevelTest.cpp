@@ -168,6 +168,11 @@ TEST(TraceLevelTest, OfFecPacketsThatCannotBeMade) {
              int lengths[] = {MAX_PACKET_SIZE + 1, 1};
              return CRsFec::Encode(GetRsModel(2, 3), nullptr, lengths, nullptr);
          }},
+        {"blocks of a size that is too long to decode", WARNING_LINE,
+         [](SvcProbe&) {
+             return CRsFec::Decode(GetRsModel(2, 3), nullptr, MAX_PACKET_SIZE + 1, nullptr, nullptr, nullptr,
+                                   1);
+         }},
         {"blocks that are too long to decode", WARNING_LINE,
          [](SvcProbe&) {
              int lengths[] = {MAX_PACKET_SIZE + 1, 1};
