@@ -1,6 +1,7 @@
 #include "Gnuplot.h"
 
 #include "HostError.h"
+#include "Interrupt.h"
 
 #include <fmt/format.h>
 
@@ -49,6 +50,7 @@ void drawWithGnuplot(const std::string& commands, const std::string& path) {
     std::fwrite(commands.data(), 1, commands.size(), gnuplot);
     const int status = pclose(gnuplot);
     std::signal(SIGPIPE, outer);
+    throwIfInterrupted();  // Ctrl-C ends gnuplot as well
     if (status != 0) {
         throw CHostError("the plot cannot be drawn; is gnuplot installed?");
     }

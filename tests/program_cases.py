@@ -9,6 +9,7 @@ each in a folder of its own:
 import json
 import os
 import random
+import signal
 import subprocess
 import sys
 import tempfile
@@ -81,6 +82,16 @@ def fails(status, text, *arguments, **options):
     check(text in outcome.err, f"{arguments}: no '{text}' in: {outcome.err}")
     equal(len(outcome.err.splitlines()), 1, f"{arguments}: lines on stderr: {outcome.err}")
     return outcome
+
+
+def status_of(process, name):
+    """A line of what the system knows of a process, by the number of the process."""
+    with open(f"/proc/{process}/status", encoding="ascii") as file:
+        return next(line.split()[1] for line in file if line.startswith(name + ":"))
+
+
+def catches_interrupt(process):
+    return int(status_of(process, "SigCgt"), 16) >> (signal.SIGINT - 1) & 1 == 1
 
 
 # ---- ports

@@ -1,6 +1,7 @@
 #include "inspect/Command.h"
 
 #include "HostError.h"
+#include "Interrupt.h"
 #include "SdpFile.h"
 #include "inspect/CaptureReader.h"
 #include "inspect/Plot.h"
@@ -150,6 +151,7 @@ private:
         if (m_sdp) {
             options.parameterSets = m_sdp->parameterSets;
         }
+        catchInterrupt();
         COutputFile file(m_replayPath);
         const kit::Statistics statistics = replayCapture(m_path, options, file.stream());
         file.commit();
@@ -157,6 +159,7 @@ private:
     }
 
     void plot(const CInspector& inspector) const {
+        catchInterrupt();
         COutputFile file(m_plotPath);
         writeStreamPlot(inspector, std::filesystem::path(m_path).filename().string(), file.temporaryPath());
         file.commit();

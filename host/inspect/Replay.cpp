@@ -1,6 +1,7 @@
 #include "inspect/Replay.h"
 
 #include "HostError.h"
+#include "Interrupt.h"
 #include "inspect/CaptureReader.h"
 
 #include <fmt/format.h>
@@ -41,6 +42,7 @@ kit::Statistics replayCapture(const std::string& path, const kit::ReceiverOption
     CCaptureReader capture(path);
     std::optional<kit::TimePoint> due;
     while (const std::optional<CCaptureReader::Record> record = capture.next()) {
+        throwIfInterrupted();
         const kit::TimePoint now(record->time);
         while (due && *due <= now) {
             due = receiver.poll(*due);

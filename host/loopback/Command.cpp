@@ -1,6 +1,7 @@
 #include "loopback/Command.h"
 
 #include "HostError.h"
+#include "Interrupt.h"
 #include "loopback/Loopback.h"
 #include "loopback/OutputFile.h"
 #include "loopback/ProgressBar.h"
@@ -12,7 +13,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -54,12 +54,6 @@ const char* const kNetworkGroup = "Network";
 const char* const kFecGroup = "Forward error correction";
 const char* const kSweepGroup = "Sweep";
 
-volatile std::sig_atomic_t g_isInterrupted = 0;
-
-void interrupt(int) {
-    g_isInterrupted = 1;
-}
-
 void printLine(const kit::TraceLine& line) {
     fmt::print(stderr, "{}\n", line.text);
 }
@@ -82,8 +76,7 @@ public:
 
     int run() {
         finishOptions();
-        std::signal(SIGINT, interrupt);
-        std::signal(SIGTERM, interrupt);
+        catchInterrupt();
         return m_isSweep ? sweep() : loopback();
     }
 
@@ -287,7 +280,7 @@ private:
         try {
             return runLoopback(options, input, output, [&bar](std::uint64_t bytesRead) {
                 bar.show(bytesRead);
-                return g_isInterrupted == 0;
+                return !isInterrupted();
             });
         } catch (const CHostError& problem) {
             throw CHostError(fmt::format("{}: {}", m_input, problem.what()));
