@@ -1,5 +1,7 @@
 #include "model/ReceiveModel.h"
 
+#include "model/Decimal.h"
+
 #include <algorithm>
 
 namespace talrtp {
@@ -20,7 +22,7 @@ void appendText(std::string& out, const char* text) {
 }
 template <typename Number>
 void appendText(std::string& out, Number value) {
-    out += std::to_string(value);
+    out += decimal(value);
 }
 
 // A message out of its pieces, numbers in decimal.

@@ -1,5 +1,6 @@
 // The FEC side of the plain model: what is kept, what is tried again, and how both kinds rebuild.
 
+#include "model/Decimal.h"
 #include "model/PlainCodec.h"
 #include "model/ReceiveModel.h"
 
@@ -23,7 +24,7 @@ std::uint16_t wrapped(int seq) {
 }
 
 std::string number(long value) {
-    return std::to_string(value);
+    return decimal(value);
 }
 
 // The media packets that an XOR FEC packet protects, in the order of its mask.

@@ -9,6 +9,7 @@
 #ifndef TALRTP_TESTS_MODEL_TRAFFIC_H
 #define TALRTP_TESTS_MODEL_TRAFFIC_H
 
+#include "model/Action.h"
 #include "model/PlainPacket.h"
 #include "model/ReceiveModel.h"
 
@@ -59,21 +60,6 @@ struct Profile {
     int changesPerMille;  // of payload types, FEC kind or trace mask
     bool nearWrap;        // numbers and timestamps start just below their largest value
     SessionKind session;
-};
-
-// One call of the host.
-struct Action {
-    enum Kind { kInput, kForceHandover, kSetPayloadType, kSetFecType, kSetMask };
-
-    Kind kind;
-    Bytes data;
-    bool isNull;  // `data` is passed as null
-    int length;   // as passed, not always that of `data`
-    std::uint64_t time;
-    unsigned long first;   // timestamp, payload type, FEC type, mask
-    unsigned long second;  // FEC payload type
-
-    std::string describe() const;
 };
 
 class SendingSession;
