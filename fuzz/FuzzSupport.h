@@ -34,6 +34,7 @@ public:
     }
     explicit ExactBuffer(const Bytes& bytes) : ExactBuffer(bytes.data(), static_cast<int>(bytes.size())) {}
     unsigned char* data() { return m_data.get(); }
+    const unsigned char* data() const { return m_data.get(); }
     int size() const { return m_size; }
     Bytes bytes() const { return Bytes(m_data.get(), m_data.get() + m_size); }
 

@@ -1,4 +1,5 @@
-// A packet object over any bytes: every getter and setter on a received packet and on its FEC views.
+// A packet object over any bytes: every getter and setter on a received packet and on its FEC views. What is
+// valid, and why not, has to be what a plain reading of the bytes says.
 
 #include <talrtp/talrtp.h>
 
@@ -6,6 +7,8 @@
 #include <cstdint>
 
 #include "FuzzSupport.h"
+#include "TraceCatcher.h"
+#include "model/PlainPacket.h"
 
 namespace {
 
@@ -15,10 +18,19 @@ using talrtp::CTalRtpPacket;
 using talrtp::fuzz::ExactBuffer;
 using talrtp::fuzz::readFully;
 using talrtp::fuzz::require;
+using talrtp::model::PacketKind;
+using talrtp::model::PlainPacket;
+using talrtp::model::Refusal;
 
 // Everything that a host reads of a packet before it knows whether to trust it.
-void read(CTalRtpPacket& packet) {
+void read(CTalRtpPacket& packet, PacketKind kind) {
+    talrtp::test::TraceCatcher trace(1);
     const bool isValid = packet.validate();
+    const PlainPacket plain = PlainPacket::fromBytes(packet.get_buffer(), packet.get_packet_size(), kind);
+    require(isValid == (plain.refusal() == Refusal::kNone), "what the bytes allow is valid");
+    const bool isOnRtpPort = plain.refusal() == Refusal::kReservedType && plain.markerFlag();
+    require(trace.lines().size() == (isValid ? 0U : isOnRtpPort ? 2U : 1U), "a refusal has its lines");
+    require(packet.get_header_size() == plain.headerSize(), "the header ends where the bytes say");
     const int headerSize = packet.get_header_size();
     require(headerSize >= 12, "a header has at least its fixed part");
     require(packet.get_packet_size() == headerSize + packet.get_payload_size(), "the sizes agree");
@@ -39,7 +51,7 @@ void read(CTalRtpPacket& packet) {
 
 void readFecFields(CTalRtpPacket& received) {
     CRTPFECPacket xorPacket(received.get_buffer(), received.get_packet_size());
-    read(xorPacket);
+    read(xorPacket, PacketKind::kXorFec);
     require(xorPacket.get_header_size() == 12, "no CSRC or extension counts in an FEC packet");
     xorPacket.set_fec_recover_payload_type(static_cast<unsigned char>(xorPacket.get_fec_mask()));
     xorPacket.get_fec_recover_timestamp();
@@ -71,7 +83,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     ExactBuffer bytes(data, static_cast<int>(size));
     CTalRtpPacket packet(bytes.data(), bytes.size());
-    read(packet);
+    read(packet, PacketKind::kMedia);
     readFecFields(packet);
     copy(packet);
     return 0;
