@@ -285,6 +285,29 @@ TEST_F(FecWaitingTest, MediaPacketCompletesTheGroupsThatAFecPacketBroughtNear) {
     EXPECT_EQ(ready().size(), kGroups / 2);
 }
 
+// What is still to be counted for the groups below one that a new group passes.
+TEST_F(FecWaitingTest, GroupThatIsReadyAtOnceHidesNoOther) {
+    constexpr unsigned int kGroups = 64;
+    for (unsigned int i = 0; i < kGroups; ++i) {
+        addRs(i, 100, 4, 1000 + 10 * i, 1);
+        fecArrives(1005 + 10 * i);
+        fecArrives(1006 + 10 * i);
+        if (i % 2 == 0) {
+            fecArrives(1000 + 10 * i);
+        }
+    }
+    mediaArrives(100);
+    mediaArrives(101);
+    ASSERT_TRUE(ready().empty());
+    for (unsigned int i = 0; i < kGroups; ++i) {
+        addRs(kGroups + i, 100, 4, 1005 + 10 * i, 2);
+    }
+    ASSERT_EQ(ready(), expectedReady());
+    mediaArrives(102);
+    ASSERT_EQ(ready(), expectedReady());
+    EXPECT_EQ(ready().size(), kGroups + kGroups / 2);
+}
+
 // A new group takes the memory of the one that left.
 TEST_F(FecWaitingTest, GroupThatLeavesItsFecBaseLeavesTheOthersThere) {
     for (unsigned int leaving = 0; leaving < 3; ++leaving) {
