@@ -4,6 +4,7 @@
 #include "net/DatagramQueue.h"
 #include "net/DatagramReader.h"
 #include "net/Socket.h"
+#include "recv/ReadingPace.h"
 #include "recv/SourceGuard.h"
 
 #include <gmock/gmock.h>
@@ -29,6 +30,28 @@ Endpoint loopback(std::uint16_t port) {
 Bytes datagram(std::size_t size, std::uint8_t first) {
     Bytes bytes(size, first);
     return bytes;
+}
+
+TEST(Pace, RestsNoLongerThanAStreamOf1GbitNeedsToFillHalfASocket) {
+    EXPECT_EQ(CReadingPace(250).rest(), 1us);
+    EXPECT_EQ(CReadingPace(212992).rest(), 851us);  // what Linux gives unasked
+    EXPECT_EQ(CReadingPace(250 * 3999).rest(), 3999us);
+    EXPECT_EQ(CReadingPace(250 * 4000).rest(), 4ms);
+    EXPECT_EQ(CReadingPace(1 << 24).rest(), 4ms);
+    EXPECT_EQ(CReadingPace(0).rest(), 0us);
+}
+
+TEST(Pace, RestsWhileDatagramsAreLessThanAQuarterOfAMillisecondApart) {
+    EXPECT_TRUE(CReadingPace::isRestDue(249us, 1));
+    EXPECT_FALSE(CReadingPace::isRestDue(250us, 1));
+    EXPECT_TRUE(CReadingPace::isRestDue(3999us, 16));
+    EXPECT_FALSE(CReadingPace::isRestDue(4ms, 16));
+    EXPECT_FALSE(CReadingPace::isRestDue(0us, 0));
+}
+
+TEST(Pace, ReadsAStreamThatFillsARoundWithoutARest) {
+    EXPECT_TRUE(CReadingPace::isRestDue(1ms, 127));
+    EXPECT_FALSE(CReadingPace::isRestDue(1ms, 128));
 }
 
 TEST(Address, TakesAPortAHostAndAnIpv6AddressInBrackets) {

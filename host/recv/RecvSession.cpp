@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <csignal>
-#include <limits>
 #include <thread>
 #include <utility>
 
@@ -21,14 +20,6 @@ using Clock = std::chrono::steady_clock;
 
 // Batches that are read from a port before the timers, the signals and the other ports have their turn.
 constexpr int kMaxBatches = 16;
-// While datagrams arrive faster than this, one after the other, many are read together: to wake up for each
-// costs more than to read it.
-constexpr std::chrono::microseconds kFastSpacing{250};
-// They wait in their sockets no longer than this, and than a stream of 1 Gbit/s needs to fill half a socket.
-constexpr std::chrono::microseconds kLongestRest{4000};
-constexpr int kFastestBytesPerMicrosecond = 125;
-// So many datagrams in one round show a stream that is faster, which is read without a rest.
-constexpr std::int64_t kFullRound = 128;
 constexpr std::chrono::seconds kTick{1};
 // Time between two requests for a picture, so that a burst of losses makes one.
 constexpr std::chrono::milliseconds kPictureRequestGap{500};
@@ -49,7 +40,7 @@ CRecvSession::CRecvSession(const RecvOptions& options, CReporter& reporter)
       m_media(openMedia(m_io, m_local, options), m_local),
       m_receiver(receiverOptions(options), [this](const kit::Picture& picture) { play(picture); }) {
     openOthers();
-    m_longestRest = longestRest();
+    m_pace = readingPace();
     if (!options.capturePath.empty()) {
         m_capture.emplace(options.capturePath);
         m_receiver.onRebuilt([this](kit::BytesView packet) { captureRebuilt(packet); });
@@ -104,11 +95,9 @@ void CRecvSession::openOthers() {
 }
 
 // By the smaller buffer, in the count of the system call that asks for it.
-std::chrono::microseconds CRecvSession::longestRest() const {
-    const int bytes =
-        std::min(receiveBuffer(m_media.reader.socket()),
-                 m_fec ? receiveBuffer(m_fec->reader.socket()) : std::numeric_limits<int>::max());
-    return std::min(kLongestRest, std::chrono::microseconds(bytes / (2 * kFastestBytesPerMicrosecond)));
+CReadingPace CRecvSession::readingPace() const {
+    const int bytes = receiveBuffer(m_media.reader.socket());
+    return CReadingPace(m_fec ? std::min(bytes, receiveBuffer(m_fec->reader.socket())) : bytes);
 }
 
 int CRecvSession::run() {
@@ -182,9 +171,8 @@ void CRecvSession::readRound() {
         return;
     }
     const std::int64_t datagrams = static_cast<std::int64_t>(receivedDatagrams() - datagramsBefore);
-    const bool isFast = m_roundTime - before < datagrams * kFastSpacing;
-    if (isFast && datagrams < kFullRound) {
-        restUntil(m_roundTime + m_longestRest);
+    if (CReadingPace::isRestDue(m_roundTime - before, datagrams)) {
+        restUntil(m_roundTime + m_pace->rest());
     } else {
         waitForStream();
     }

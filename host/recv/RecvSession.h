@@ -7,6 +7,7 @@
 #include "net/CaptureFile.h"
 #include "net/DatagramReader.h"
 #include "recv/PictureSink.h"
+#include "recv/ReadingPace.h"
 #include "recv/ReceiverRtcp.h"
 #include "recv/RecvOptions.h"
 #include "recv/SourceGuard.h"
@@ -50,7 +51,7 @@ private:
     static Socket openMedia(asio::io_context& io, Endpoint& local, const RecvOptions& options);
     static kit::ReceiverOptions receiverOptions(const RecvOptions& options);
     void openOthers();
-    std::chrono::microseconds longestRest() const;
+    CReadingPace readingPace() const;
     void waitForSignals();
 
     void waitFor(Port& port);
@@ -107,7 +108,7 @@ private:
 
     kit::TimePoint m_now;  // of the batch that is being read
     kit::TimePoint m_roundTime;
-    std::chrono::microseconds m_longestRest;
+    std::optional<CReadingPace> m_pace;  // once the sockets are there
     bool m_isResting = false;
     kit::TimePoint m_start;
     kit::TimePoint m_lastAccepted;
