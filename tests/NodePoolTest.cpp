@@ -124,6 +124,25 @@ TEST(NodePoolTest, NodeThatCameBackIsUsedAgain) {
     pool.give(other, 40);
 }
 
+// From the caches, whatever pages they are of.
+TEST(NodePoolTest, NodesThatCameBackLastAreTakenFirst) {
+    constexpr std::size_t kSize = 48;  // some 80 to a page
+    CNodePool pool;
+    std::vector<void*> nodes(1000);
+    std::generate(nodes.begin(), nodes.end(), [&] { return pool.take(kSize); });
+    for (std::size_t i = 0; i < nodes.size(); i += 10) {
+        pool.give(nodes[i], kSize);
+    }
+    for (std::size_t i = nodes.size(); i > 0; i -= 10) {
+        void* const node = pool.take(kSize);
+        EXPECT_EQ(node, nodes[i - 10]) << i;
+        nodes[i - 10] = node;
+    }
+    for (void* const node : nodes) {
+        pool.give(node, kSize);
+    }
+}
+
 // The page that was full has room again when one of its nodes comes back.
 TEST(NodePoolTest, FullPagesTakeBackAndGiveAgain) {
     constexpr std::size_t kSize = 1000;  // four to a page
@@ -191,7 +210,31 @@ TEST(NodePoolTest, MemoryGoesBackToTheHeapInWhateverOrderNodesComeBack) {
         for (void* const node : nodes) {
             pool.give(node, kSize);
         }
-        EXPECT_LE(inUse(), before + 4 * 4096);
+        EXPECT_LE(inUse(), before + 8 * 4096);  // three pages, and small blocks that the heap's cache keeps
+    }
+}
+
+// Of 1000 pages, those stay that have one of the last hundred nodes, and one more for eight of these.
+TEST(NodePoolTest, FewNodesInUseKeepFewPages) {
+    constexpr std::size_t kNodes = 80000;
+    constexpr std::size_t kSize = 48;
+    constexpr std::size_t kStay = 100;
+    const auto inUse = [] {
+        const struct mallinfo2 info = mallinfo2();
+        return info.uordblks + info.hblkhd;
+    };
+    CNodePool pool;
+    std::vector<void*> nodes(kNodes);
+    const std::size_t before = inUse();
+    std::generate(nodes.begin(), nodes.end(), [&] { return pool.take(kSize); });
+    std::shuffle(nodes.begin(), nodes.end(), std::mt19937(7));
+    while (nodes.size() > kStay) {
+        pool.give(nodes.back(), kSize);
+        nodes.pop_back();
+    }
+    EXPECT_LE(inUse(), before + (kStay + kStay / 8 + 8) * 4096);
+    for (void* const node : nodes) {
+        pool.give(node, kSize);
     }
 }
 #endif

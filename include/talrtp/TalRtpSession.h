@@ -54,9 +54,16 @@ public:
 private:
     struct Node;
     struct Page;
+    // Nodes that came back last.
+    struct Stash {
+        Node* first;
+        int room;  // nodes of the class that are in use, less eight for each node here: never negative
+    };
     static constexpr std::size_t kGranularity = 16;
     static constexpr std::size_t kClasses = 64;  // nodes of up to 1008 bytes; larger ones go through the heap
 
+    TALRTP_LOCAL void giveFromStash(std::size_t index);
+    TALRTP_LOCAL void giveToPage(Node* node, std::size_t index);
     TALRTP_LOCAL void refill(std::size_t index);
     TALRTP_LOCAL Page* makePage(std::size_t index);
     TALRTP_LOCAL void settle(Page* page);
@@ -64,9 +71,10 @@ private:
     TALRTP_LOCAL void link(Page* page);
     TALRTP_LOCAL void unlink(Page* page);
 
-    Node* m_free[kClasses];  // the nodes to take next, by class: all of one page
-    Page* m_open[kClasses];  // pages to take nodes from after that
-    Page* m_spare;           // pages without nodes in use
+    Stash m_stash[kClasses];  // the nodes to take next, by class
+    Node* m_free[kClasses];   // the nodes to take after those: all of one page
+    Page* m_open[kClasses];   // pages to take nodes from after that
+    Page* m_spare;            // pages without nodes in use
     unsigned int m_spareCount;
 };
 

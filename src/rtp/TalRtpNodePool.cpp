@@ -1,12 +1,15 @@
 // The node pool of a session: pages of nodes of one size each. A page begins at a multiple of its size, so a
 // node tells its page, and a page whose last node came back serves another size or goes back to the heap.
 //
-//   take: m_free[class] -> node -> node -> ...     when it is empty, all that came back to one page moves
-//   here give: page->returned -> node -> node -> ...    a page waits in m_open[class] once a quarter of it is
-//   here
+//   m_stash[class] -> node -> node -> ...    those that came back last, still in the caches
+//   m_free[class] -> node -> node -> ...     taken when the stash is empty; all of one page
+//   page->returned -> node -> node -> ...    more than the stash has room for
 //
-// Most calls move one node at one of the lists. Without the quarter, a flow that takes as many nodes as it
-// gives would find one node in each page.
+// The stash holds at most one node for eight in use: enough for most of what ages out at once, so a steady
+// flow touches no page. With no node in use it is empty and keeps no page.
+//
+// A page waits in m_open[class] once a quarter of its nodes came back, and they move to m_free when that is
+// empty. Without the quarter, a flow that takes as many nodes as it gives would find one node in each page.
 
 #include <talrtp/TalRtpSession.h>
 
@@ -24,6 +27,7 @@ constexpr std::size_t kPageSize = 4096;
 constexpr std::size_t kHeapHeader = 16;  // left to the heap, so that pages lie one behind the other
 constexpr unsigned int kMaxSpare = 2;    // enough for what a steady flow frees and takes
 constexpr unsigned int kOpenShare = 4;   // a page is open when one node in four came back
+constexpr int kStashShare = 8;           // at most one node in the stash for eight in use
 
 }  // namespace
 
@@ -53,7 +57,7 @@ struct alignas(16) CNodePool::Page {
     char* nodes() { return reinterpret_cast<char*>(this + 1); }
 };
 
-CNodePool::CNodePool() : m_free(), m_open(), m_spare(nullptr), m_spareCount(0) {}
+CNodePool::CNodePool() : m_stash(), m_free(), m_open(), m_spare(nullptr), m_spareCount(0) {}
 
 CNodePool::~CNodePool() {
     for (Node* const node : m_free) {
@@ -72,12 +76,21 @@ void* CNodePool::take(std::size_t size) {
     if (index >= kClasses) {
         return ::operator new(size);
     }
+    Stash& stash = m_stash[index];
+    Node* node = stash.first;
+    if (node != nullptr) {
+        unpoison(node, index * kGranularity);
+        stash.first = node->next;
+        stash.room += 1 + kStashShare;
+        return node;
+    }
     if (m_free[index] == nullptr) {
         refill(index);
     }
-    Node* const node = m_free[index];
+    node = m_free[index];
     unpoison(node, index * kGranularity);
     m_free[index] = node->next;
+    ++stash.room;
     return node;
 }
 
@@ -87,17 +100,43 @@ void CNodePool::give(void* node, std::size_t size) {
         ::operator delete(node);
         return;
     }
-    Page* const page = Page::of(node);
     Node* const freed = static_cast<Node*>(node);
+    Stash& stash = m_stash[index];
+    if (stash.room > kStashShare) {
+        freed->next = stash.first;
+        stash.first = freed;
+        stash.room -= 1 + kStashShare;
+        poison(freed, index * kGranularity);
+        return;
+    }
+    giveToPage(freed, index);
+    if (--stash.room < 0) {
+        giveFromStash(index);
+    }
+}
+
+// Shrinks the stash, which holds a node or more, by one.
+void CNodePool::giveFromStash(std::size_t index) {
+    Stash& stash = m_stash[index];
+    Node* const node = stash.first;
+    unpoison(node, index * kGranularity);
+    stash.first = node->next;
+    stash.room += kStashShare;
+    giveToPage(node, index);
+}
+
+// **Takes** a node of class `index` that is not in the stash.
+void CNodePool::giveToPage(Node* node, std::size_t index) {
+    Page* const page = Page::of(node);
     Node*& first = m_free[index];
     if (first != nullptr && Page::of(first) == page) {
-        freed->next = first;
-        first = freed;
+        node->next = first;
+        first = node;
         poison(node, index * kGranularity);
         return;
     }
-    freed->next = page->returned;
-    page->returned = freed;
+    node->next = page->returned;
+    page->returned = node;
     poison(node, index * kGranularity);
     if (--page->used == page->settleAt) {
         settle(page);
