@@ -50,23 +50,22 @@ inline bool isTraced(ETraceLevel level) {
 
 }  // namespace talrtp
 
-// Only the statistics lines have no source position; everything else uses TAL_TRACE.
-#define TAL_TRACE_WITHOUT_POSITION(LEVEL, MESSAGE)                   \
-    do {                                                             \
-        if (::talrtp::isTraced(::talrtp::TRACE_##LEVEL)) {           \
-            ::talrtp::CTraceLine traceLine(::talrtp::TRACE_##LEVEL); \
-            traceLine << MESSAGE;                                    \
-            traceLine.send();                                        \
-        }                                                            \
+// The line is put together in a function of its own, out of the way of the code that runs for every packet:
+// its kilobyte on the stack would cost each caller a larger frame and the stack protector's check.
+#define TALRTP_TRACE(LEVEL, MESSAGE, ...)                                \
+    do {                                                                 \
+        if (::talrtp::isTraced(::talrtp::TRACE_##LEVEL)) {               \
+            [&]() __attribute__((noinline, cold)) {                      \
+                ::talrtp::CTraceLine traceLine(::talrtp::TRACE_##LEVEL); \
+                traceLine << MESSAGE;                                    \
+                traceLine.send(__VA_ARGS__);                             \
+            }                                                            \
+            ();                                                          \
+        }                                                                \
     } while (false)
 
-#define TAL_TRACE(LEVEL, MESSAGE)                                    \
-    do {                                                             \
-        if (::talrtp::isTraced(::talrtp::TRACE_##LEVEL)) {           \
-            ::talrtp::CTraceLine traceLine(::talrtp::TRACE_##LEVEL); \
-            traceLine << MESSAGE;                                    \
-            traceLine.send(__FILE__, __LINE__);                      \
-        }                                                            \
-    } while (false)
+// Only the statistics lines have no source position; everything else uses TAL_TRACE.
+#define TAL_TRACE_WITHOUT_POSITION(LEVEL, MESSAGE) TALRTP_TRACE(LEVEL, MESSAGE, )
+#define TAL_TRACE(LEVEL, MESSAGE) TALRTP_TRACE(LEVEL, MESSAGE, __FILE__, __LINE__)
 
 #endif  // TALRTP_SRC_TALRTPTRACELINE_H
