@@ -89,9 +89,13 @@ void playOn(CSequenceSet& set, PlainSet& plain) {
         SCOPED_TRACE("seed " + std::to_string(kSeed) + ", call " + std::to_string(call));
         const unsigned short number = numbers.next();
         const bool isGrowing = call / 1000 % 2 == 0;
-        if (numbers.below(100) < (isGrowing ? 80u : 20u)) {
-            set.insert(number);
-            plain.members.insert(number);
+        const bool isInserted = numbers.below(100) < (isGrowing ? 80u : 20u);
+        if (call % 3 == 0) {
+            set.set(number, isInserted);
+            isInserted ? static_cast<void>(plain.members.insert(number))
+                       : static_cast<void>(plain.members.erase(number));
+        } else if (isInserted) {
+            ASSERT_EQ(set.insert(number), plain.members.insert(number).second);
         } else {
             set.erase(number);
             plain.members.erase(number);

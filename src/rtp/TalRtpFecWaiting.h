@@ -148,7 +148,8 @@ private:
 
     RsGroup* findRs(const RsGroup& wanted) const;
     void waitRs(RsGroup& group);
-    void countMedia(_uint16_t seq);
+    // Out of line, as the one for XOR: sessions without parity that waits call neither.
+    __attribute__((noinline)) void countMedia(_uint16_t seq);
     void countFec(_uint16_t seq);
     void countBack(_uint16_t first, unsigned int count);
     void addAround(_uint16_t seq, int change);
@@ -186,7 +187,7 @@ private:
     XorGroup* findXor(_uint16_t base, _uint32_t window) const;
     _uint32_t missing(_uint16_t base) const;
     void waitXor(XorGroup& group);
-    void takeReadyAround(_uint16_t seq);
+    __attribute__((noinline)) void takeReadyAround(_uint16_t seq);
     XorGroup* takeReady(XorGroup* group, _uint32_t missing);
     void takeAll(XorGroup* group);
 

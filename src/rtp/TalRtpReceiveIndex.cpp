@@ -52,8 +52,8 @@ void CReceiveIndex::addMedia(_uint16_t seq, CTalRtpPacket* packet,
 }
 
 void CReceiveIndex::setUnitBounds(_uint16_t seq, bool starts, bool ends) {
-    starts ? m_startStops.insert(seq) : m_startStops.erase(seq);
-    ends ? m_endStops.insert(seq) : m_endStops.erase(seq);
+    m_startStops.set(seq, starts);
+    m_endStops.set(seq, ends);
 }
 
 void CReceiveIndex::removeMedia(_uint16_t seq) {
@@ -66,8 +66,7 @@ void CReceiveIndex::removeMedia(_uint16_t seq) {
 }
 
 void CReceiveIndex::know(_uint16_t seq) {
-    if (!knownNumbers.contains(seq)) {
-        knownNumbers.insert(seq);
+    if (knownNumbers.insert(seq)) {
         waiting.mediaArrived(seq);
     }
 }

@@ -6,7 +6,9 @@
 
 #include <talrtp/TalRtpDefs.h>
 
+#include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <new>
 
 namespace talrtp {
@@ -31,24 +33,34 @@ public:
         return (m_leaves[number >> kShift] >> (number & kMask) & 1) != 0;
     }
 
-    void insert(unsigned short number) {
+    // Returns whether the number was no member before.
+    bool insert(unsigned short number) {
         const unsigned int leaf = number >> kShift;
         const _uint64_t before = m_leaves[leaf];
         m_leaves[leaf] = before | bit(number);
-        if (before == 0) {
-            m_groups[leaf >> kShift] |= bit(leaf);
-            m_top |= 1u << (leaf >> kShift);
+        if (__builtin_expect(before == 0, 0)) {
+            markLeaf(leaf);
         }
+        return (before & bit(number)) == 0;
     }
 
     void erase(unsigned short number) {
         const unsigned int leaf = number >> kShift;
-        m_leaves[leaf] &= ~bit(number);
-        if (m_leaves[leaf] == 0) {
-            m_groups[leaf >> kShift] &= ~bit(leaf);
-            if (m_groups[leaf >> kShift] == 0) {
-                m_top &= ~(1u << (leaf >> kShift));
-            }
+        const _uint64_t rest = m_leaves[leaf] & ~bit(number);
+        m_leaves[leaf] = rest;
+        if (__builtin_expect(rest == 0, 0)) {
+            unmarkLeaf(leaf);
+        }
+    }
+
+    // Inserts or erases, without a branch on which of both.
+    void set(unsigned short number, bool isMember) {
+        const unsigned int leaf = number >> kShift;
+        const _uint64_t before = m_leaves[leaf];
+        const _uint64_t after = (before & ~bit(number)) | _uint64_t(isMember) << (number & kMask);
+        m_leaves[leaf] = after;
+        if (__builtin_expect((before == 0) != (after == 0), 0)) {
+            isMember ? markLeaf(leaf) : unmarkLeaf(leaf);
         }
     }
 
@@ -136,6 +148,18 @@ private:
     static constexpr unsigned int kLeaves = kNumbers / kWordBits;
     static constexpr unsigned int kGroups = kLeaves / kWordBits;
 
+    // One call in 64 of a steady flow, so out of the way of the others.
+    __attribute__((noinline)) void markLeaf(unsigned int leaf) {
+        m_groups[leaf >> kShift] |= bit(leaf);
+        m_top |= 1u << (leaf >> kShift);
+    }
+    __attribute__((noinline)) void unmarkLeaf(unsigned int leaf) {
+        m_groups[leaf >> kShift] &= ~bit(leaf);
+        if (m_groups[leaf >> kShift] == 0) {
+            m_top &= ~(1u << (leaf >> kShift));
+        }
+    }
+
     static _uint64_t bit(unsigned int position) { return _uint64_t(1) << (position & kMask); }
     // The bits of a word that are higher than the one of `position`.
     static _uint64_t above(unsigned int position) { return ~(bit(position) | (bit(position) - 1)); }
@@ -155,10 +179,12 @@ private:
 template <typename Slot, unsigned int kCount = CSequenceSet::kNumbers>
 class CSlotTable {
 public:
-    CSlotTable() : m_pages(), m_spare(nullptr) {}
+    CSlotTable() : m_spare(nullptr) { std::fill(std::begin(m_pages), std::end(m_pages), untouched()); }
     ~CSlotTable() {
         for (Page* const page : m_pages) {
-            delete page;
+            if (page != untouched()) {
+                delete page;
+            }
         }
         delete m_spare;
     }
@@ -167,8 +193,7 @@ public:
 
     // For reading any slot.
     const Slot& peek(unsigned int number) const {
-        const Page* const page = m_pages[number / kPageSlots];
-        return page != nullptr ? page->slots[number % kPageSlots] : kUntouched;
+        return m_pages[number / kPageSlots]->slots[number % kPageSlots];
     }
     // For changing a claimed slot.
     Slot& operator[](unsigned int number) { return m_pages[number / kPageSlots]->slots[number % kPageSlots]; }
@@ -182,10 +207,7 @@ public:
     // The same; false when memory is short.
     bool tryReserve(unsigned int number) {
         Page*& page = m_pages[number / kPageSlots];
-        if (page == nullptr) {
-            page = takePage();
-        }
-        return page != nullptr;
+        return page != untouched() || makePage(page);
     }
     // Makes a slot one that may hold something. Throws as `reserve` does.
     Slot& claim(unsigned int number) {
@@ -201,7 +223,7 @@ public:
         if (--page->claimed == 0) {
             delete m_spare;
             m_spare = page;
-            page = nullptr;
+            page = untouched();
         }
     }
 
@@ -213,23 +235,28 @@ private:
         unsigned int claimed;
     };
 
-    Page* takePage() {
-        if (m_spare == nullptr) {
-            return new (std::nothrow) Page();
-        }
-        Page* const page = m_spare;
+    // The page of slots that nobody claimed. Nobody writes to it.
+    static Page* untouched() { return const_cast<Page*>(&kUntouched); }
+
+    // False when memory is short.
+    __attribute__((noinline)) bool makePage(Page*& page) {
+        Page* const made = m_spare != nullptr ? m_spare : new (std::nothrow) Page();
         m_spare = nullptr;
-        return page;
+        if (made == nullptr) {
+            return false;
+        }
+        page = made;
+        return true;
     }
 
-    static const Slot kUntouched;
+    static const Page kUntouched;
 
     Page* m_pages[kCount / kPageSlots];
     Page* m_spare;
 };
 
 template <typename Slot, unsigned int kCount>
-const Slot CSlotTable<Slot, kCount>::kUntouched = Slot();
+const typename CSlotTable<Slot, kCount>::Page CSlotTable<Slot, kCount>::kUntouched = Page();
 
 }  // namespace talrtp
 
