@@ -261,24 +261,33 @@ void CFecWaiting::addAround(_uint16_t seq, int change) {
 }
 
 void CFecWaiting::countFec(_uint16_t seq) {
-    for (unsigned int distance = 0; distance < kReach; ++distance) {
-        const _uint16_t from = static_cast<_uint16_t>(seq - distance);
-        _uint16_t base;
-        if (!m_fecBases.findPrevious(from, base)) {
-            return;
+    constexpr unsigned int kWindow = 64;
+    for (unsigned int far = kReach + 1; far > 0; far -= kWindow) {
+        const _uint16_t first = static_cast<_uint16_t>(seq + 1 - far);
+        _uint64_t bases = m_fecBases.window(first, kWindow);
+        ++m_steps;
+        while (bases != 0) {
+            const unsigned int i = static_cast<unsigned int>(__builtin_ctzll(bases));
+            bases &= bases - 1;
+            countFecFrom(static_cast<_uint16_t>(first + i), far - 1 - i);
         }
-        distance += static_cast<_uint16_t>(from - base);  // beyond the reach after a whole round
-        if (distance >= kReach) {
-            return;
+    }
+}
+
+// Counts parity packet `distance` of the groups whose parity packets begin at `fecBase`.
+void CFecWaiting::countFecFrom(_uint16_t fecBase, unsigned int distance) {
+    for (RsGroup* group = m_fecGroups.peek(fecBase); group != nullptr; group = group->next) {
+        ++m_steps;
+        if (!group->isWaiting || distance >= group->fecCount) {
+            continue;
         }
-        for (RsGroup* group = m_fecGroups.peek(base); group != nullptr; group = group->next) {
-            ++m_steps;
-            if (group->isWaiting && distance < group->fecCount) {
-                RsGroup* const root = m_roots.peek(group->base);
-                change(root, *group, [](RsGroup& waiting) { --waiting.slack; });
-                takeReady(root);
-            }
+        RsGroup* const root = m_roots.peek(group->base);
+        if (root == group && group->left == nullptr && group->right == nullptr) {
+            group->least = --group->slack;
+        } else {
+            change(root, *group, [](RsGroup& waiting) { --waiting.slack; });
         }
+        takeReady(root);
     }
 }
 

@@ -151,6 +151,7 @@ private:
     // Out of line, as the one for XOR: sessions without parity that waits call neither.
     __attribute__((noinline)) void countMedia(_uint16_t seq);
     void countFec(_uint16_t seq);
+    void countFecFrom(_uint16_t fecBase, unsigned int distance);
     void countBack(_uint16_t first, unsigned int count);
     void addAround(_uint16_t seq, int change);
     void linkFec(RsGroup* group);
