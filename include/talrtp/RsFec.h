@@ -8,7 +8,7 @@
 // A model holds the matrix of one pair (k, n). Borrow it from `GetRsModel`, which shares models between all
 // sessions of the process, or own one through `CRsFec::CreateRsModel` and `CRsFec::DeleteRsModel`.
 //
-// Nothing here takes a lock: keep all use of the codec, sessions included, on one thread or under one lock.
+// Any thread may call any of these functions at any time. Nothing here takes a lock.
 
 #ifndef TALRTP_RSFEC_H
 #define TALRTP_RSFEC_H
@@ -82,16 +82,17 @@ TALRTP_API void gf_add(unsigned char* dst, unsigned char* src, int size);
 // Returns a / b, or 0 when b is 0. Note that 0 / b returns the inverse of b, not 0: gf_log[0] is 255.
 TALRTP_API unsigned char gf_divide(unsigned char a, unsigned char b);
 
-// Returns the model of (k, n) from the process-wide cache, and builds it on a miss. The cache lends it and
-// frees it when its last user releases it. Returns null when `CreateRsModel` refuses (k, n); the next call
-// tries again.
+// Returns the model of (k, n) from the process-wide cache, and builds it on a miss. The cache lends it at
+// least until all those are gone who were its users at the time of the call; without any user, until the next
+// thread becomes one. Returns null when `CreateRsModel` refuses (k, n); the next call tries again.
 TALRTP_API rs_param_* GetRsModel(int k, int n);
 // Counts one more user of the cache; each session is one. The first user empties the cache first.
 // Returns the new number of users.
 TALRTP_API unsigned RsMapRetain();
 // Counts one user less. The last user empties the cache; a call too many empties it as well.
 TALRTP_API void RsMapRelease();
-// Frees every cached model and empties the cache, whatever the number of users.
+// Frees every cached model and empties the cache, whatever the number of users: no thread may use a model
+// then, or send with Reed-Solomon FEC.
 TALRTP_API void RsMapClear();
 
 }  // namespace talrtp

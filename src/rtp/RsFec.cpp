@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
-#include <map>
 #include <memory>
 #include <new>
 #include <utility>
@@ -161,7 +160,10 @@ void fillParityRow(unsigned char* row, unsigned char x, const int* logOfDistance
 }  // namespace
 
 int CRsFec::InitRsCoding() {
-    m_bInited = true;
+    // Any thread may call this, and a plain `bool` is what hosts know.
+    if (!__atomic_load_n(&m_bInited, __ATOMIC_RELAXED)) {
+        __atomic_store_n(&m_bInited, true, __ATOMIC_RELAXED);
+    }
     return 0;
 }
 
@@ -677,64 +679,6 @@ int CRsFec::Decode(rs_param_* model, unsigned char** blocks, int* sizes, int* in
         return 1;
     }
     return decodeBlocks(*model, blocks, sizes, maxSize, index, out, lost, lostCount);
-}
-
-// ---------------------------------------------------------------------------------------------------------
-// The model cache
-
-namespace {
-
-// Key: k in the upper and n in the lower 16 bits. Owns the models; null stands for a refused pair.
-typedef std::map<unsigned int, rs_param_*> ModelMap;
-
-// The map is never destroyed: a session may be destroyed after the static objects of the library, by an exit
-// handler that was registered before the library was loaded. The last release frees what the map holds.
-ModelMap& rsModelMap() {
-    alignas(ModelMap) static unsigned char s_storage[sizeof(ModelMap)];
-    static ModelMap* const s_rsModelMap = new (s_storage) ModelMap;
-    return *s_rsModelMap;
-}
-
-unsigned int s_rsRetainCount = 0;
-
-unsigned int makeModelKey(int k, int n) {
-    return (static_cast<unsigned int>(k) << 16) | (static_cast<unsigned int>(n) & 0xFFFF);
-}
-
-}  // namespace
-
-rs_param_* GetRsModel(int k, int n) try {
-    rs_param_*& model = rsModelMap()[makeModelKey(k, n)];
-    if (model == nullptr) {
-        model = CRsFec::CreateRsModel(k, n);
-    }
-    return model;
-} catch (const std::bad_alloc&) {
-    return nullptr;
-}
-
-unsigned RsMapRetain() {
-    if (s_rsRetainCount == 0) {
-        RsMapClear();
-    }
-    return ++s_rsRetainCount;
-}
-
-void RsMapRelease() {
-    if (s_rsRetainCount <= 1) {
-        s_rsRetainCount = 0;
-        RsMapClear();
-        return;
-    }
-    --s_rsRetainCount;
-}
-
-void RsMapClear() {
-    ModelMap& models = rsModelMap();
-    for (const auto& entry : models) {
-        CRsFec::DeleteRsModel(entry.second);
-    }
-    models.clear();
 }
 
 }  // namespace talrtp
