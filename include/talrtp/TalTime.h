@@ -3,7 +3,7 @@
 //
 // A session receives its time from the host, in milliseconds; the library reads the clock only to seed
 // `random32`. Both classes here read it with `gettimeofday`. Nothing throws, nothing locks. Use each object
-// from one thread.
+// from one thread at a time.
 
 #ifndef TALRTP_TALTIME_H
 #define TALRTP_TALTIME_H

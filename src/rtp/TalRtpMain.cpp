@@ -5,6 +5,7 @@
 #include <talrtp/TalTime.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <cstdlib>
 
@@ -38,9 +39,8 @@ unsigned short tal_host_to_net_short(unsigned short value) {
     return convert16(value);
 }
 
-unsigned int drawRandom32(bool& isSeeded) {
-    if (!isSeeded) {
-        isSeeded = true;
+unsigned int drawRandom32(std::atomic<bool>& isSeeded) {
+    if (!isSeeded.load(std::memory_order_relaxed) && !isSeeded.exchange(true, std::memory_order_relaxed)) {
         const _time_t now = _time_t::now();
         // Compatibility: the two halves are joined by OR, not by exclusive or.
         std::srand(static_cast<std::uint32_t>(now.getsecond()) |
@@ -54,7 +54,7 @@ unsigned int drawRandom32(bool& isSeeded) {
 }
 
 unsigned int random32() {
-    static bool isSeeded = false;
+    static std::atomic<bool> isSeeded{false};
     return drawRandom32(isSeeded);
 }
 

@@ -4,11 +4,14 @@
 #ifndef TALRTP_SRC_TALRTPRANDOM_H
 #define TALRTP_SRC_TALRTPRANDOM_H
 
+#include <atomic>
+
 namespace talrtp {
 
-// Returns the next value of `rand` that is not 0; seeds the generator first when `isSeeded` is still false,
-// and sets it.
-unsigned int drawRandom32(bool& isSeeded);
+// Returns the next value of `rand` that is not 0; sets `isSeeded`, and seeds the generator first when it was
+// still false. A thread that calls while another one seeds draws from the generator as it is: it would seed
+// with the same time and draw the same value.
+unsigned int drawRandom32(std::atomic<bool>& isSeeded);
 
 }  // namespace talrtp
 

@@ -5,6 +5,7 @@
 #include <talrtp/RsFec.h>
 #include <talrtp/TalRtpSession.h>
 
+#include <atomic>
 #include <memory>
 #include <new>
 
@@ -116,7 +117,7 @@ int CMMRTPSessionBase::SetFecType(unsigned long fecType) {
 }
 
 unsigned int CMMRTPSessionBase::random32() {
-    static bool isSeeded = false;
+    static std::atomic<bool> isSeeded{false};
     return drawRandom32(isSeeded);
 }
 

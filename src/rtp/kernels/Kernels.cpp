@@ -1,5 +1,7 @@
 #include "kernels/Kernels.h"
 
+#include <atomic>
+
 namespace talrtp {
 
 namespace {
@@ -15,9 +17,14 @@ constexpr stKernels kKernels[] = {
 #endif
 };
 
+// Null until the first use. Threads that come at the same time all find the same.
+std::atomic<const stKernels*> s_kernels{nullptr};
+
+}  // namespace
+
 // Goes up through the levels to the last one before something is missing. The compiler's own test takes into
 // account whether the operating system saves the registers.
-EKernelLevel detectLevel() {
+EKernelLevel getHighestKernelLevel() {
 #ifdef TALRTP_SIMD_X86
     __builtin_cpu_init();
     if (!__builtin_cpu_supports("ssse3")) {
@@ -38,24 +45,17 @@ EKernelLevel detectLevel() {
 #endif
 }
 
-const stKernels*& current() {
-    static const stKernels* kernels = &kKernels[getHighestKernelLevel()];
-    return kernels;
-}
-
-}  // namespace
-
-EKernelLevel getHighestKernelLevel() {
-    static const EKernelLevel level = detectLevel();
-    return level;
-}
-
 const stKernels& getKernels() {
-    return *current();
+    const stKernels* kernels = s_kernels.load(std::memory_order_relaxed);
+    if (kernels == nullptr) {
+        kernels = &kKernels[getHighestKernelLevel()];
+        s_kernels.store(kernels, std::memory_order_relaxed);
+    }
+    return *kernels;
 }
 
 void forceKernelLevel(EKernelLevel level) {
-    current() = &kKernels[level];
+    s_kernels.store(&kKernels[level], std::memory_order_relaxed);
 }
 
 }  // namespace talrtp
