@@ -7,13 +7,13 @@
 // which the library reaches the callback are defined by TraceToCallback.h, which exactly one source file
 // includes. Without it no line arrives.
 //
-// The library emits an ERROR line for every FEC packet that it receives ("payload type is FEC, but memomy
-// alligned
-// ..."). The line reports no error, is never passed on and costs nothing of the rate.
+// The library emits an ERROR line for every FEC packet that it receives, which begins with "payload type is
+// FEC, but memomy alligned". It reports no error, is never passed on and costs nothing of the rate.
 //
 // The settings belong to the program or library that includes these headers, and the callback runs inside of
-// the library's calls: use all of them on the thread of the sessions, or under the lock that the sessions
-// share.
+// the library's calls, on their threads: with sessions on several threads it is called on several at the same
+// time. Nothing here takes a lock. advanceTrace() and traceCounts() may be called on any thread, setTrace()
+// only while no other thread is inside of the library or of these functions.
 
 #ifndef TALRTP_KIT_TRACE_H
 #define TALRTP_KIT_TRACE_H
@@ -21,10 +21,11 @@
 #include <talrtp/kit/Time.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <functional>
-#include <optional>
+#include <limits>
 #include <string_view>
 #include <utility>
 
@@ -53,17 +54,28 @@ namespace detail {
 class TraceState {
 public:
     void set(TraceLevel level, TraceCallback callback, unsigned int linesPerSecond) {
-        *this = TraceState();
         m_callback = std::move(callback);
-        m_level = m_callback ? level : TraceLevel::kNone;
         m_linesPerSecond = linesPerSecond;
+        m_budget = kSecond.count();
+        m_last = kNever;
+        m_passed = m_filtered = m_dropped = 0;
+        m_level = m_callback ? level : TraceLevel::kNone;
     }
 
     // Whoever can send packets can provoke lines, so the budget never holds more than those of one second.
     void advance(TimePoint now) {
-        const Duration elapsed = m_last ? std::max(now - *m_last, Duration::zero()) : Duration::zero();
-        m_last = m_last ? std::max(*m_last, now) : now;
-        m_budget = elapsed < kSecond ? std::min(m_budget + elapsed, kSecond) : kSecond;
+        const Ticks time = now.time_since_epoch().count();
+        Ticks last = m_last;
+        while (last < time && !m_last.compare_exchange_weak(last, time)) {
+        }
+        if (last == kNever || last >= time) {
+            return;
+        }
+        const Ticks second = kSecond.count();
+        Ticks budget = m_budget;
+        while (!m_budget.compare_exchange_weak(
+            budget, time - last < second ? std::min(budget + (time - last), second) : second)) {
+        }
     }
 
     void take(TraceLine line) {
@@ -71,41 +83,48 @@ public:
             return;
         }
         if (line.text.find(kFecLine) != std::string_view::npos) {
-            ++m_counts.filtered;
+            ++m_filtered;
         } else if (!pay()) {
-            ++m_counts.dropped;
+            ++m_dropped;
         } else {
-            ++m_counts.passed;
+            ++m_passed;
             m_callback(line);
         }
     }
 
     TraceLevel level() const { return m_level; }
-    const TraceCounts& counts() const { return m_counts; }
+    TraceCounts counts() const { return {m_passed, m_filtered, m_dropped}; }
 
 private:
     static constexpr std::string_view kFecLine = "payload type is FEC, but memomy alligned";
     static constexpr Duration kSecond = std::chrono::seconds(1);
+
+    using Ticks = Duration::rep;
+    static constexpr Ticks kNever = std::numeric_limits<Ticks>::min();
 
     // Takes a line's share of the second off the budget.
     bool pay() {
         if (m_linesPerSecond == 0) {
             return true;
         }
-        const Duration share = kSecond / m_linesPerSecond;
-        if (m_budget < share) {
-            return false;
+        const Ticks share = kSecond.count() / m_linesPerSecond;
+        Ticks budget = m_budget;
+        while (budget >= share) {
+            if (m_budget.compare_exchange_weak(budget, budget - share)) {
+                return true;
+            }
         }
-        m_budget -= share;
-        return true;
+        return false;
     }
 
-    TraceLevel m_level = TraceLevel::kNone;
+    std::atomic<TraceLevel> m_level{TraceLevel::kNone};
     TraceCallback m_callback;
     unsigned int m_linesPerSecond = 0;
-    Duration m_budget = kSecond;  // a full budget holds the lines of one second
-    std::optional<TimePoint> m_last;
-    TraceCounts m_counts;
+    std::atomic<Ticks> m_budget{kSecond.count()};  // a full budget holds the lines of one second
+    std::atomic<Ticks> m_last{kNever};
+    std::atomic<std::uint64_t> m_passed{0};
+    std::atomic<std::uint64_t> m_filtered{0};
+    std::atomic<std::uint64_t> m_dropped{0};
 };
 
 // Lives until the process ends, since a session that is destroyed late still logs its statistics.
