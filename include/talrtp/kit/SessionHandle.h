@@ -60,15 +60,12 @@ public:
     }
 
     // The first sequence number of the stored media packets, of which there is one at least. They span less
-    // than half of the numbers.
+    // than half of the numbers, so after a wrap-around the first ones are in the upper half.
     std::uint16_t firstMediaSequence() const {
+        constexpr std::uint16_t kHalf = 0x8000;
         const CMMRTPSessionBase::PacketMap& list = documented().*Members::mediaPacketList();
-        std::uint16_t first = list.begin()->first;
-        for (const auto& entry : list) {
-            const std::uint16_t distance = static_cast<std::uint16_t>(first - entry.first);
-            first = distance < 0x8000U ? entry.first : first;
-        }
-        return first;
+        const bool isWrapped = list.rbegin()->first - list.begin()->first >= kHalf;
+        return (isWrapped ? list.lower_bound(kHalf) : list.begin())->first;
     }
 
     std::uint64_t recoveredCount() const { return documented().*Members::recoveredMediaPacketNumber(); }
