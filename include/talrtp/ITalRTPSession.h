@@ -6,8 +6,9 @@
 // NAL units to the sink. One object does both, or either. The host owns sockets, threads and clocks: nothing
 // here waits, sends, or reads a clock.
 //
-// Use a session from one thread at a time, and all sessions of a process from one thread or under one lock:
-// they share the cache of Reed-Solomon models.
+// Use a session from one thread at a time. It may move to another thread when the host orders the calls, and
+// different sessions may be made, used and destroyed on different threads at the same time. Nothing here
+// starts a thread or takes a lock.
 
 #ifndef TALRTP_ITALRTPSESSION_H
 #define TALRTP_ITALRTPSESSION_H

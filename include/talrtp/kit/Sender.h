@@ -56,8 +56,7 @@ struct SendResult {
     explicit operator bool() const { return error.empty(); }
 };
 
-// One thread at a time, and all senders and receivers of a process by one thread or behind one lock, as the
-// sessions in them.
+// One thread at a time. Different senders and receivers may be used on different threads at the same time.
 class Sender {
 public:
     // Takes each packet, in the order in which to send. **Lends** the datagram for the call. It must not call
