@@ -41,14 +41,16 @@ constexpr std::size_t kStartCodeSize = 4;
 
 std::chrono::seconds g_time{2};
 
-// Runs `work(random)` again and again on each thread, until the time is over.
+// Runs `work(random)` again and again on each thread, until the time is over; on a slow machine longer, so
+// that enough happens.
 void onThreads(const std::function<void(test::SeededRandom&)>& work) {
     const auto end = std::chrono::steady_clock::now() + g_time;
     std::vector<std::thread> threads;
     for (unsigned int i = 0; i < kThreads; ++i) {
         threads.emplace_back([&work, end, i] {
             test::SeededRandom random(20261122 + i);
-            while (std::chrono::steady_clock::now() < end) {
+            constexpr int kLeastTurns = 300;
+            for (int turn = 0; turn < kLeastTurns || std::chrono::steady_clock::now() < end; ++turn) {
                 work(random);
             }
         });
