@@ -866,6 +866,15 @@ TEST_F(RsModelCacheTest, KeepsModelsOfDifferentNumbersApart) {
     EXPECT_NE(GetRsModel(2, 2), wide);
 }
 
+TEST_F(RsModelCacheTest, PairsOutOfRangeHaveNoModel) {
+    EXPECT_EQ(GetRsModel(0, 4), nullptr);
+    EXPECT_EQ(GetRsModel(-1, 4), nullptr);
+    EXPECT_EQ(GetRsModel(5, 4), nullptr);
+    EXPECT_EQ(GetRsModel(1, 257), nullptr);
+    EXPECT_EQ(GetRsModel(1, 0), nullptr);
+    EXPECT_NE(GetRsModel(256, 256), nullptr);
+}
+
 TEST_F(RsModelCacheTest, KeyKeepsTheLowerSixteenBitsOfN) {
     rs_param_* const model = GetRsModel(3, 5);
     EXPECT_EQ(GetRsModel(3, 0x40005), model);
