@@ -21,7 +21,7 @@ unsigned char pointOf(int position) {
 
 // The Walsh-Hadamard transform in place. Sums over all x of a(x) * b(x ^ y) become products under it, and
 // 256, by which the way back divides, is 1 modulo the order of the field's group.
-void transform(int (&values)[kPoints]) {
+constexpr void transform(int (&values)[kPoints]) {
     for (int step = 1; step < kPoints; step *= 2) {
         for (int block = 0; block < kPoints; block += 2 * step) {
             for (int i = block; i < block + step; ++i) {
@@ -33,18 +33,29 @@ void transform(int (&values)[kPoints]) {
     }
 }
 
-// The transform of the logarithms, that of 0 taken for 0, so that a point adds nothing to its own product.
 struct stLogTransform {
-    stLogTransform() {
-        std::copy(gf_log, gf_log + kPoints, values);
-        values[0] = 0;
-        transform(values);
-        for (int& value : values) {
-            value %= kGroupOrder;
-        }
-    }
     int values[kPoints];
 };
+
+// The transform of the logarithms, that of 0 taken for 0, so that a point adds nothing to its own product.
+constexpr stLogTransform makeLogTransform() {
+    constexpr int kReduction = 0x11D;  // x^8 + x^4 + x^3 + x^2 + 1
+    stLogTransform logs{};
+    int power = 1;
+    for (int log = 0; log < kGroupOrder; ++log) {
+        logs.values[power] = log;
+        power <<= 1;
+        power ^= power >= kPoints ? kReduction : 0;
+    }
+    transform(logs.values);
+    for (int& value : logs.values) {
+        value %= kGroupOrder;
+    }
+    return logs;
+}
+
+// Made by the compiler: a table made at the first use would let a second thread wait for it.
+constexpr stLogTransform kLogs = makeLogTransform();
 
 // The power of alpha; `log` is below three times the group's order.
 unsigned char power(int log) {
@@ -61,14 +72,13 @@ CRsInterpolation::CRsInterpolation(const unsigned char* present, int count)
         }
         return;
     }
-    static const stLogTransform s_logs;
     std::fill_n(m_logOfProduct, kPoints, 0);
     for (int j = 0; j < count; ++j) {
         m_logOfProduct[pointOf(present[j])] = 1;
     }
     transform(m_logOfProduct);
     for (int x = 0; x < kPoints; ++x) {
-        m_logOfProduct[x] = m_logOfProduct[x] * s_logs.values[x] % kGroupOrder;
+        m_logOfProduct[x] = m_logOfProduct[x] * kLogs.values[x] % kGroupOrder;
     }
     transform(m_logOfProduct);
     for (int& log : m_logOfProduct) {
