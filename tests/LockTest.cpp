@@ -43,30 +43,21 @@ int callNext(const char* name, Object* object) {
 
 extern "C" {
 
-int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
-    return callNext("pthread_mutex_lock", mutex);
-}
-int pthread_mutex_trylock(pthread_mutex_t* mutex) noexcept {
-    return callNext("pthread_mutex_trylock", mutex);
-}
-int pthread_rwlock_rdlock(pthread_rwlock_t* lock) noexcept {
-    return callNext("pthread_rwlock_rdlock", lock);
-}
-int pthread_rwlock_tryrdlock(pthread_rwlock_t* lock) noexcept {
-    return callNext("pthread_rwlock_tryrdlock", lock);
-}
-int pthread_rwlock_wrlock(pthread_rwlock_t* lock) noexcept {
-    return callNext("pthread_rwlock_wrlock", lock);
-}
-int pthread_rwlock_trywrlock(pthread_rwlock_t* lock) noexcept {
-    return callNext("pthread_rwlock_trywrlock", lock);
-}
-int pthread_spin_lock(pthread_spinlock_t* lock) noexcept {
-    return callNext("pthread_spin_lock", lock);
-}
-int pthread_spin_trylock(pthread_spinlock_t* lock) noexcept {
-    return callNext("pthread_spin_trylock", lock);
-}
+#define TALRTP_WATCH(function, Object)      \
+    int function(Object* object) noexcept { \
+        return callNext(#function, object); \
+    }
+
+TALRTP_WATCH(pthread_mutex_lock, pthread_mutex_t)
+TALRTP_WATCH(pthread_mutex_trylock, pthread_mutex_t)
+TALRTP_WATCH(pthread_rwlock_rdlock, pthread_rwlock_t)
+TALRTP_WATCH(pthread_rwlock_tryrdlock, pthread_rwlock_t)
+TALRTP_WATCH(pthread_rwlock_wrlock, pthread_rwlock_t)
+TALRTP_WATCH(pthread_rwlock_trywrlock, pthread_rwlock_t)
+TALRTP_WATCH(pthread_spin_lock, pthread_spinlock_t)
+TALRTP_WATCH(pthread_spin_trylock, pthread_spinlock_t)
+
+#undef TALRTP_WATCH
 
 }  // extern "C"
 
