@@ -1,5 +1,5 @@
-// What one processor carries, and what several carry together: each thread sends and receives streams of its
-// own through the kit. scripts/bench scaling makes a table of it.
+// Measures streams on one processor and on all of them: each thread sends and receives streams of its own
+// through the kit. scripts/bench scaling makes a table of it.
 
 #include <talrtp/kit.h>
 

@@ -1,4 +1,4 @@
-// What a host's own class may do with a session: it inherits from the base session, with hooks of its own or
+// A host's own session class: it inherits from the base session, with hooks of its own or
 // without, calls the protected operations in any order, and sends as well as receives. The lists, the records
 // and the counters have to fit to each other after each call, and to what the sink got.
 
@@ -226,7 +226,7 @@ private:
 
     // --- Receiving ---
 
-    // Any bytes behind a header that fits.
+    // Any bytes after a valid header.
     Bytes datagram(unsigned int payloadType) {
         const std::uint32_t words[] = {0x80U << 24 | payloadType << 16 | aNumber(), aTimestamp(), 5};
         Bytes bytes;
@@ -246,7 +246,7 @@ private:
                 "a valid packet is taken in");
     }
 
-    // The entries behind validation.
+    // The operations that run after validation.
     void takePacket() {
         const unsigned int type = m_input.flag() ? 111 : 98;
         ExactBuffer bytes(datagram(type));
@@ -306,7 +306,7 @@ private:
         }
     }
 
-    // What is stored may be noted once more, and the note of an FEC packet may be taken back.
+    // Notes a stored packet once more, or takes the note of an FEC packet back.
     void noteAgain() {
         const std::uint16_t seq = aNumber();
         if (const CTalRtpPacket* const packet = m_session->getMediaPacketBySeq(seq)) {

@@ -1,5 +1,5 @@
-// A packet object over any bytes: every getter and setter on a received packet and on its FEC views. What is
-// valid, and why not, has to be what a plain reading of the bytes says.
+// Calls every getter and setter of a packet object over any bytes, and of its FEC views. `validate` has to
+// agree with a plain reading of the bytes.
 
 #include <talrtp/talrtp.h>
 

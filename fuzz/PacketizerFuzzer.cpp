@@ -1,7 +1,7 @@
 // A sending session on NAL units of any content: single packets, aggregation packets, fragments, and parity
-// over them. Every buffer has the room that the interface asks for and no more. A reading after RFC 6184 of
-// what was made has to give the units again, and so has a receiving session, also when as many packets are
-// lost as the parity can make up for.
+// over them. Every buffer has the room that the interface asks for and no more. A reader after RFC 6184 has
+// to find the units in the packets, and so has a receiving session, even when as many packets are lost as the
+// parity can rebuild.
 
 #include "FuzzSupport.h"
 #include "TraceCatcher.h"
@@ -25,7 +25,7 @@ constexpr unsigned char kFuA = 28;
 constexpr std::size_t kMostPackets = 48;
 constexpr std::size_t kMostUnits = 24;
 
-// Packet objects one behind the other, each with its own capacity.
+// Packet objects in a row, each with its own capacity.
 template <typename Packet>
 class Packets {
 public:
@@ -60,7 +60,7 @@ private:
     Packet* m_packets;
 };
 
-// What a receiver makes of the payloads (RFC 6184, 5.6 to 5.8).
+// Reads payloads as a receiver does (RFC 6184, 5.6 to 5.8).
 class Reading {
 public:
     void add(const Bytes& packet) {
@@ -272,7 +272,7 @@ private:
         }
     }
 
-    // What arrives: group by group the media packets without the lost ones, then the parity.
+    // Returns the packets that arrive: of each group the media packets that were not lost, then the parity.
     std::vector<Bytes> protect() {
         std::vector<Bytes> arriving;
         for (std::size_t begin = 0; begin < m_media.size();) {

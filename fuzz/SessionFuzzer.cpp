@@ -1,5 +1,5 @@
-// A receiving session under a script. What is lent to the sink is read to its last byte, and what holds for
-// every call is checked. SessionModelFuzzer compares the same scripts with a model; this one is faster.
+// A receiving session under a script. The sink reads all bytes lent to it, and checks what holds for every
+// call. SessionModelFuzzer compares the same scripts with a model; this one is faster.
 
 #include "SessionScript.h"
 

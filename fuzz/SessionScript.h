@@ -79,7 +79,7 @@ public:
     }
 
 private:
-    // Packet objects one behind the other, over datagrams or empty.
+    // Packet objects in a row, over datagrams or empty.
     class Packets {
     public:
         explicit Packets(const std::vector<Bytes>& datagrams, int capacity = 0)
@@ -246,7 +246,7 @@ private:
 
     // --- Packets ---
 
-    // ADVANCE: how far the number lies behind the next one, signed.
+    // ADVANCE: how far the number is after the next one, signed.
     // HOW: arrives, is lost, arrives twice, is lost (2); timestamp stays, advances, goes back, stays (2);
     // extension (1); padding (1); a CSRC (1); marker (1).
     void media() {
@@ -281,7 +281,7 @@ private:
         m_fecSequence = static_cast<std::uint16_t>(m_fecSequence + parities.size());
     }
 
-    // BASE: counted from the last media packet, signed. FIELDS: those of the FEC header behind the base, of
+    // BASE: counted from the last media packet, signed. FIELDS: those of the FEC header after the base, of
     // which XOR has a timestamp more.
     void forgedFec() {
         const unsigned int base = m_sequence + static_cast<unsigned int>(static_cast<std::int8_t>(number(1)));

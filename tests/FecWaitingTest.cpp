@@ -285,7 +285,7 @@ TEST_F(FecWaitingTest, MediaPacketCompletesTheGroupsThatAFecPacketBroughtNear) {
     EXPECT_EQ(ready().size(), kGroups / 2);
 }
 
-// What is still to be counted for the groups below one that a new group passes.
+// A new group passes on the counts that its new place still holds for the groups below.
 TEST_F(FecWaitingTest, GroupThatIsReadyAtOnceHidesNoOther) {
     constexpr unsigned int kGroups = 64;
     for (unsigned int i = 0; i < kGroups; ++i) {

@@ -339,7 +339,7 @@ private:
         return "unknown action\n";
     }
 
-    // The bytes lie alone in a block of their own size, so that a sanitizer sees any access behind them.
+    // The bytes have a block of exactly their size, so that a sanitizer sees any access beyond them.
     std::string differInInput(const Action& action) {
         std::unique_ptr<unsigned char[]> block(new unsigned char[action.data.size()]);
         std::copy(action.data.begin(), action.data.end(), block.get());
