@@ -78,7 +78,11 @@ protected:
 };
 
 std::string getLevelName(const testing::TestParamInfo<int>& info) {
+#ifdef TALRTP_SIMD_ARM64
+    static const char* const kNames[] = {"Portable", "Neon"};
+#else
     static const char* const kNames[] = {"Portable", "Ssse3", "Avx2", "Avx2Gfni", "Avx512Gfni"};
+#endif
     return kNames[info.param];
 }
 
@@ -89,6 +93,16 @@ INSTANTIATE_TEST_SUITE_P(Levels, KernelTest,
 TEST_P(KernelTest, IsInUse) {
     EXPECT_EQ(getKernels().level, GetParam());
 }
+
+#ifdef TALRTP_SIMD_ARM64
+// Whichever processor it is.
+TEST(KernelLevelTest, NeonIsTheHighest) {
+    EXPECT_EQ(getHighestKernelLevel(), KERNEL_NEON);
+    forceKernelLevel(getHighestKernelLevel());
+    EXPECT_EQ(getKernels().gf, &kGfKernelNeon);
+    EXPECT_EQ(getKernels().exclusiveOr, &kXorKernelNeon);
+}
+#endif
 
 TEST_P(KernelTest, AddProductAtEveryLengthAndMisalignment) {
     for (int length = 0; length <= kMaxLength; ++length) {

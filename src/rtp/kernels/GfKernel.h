@@ -47,6 +47,7 @@ extern const stGfKernel kGfKernelSsse3;
 extern const stGfKernel kGfKernelAvx2;
 extern const stGfKernel kGfKernelAvx2Gfni;
 extern const stGfKernel kGfKernelAvx512Gfni;
+extern const stGfKernel kGfKernelNeon;
 
 }  // namespace talrtp
 

@@ -6,7 +6,8 @@ namespace talrtp {
 
 namespace {
 
-// One entry per EKernelLevel. Shuffles do nothing for XOR, so some levels share its kernel.
+// One entry per EKernelLevel of the architecture. Shuffles do nothing for XOR, so some levels share its
+// kernel.
 constexpr stKernels kKernels[] = {
     {KERNEL_PORTABLE, &kGfKernelPortable, &kXorKernelPortable},
 #ifdef TALRTP_SIMD_X86
@@ -14,6 +15,9 @@ constexpr stKernels kKernels[] = {
     {KERNEL_AVX2, &kGfKernelAvx2, &kXorKernelAvx2},
     {KERNEL_AVX2_GFNI, &kGfKernelAvx2Gfni, &kXorKernelAvx2},
     {KERNEL_AVX512_GFNI, &kGfKernelAvx512Gfni, &kXorKernelAvx512},
+#endif
+#ifdef TALRTP_SIMD_ARM64
+    {KERNEL_NEON, &kGfKernelNeon, &kXorKernelNeon},
 #endif
 };
 
@@ -40,6 +44,8 @@ EKernelLevel getHighestKernelLevel() {
         return KERNEL_AVX2_GFNI;
     }
     return KERNEL_AVX512_GFNI;
+#elif defined(TALRTP_SIMD_ARM64)
+    return KERNEL_NEON;  // part of every such processor
 #else
     return KERNEL_PORTABLE;
 #endif

@@ -8,13 +8,17 @@
 
 namespace talrtp {
 
-// The instruction sets that kernels are written for, each containing those before it.
+// The instruction sets that kernels are written for, a ladder for each architecture: a level contains those
+// before it.
 enum EKernelLevel {
-    KERNEL_PORTABLE,
-    KERNEL_SSSE3,
+    KERNEL_PORTABLE = 0,
+    // x86-64
+    KERNEL_SSSE3 = 1,
     KERNEL_AVX2,
     KERNEL_AVX2_GFNI,
     KERNEL_AVX512_GFNI,
+    // arm64
+    KERNEL_NEON = 1,
 };
 
 struct stKernels {

@@ -34,6 +34,7 @@ extern const stXorKernel kXorKernelPortable;
 extern const stXorKernel kXorKernelSsse3;
 extern const stXorKernel kXorKernelAvx2;
 extern const stXorKernel kXorKernelAvx512;
+extern const stXorKernel kXorKernelNeon;
 
 }  // namespace talrtp
 
