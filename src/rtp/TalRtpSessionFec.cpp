@@ -22,11 +22,11 @@
 #include <memory>
 #include <new>
 
-#include "RsInterpolation.h"
 #include "TalRtpPacketAccess.h"
 #include "TalRtpPacketLayout.h"
 #include "TalRtpReceiveIndex.h"
 #include "TalRtpTraceLine.h"
+#include "fec/RsInterpolation.h"
 #include "kernels/GfKernel.h"
 #include "kernels/XorKernel.h"
 

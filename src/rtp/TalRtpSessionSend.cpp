@@ -8,9 +8,9 @@
 #include <cstring>
 #include <typeinfo>
 
-#include "TalRtpLengthWord.h"
 #include "TalRtpPacketAccess.h"
 #include "TalRtpTraceLine.h"
+#include "fec/RsLength.h"
 #include "kernels/XorKernel.h"
 
 namespace talrtp {

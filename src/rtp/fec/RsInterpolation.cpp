@@ -1,4 +1,4 @@
-#include "RsInterpolation.h"
+#include "fec/RsInterpolation.h"
 
 #include <talrtp/RsFec.h>
 

@@ -9,8 +9,8 @@
 // costs k coefficients for each missing block, so a few bytes of every missing block are cheap to look at,
 // and bytes from the network fill no cache.
 
-#ifndef TALRTP_SRC_RSINTERPOLATION_H
-#define TALRTP_SRC_RSINTERPOLATION_H
+#ifndef TALRTP_SRC_FEC_RSINTERPOLATION_H
+#define TALRTP_SRC_FEC_RSINTERPOLATION_H
 
 #include <cstddef>
 
@@ -51,4 +51,4 @@ private:
 
 }  // namespace talrtp
 
-#endif  // TALRTP_SRC_RSINTERPOLATION_H
+#endif  // TALRTP_SRC_FEC_RSINTERPOLATION_H

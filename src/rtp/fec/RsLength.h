@@ -1,7 +1,7 @@
 // A packet length as the Reed-Solomon codec protects it.
 
-#ifndef TALRTP_SRC_TALRTPLENGTHWORD_H
-#define TALRTP_SRC_TALRTPLENGTHWORD_H
+#ifndef TALRTP_SRC_FEC_RSLENGTH_H
+#define TALRTP_SRC_FEC_RSLENGTH_H
 
 #include <talrtp/TalRtpDefs.h>
 
@@ -28,4 +28,4 @@ struct stLengthWord {
 
 }  // namespace talrtp
 
-#endif  // TALRTP_SRC_TALRTPLENGTHWORD_H
+#endif  // TALRTP_SRC_FEC_RSLENGTH_H
