@@ -36,8 +36,8 @@ struct Filed {
     int lacks(const Arrived& media, const Arrived& fec) const {
         if (mask != 0) {
             int missing = -1;  // XOR does without one
-            for (unsigned int i = 0; i < kXorMaskBits; ++i) {
-                missing += (mask >> (kXorMaskBits - 1 - i) & 1) != 0 && !media[number(base + i)];
+            for (unsigned int i = 0; i < kFecMaskBits; ++i) {
+                missing += (mask >> (kFecMaskBits - 1 - i) & 1) != 0 && !media[number(base + i)];
             }
             return missing;
         }
@@ -165,7 +165,7 @@ TEST_F(FecWaitingTest, XorGroupsWhoseNumbersDifferInOneBitAreReadyByThemselves) 
     constexpr unsigned int kBase = 65530;
     unsigned int seq = 0;
     for (unsigned int distance = 0; distance < 24; ++distance) {
-        for (unsigned int first = 0; first < kXorMaskBits; ++first) {
+        for (unsigned int first = 0; first < kFecMaskBits; ++first) {
             for (unsigned int second = 0; second < first; ++second) {
                 addXor(seq++, number(kBase + distance), 1u << first | 1u << second | 1u);
             }

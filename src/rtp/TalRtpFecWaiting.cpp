@@ -23,7 +23,7 @@ bool isTwoOrMore(_uint32_t bits) {
 
 _uint32_t xorMaskWindow(_uint32_t mask) {
     // Turned round by bytes, by halves of these, by pairs and by single bits.
-    _uint32_t window = __builtin_bswap32(mask << (kWordBits - kXorMaskBits));
+    _uint32_t window = __builtin_bswap32(mask << (kWordBits - kFecMaskBits));
     window = (window >> 4 & 0x0f0f0f0f) | (window & 0x0f0f0f0f) << 4;
     window = (window >> 2 & 0x33333333) | (window & 0x33333333) << 2;
     return (window >> 1 & 0x55555555) | (window & 0x55555555) << 1;
@@ -565,7 +565,7 @@ CFecWaiting::XorGroup* CFecWaiting::findXor(_uint16_t base, _uint32_t window) co
 
 // The packets from `base` on that are missing.
 _uint32_t CFecWaiting::missing(_uint16_t base) const {
-    return ~static_cast<_uint32_t>(m_media.window(base, kXorMaskBits));
+    return ~static_cast<_uint32_t>(m_media.window(base, kFecMaskBits));
 }
 
 // Where too few packets are missing, or memory is short, the group does not wait: it is tried again with the
@@ -582,8 +582,8 @@ void CFecWaiting::waitXor(XorGroup& group) {
 
 // Marks the groups ready that media packet `seq` was the last but one for.
 void CFecWaiting::takeReadyAround(_uint16_t seq) {
-    const _uint16_t first = static_cast<_uint16_t>(seq + 1 - kXorMaskBits);
-    _uint64_t bases = m_xorBases.window(first, kXorMaskBits);
+    const _uint16_t first = static_cast<_uint16_t>(seq + 1 - kFecMaskBits);
+    _uint64_t bases = m_xorBases.window(first, kFecMaskBits);
     while (bases != 0) {
         const _uint16_t base = static_cast<_uint16_t>(first + __builtin_ctzll(bases));
         bases &= bases - 1;

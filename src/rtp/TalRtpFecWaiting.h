@@ -26,14 +26,13 @@
 
 #include <talrtp/TalRtpSession.h>
 
+#include "TalRtpPacketLayout.h"
 #include "TalRtpSequenceSet.h"
 
 namespace talrtp {
 
-// How many packets the mask of an XOR FEC packet covers.
-constexpr unsigned int kXorMaskBits = 24;
-
-// Turns such a mask round into the order of `CSequenceSet::window`: bit 0 for the first packet.
+// Turns the mask of an XOR FEC packet round into the order of `CSequenceSet::window`: bit 0 for the first
+// packet.
 _uint32_t xorMaskWindow(_uint32_t mask);
 
 class CFecWaiting {

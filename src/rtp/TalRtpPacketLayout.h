@@ -68,13 +68,16 @@ constexpr int kWordSize = 4;
 constexpr int kFecBaseOffset = 0;
 constexpr int kFecLengthOffset = 2;
 constexpr int kFecExtensionAndTypeOffset = 4;
-constexpr int kFecMaskWordOffset = 4;  // the mask is the low 24 bits of the word that E and PT recovery open
+constexpr int kFecMaskWordOffset = 4;  // the mask is the low bits of the word that E and PT recovery open
 constexpr int kFecTimestampOffset = 8;
 constexpr int kFecHeaderSize = 12;
 
 constexpr unsigned char kFecExtensionMask = 0x80;
 constexpr unsigned char kFecPayloadTypeMask = 0x7f;
-constexpr unsigned int kFecMaskMask = 0x00ffffff;
+constexpr unsigned int kFecMaskBits = 24;  // how many packets the mask covers
+constexpr unsigned int kFecMaskMask = (1u << kFecMaskBits) - 1;
+constexpr unsigned int kFecFirstPacketMask = 1u
+                                             << (kFecMaskBits - 1);  // of the packet with the number SN base
 
 // Reed-Solomon FEC header, counted from the start of the payload:
 //

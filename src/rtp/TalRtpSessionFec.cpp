@@ -326,7 +326,7 @@ void CMMRTPSessionBase::recoverPacketWithXORFEC(CRTPFECPacket* fecPacket, bool& 
     }
     const _uint16_t base = fecPacket->get_fec_sequence_number_base();
     const _uint64_t missing =
-        xorMaskWindow(fecPacket->get_fec_mask()) & ~m_index->knownNumbers.window(base, kXorMaskBits);
+        xorMaskWindow(fecPacket->get_fec_mask()) & ~m_index->knownNumbers.window(base, kFecMaskBits);
     if (missing == 0) {
         return;
     }
@@ -403,7 +403,7 @@ public:
     }
 
 private:
-    static constexpr int kMaxBodies = kXorMaskBits + 1;
+    static constexpr int kMaxBodies = kFecMaskBits + 1;
 
     void addBody(unsigned char* body, int size) {
         if (m_bodyCapacity < size) {
@@ -468,13 +468,13 @@ CTalRtpPacket* CMMRTPSessionBase::recoverPacket(unsigned short seq, CRTPFECPacke
     if (bodyCapacity < 0) {
         return nullptr;
     }
-    m_index->steps += kXorMaskBits;
+    m_index->steps += kFecMaskBits;
     const _uint16_t base = fecPacket->get_fec_sequence_number_base();
-    const CTalRtpPacket* packets[kXorMaskBits];
+    const CTalRtpPacket* packets[kFecMaskBits];
     int count = 0;
     int length = fecPacket->get_fec_recover_length();
     _uint64_t present =
-        xorMaskWindow(fecPacket->get_fec_mask()) & m_index->knownNumbers.window(base, kXorMaskBits);
+        xorMaskWindow(fecPacket->get_fec_mask()) & m_index->knownNumbers.window(base, kFecMaskBits);
     for (; present != 0; present &= present - 1) {
         const int i = __builtin_ctzll(present);
         packets[count] = getKnownMediaPacket(static_cast<_uint16_t>(base + i));
