@@ -10,8 +10,9 @@
 
 #include "TalRtpPacketAccess.h"
 #include "TalRtpTraceLine.h"
+#include "fec/GroupSpan.h"
 #include "fec/RsLength.h"
-#include "kernels/XorKernel.h"
+#include "fec/XorParity.h"
 
 namespace talrtp {
 
@@ -139,157 +140,56 @@ int CMMRTPSessionBase::CreateFuaPackets(unsigned long timestamp, int nalSize, un
 
 namespace {
 
-constexpr unsigned int kMaskBits = 32;               // of the host's choice of packets, which repeats
-constexpr unsigned int kFirstPacketMask = 0x800000;  // of the mask on the wire
-constexpr int kMaxXorDistance = 24;                  // covered by the mask on the wire
-constexpr int kXorBatch = 32;                        // packets XORed in one pass
+constexpr unsigned int kSelectionBits = 32;  // of the host's choice of packets, which repeats
 
-// The bytes after the fixed header, which the parity covers.
-int bodySize(const CTalRtpPacket& packet) {
-    return CPacketAccess::packetSize(packet) - kFixedHeaderSize;
+stByteView viewOf(const CTalRtpPacket& packet) {
+    return {CPacketAccess::buffer(packet), CPacketAccess::packetSize(packet)};
 }
 
-bool isSelected(unsigned int mask, int i) {
-    return (mask >> (static_cast<unsigned int>(i) % kMaskBits) & 1) != 0;
+// The packets of an array that the host's mask selects.
+class CSelectedPackets {
+public:
+    CSelectedPackets(const CTalRtpPacket* packets, int count, unsigned int mask)
+        : m_packets(packets), m_count(count), m_mask(mask) {}
+
+    int end() const { return m_count; }
+    bool contains(int i) const {
+        return (m_mask >> (static_cast<unsigned int>(i) % kSelectionBits) & 1) != 0;
+    }
+    stByteView at(int i) const { return viewOf(m_packets[i]); }
+
+private:
+    const CTalRtpPacket* m_packets;
+    int m_count;
+    unsigned int m_mask;
+};
+
+stGroupSpan spanOf(CSelectedPackets group) {
+    stGroupSpan span;
+    for (int i = 0; i < group.end(); ++i) {
+        if (group.contains(i)) {
+            span.add(group.at(i));
+        }
+    }
+    return span;
 }
 
-// The results of one walk over the selected packets: lowest number, latest timestamp, longest body.
-struct stXorSelection {
-    int count = 0;
-    _uint16_t baseSeq = 0;
-    _uint32_t timestamp = 0;
-    int maxLen = 0;
-
-    stXorSelection(const CTalRtpPacket* packets, int packetCount, unsigned int mask) {
-        // A local accumulates in registers; `*this` escapes, so the compiler would store every step.
-        stXorSelection walked;
-        for (int i = 0; i < packetCount; ++i) {
-            if (isSelected(mask, i)) {
-                walked.add(packets[i]);
-            }
-        }
-        *this = walked;
-    }
-
-private:
-    stXorSelection() = default;
-
-    void add(const CTalRtpPacket& packet) {
-        const unsigned char* const bytes = CPacketAccess::buffer(packet);
-        const _uint16_t seq = readSequenceNumber(bytes);
-        const _uint32_t ts = readTimestamp(bytes);
-        const int len = bodySize(packet);
-        const bool isFirst = count++ == 0;
-        if (isFirst || CMMRTPSessionBase::compareSeq(seq, baseSeq) < 0) {
-            baseSeq = seq;
-        }
-        if (isFirst || CMMRTPSessionBase::compareTS(ts, timestamp) > 0) {
-            timestamp = ts;
-        }
-        maxLen = isFirst ? len : std::max(maxLen, len);
-    }
-};
-
-// The recovery fields of an XOR FEC packet, each the XOR over the protected packets. Those of the RTP header
-// accumulate in a copy of its first eight bytes; the sequence numbers among them mean nothing.
-class CXorRecoveryFields {
-public:
-    void add(const CTalRtpPacket& packet, int distance) {
-        std::uint64_t bytes;
-        std::memcpy(&bytes, CPacketAccess::buffer(packet), sizeof bytes);
-        m_header ^= bytes;
-        m_length ^= bodySize(packet);
-        m_mask |= kFirstPacketMask >> distance;
-    }
-
-    // Flags and CSRC count go into the RTP header, the rest after it.
-    void writeTo(unsigned char* packet, _uint16_t baseSeq) const {
-        unsigned char header[sizeof m_header];
-        std::memcpy(header, &m_header, sizeof m_header);
-        constexpr unsigned char kFlags = kPaddingMask | kExtensionMask | kContribCountMask;
-        packet[kFlagsOffset] |= header[kFlagsOffset] & kFlags;
-        packet[kMarkerAndTypeOffset] |= header[kMarkerAndTypeOffset] & kMarkerMask;
-        unsigned char* const fecHeader = packet + kFixedHeaderSize;
-        storeBig16(fecHeader + kFecBaseOffset, baseSeq);
-        storeBig16(fecHeader + kFecLengthOffset, static_cast<_uint16_t>(m_length));
-        storeBig32(fecHeader + kFecMaskWordOffset, readPayloadType(header) << 24 | m_mask);
-        storeBig32(fecHeader + kFecTimestampOffset, readTimestamp(header));
-    }
-
-private:
-    std::uint64_t m_header = 0;
-    int m_length = 0;
-    unsigned int m_mask = 0;
-};
-
-// The contents of an XOR FEC packet. Packets are collected and XORed many at a time, so that the parity of
-// most groups is written once.
-class CXorParity {
-public:
-    CXorParity(const stXorSelection& selection, unsigned int mask)
-        : m_baseSeq(selection.baseSeq), m_maxLen(selection.maxLen), m_selectionMask(mask) {}
-
-    // Collects selected packets from `i` on and stops at the first that needs a trace line or a flush.
-    // Returns its position, or `count`.
-    int take(const CTalRtpPacket* packets, int i, int count) {
-        CXorRecoveryFields fields = m_fields;  // a copy stays in registers
-        int taken = m_count;
-        for (; i < count; ++i) {
-            if (!isSelected(m_selectionMask, i)) {
-                continue;
-            }
-            const CTalRtpPacket& packet = packets[i];
-            if (taken == kXorBatch || distanceOf(packet) >= kMaxXorDistance || isTooLong(packet)) {
-                break;
-            }
-            put(packet, taken++, fields);
-        }
-        m_fields = fields;
-        m_count = taken;
-        return i;
-    }
-    // Collects one packet that is not too far away.
-    void add(const CTalRtpPacket& packet) { put(packet, m_count++, m_fields); }
-
-    int distanceOf(const CTalRtpPacket& packet) const {
-        return static_cast<_uint16_t>(readSequenceNumber(CPacketAccess::buffer(packet)) - m_baseSeq);
-    }
-    bool isTooLong(const CTalRtpPacket& packet) const { return bodySize(packet) > m_maxLen; }
-    bool isFull() const { return m_count == kXorBatch; }
-
-    // XORs what was collected into the parity at `area`.
-    void flush(unsigned char* area) {
-        if (!m_isBegun) {
-            xorMany(area, m_bodies, m_sizes, m_count, m_maxLen);
-            m_isBegun = true;
+// Makes the parity of a group whose lowest number is `baseSeq`, with a WARNING line for each packet that is
+// too far from it, or longer than it was.
+void addPackets(CXorParity& parity, CSelectedPackets group, unsigned int mask, _uint16_t baseSeq) {
+    int i = 0;
+    for (EXorStop stop; (stop = parity.add(group, i)) != EXorStop::kEnd; ++i) {
+        if (stop == EXorStop::kTooFar) {
+            TAL_TRACE(WARNING, "CMMRTPSessionBase::CreateXorFecPackets sequence number slop over"
+                                   << ", baseSeq = " << baseSeq
+                                   << ", packetSeq = " << readSequenceNumber(group.at(i).data));
         } else {
-            for (int i = 0; i < m_count; ++i) {
-                if (m_sizes[i] > 0) {
-                    xorBlocks(area, area, m_bodies[i], static_cast<std::size_t>(m_sizes[i]));
-                }
-            }
+            TAL_TRACE(WARNING,
+                      "CMMRTPSessionBase::CreateXorFecPackets packet length is bigger than fec max length"
+                          << ", packet_index = " << i + 1 << ", mask = " << mask);
         }
-        m_count = 0;
     }
-
-    const CXorRecoveryFields& fields() const { return m_fields; }
-
-private:
-    void put(const CTalRtpPacket& packet, int place, CXorRecoveryFields& fields) {
-        fields.add(packet, distanceOf(packet));
-        m_bodies[place] = CPacketAccess::buffer(packet) + kFixedHeaderSize;
-        m_sizes[place] = bodySize(packet);
-    }
-
-    const _uint16_t m_baseSeq;
-    const int m_maxLen;
-    const unsigned int m_selectionMask;
-    CXorRecoveryFields m_fields;
-    bool m_isBegun = false;
-    int m_count = 0;
-    const unsigned char* m_bodies[kXorBatch];
-    int m_sizes[kXorBatch];
-};
+}
 
 }  // namespace
 
@@ -306,44 +206,25 @@ int CMMRTPSessionBase::CreateXorFecPackets(CTalRtpPacket* pPacket, int count, un
                       << m_fecType);
         return -2;
     }
-    const stXorSelection selection(pPacket, count, mask);
-    if (selection.count == 0) {
+    const CSelectedPackets group(pPacket, count, mask);
+    const stGroupSpan span = spanOf(group);
+    if (span.count == 0) {
         TAL_TRACE(ERROR, "CMMRTPSessionBase::CreateXorFecPackets invalid mask count"
-                             << ", mask = " << mask << ", count = " << selection.count);
+                             << ", mask = " << mask << ", count = 0");
         return -1;
     }
 
     ++m_createdFECPacketNumber;
     CPacketAccess::clear(*pFecPacket);
     CPacketAccess::writeHeader(*pFecPacket, 0, m_fecPayloadType, nextNumber(m_fecSequenceNumber),
-                               selection.timestamp, m_sourceId);
+                               span.latestTimestamp, m_sourceId);
+    const int paritySize = span.largestSize - kFixedHeaderSize;
     unsigned char* const payload =
-        CPacketAccess::beginPayload(*pFecPacket, selection.maxLen + kFecHeaderSize, kFecHeaderSize);
-    unsigned char* const area = payload + kFecHeaderSize;
+        CPacketAccess::beginPayload(*pFecPacket, paritySize + kFecHeaderSize, kFecHeaderSize);
 
-    CXorParity parity(selection, mask);
-    for (int i = parity.take(pPacket, 0, count); i < count; i = parity.take(pPacket, i, count)) {
-        const CTalRtpPacket& packet = pPacket[i];
-        if (parity.distanceOf(packet) >= kMaxXorDistance) {
-            TAL_TRACE(WARNING, "CMMRTPSessionBase::CreateXorFecPackets sequence number slop over"
-                                   << ", baseSeq = " << selection.baseSeq
-                                   << ", packetSeq = " << readSequenceNumber(CPacketAccess::buffer(packet)));
-            ++i;
-            continue;
-        }
-        if (parity.isFull()) {
-            parity.flush(area);
-        }
-        if (parity.isTooLong(packet)) {
-            TAL_TRACE(WARNING,
-                      "CMMRTPSessionBase::CreateXorFecPackets packet length is bigger than fec max length"
-                          << ", packet_index = " << i + 1 << ", mask = " << mask);
-            parity.add(packet);
-            ++i;
-        }
-    }
-    parity.flush(area);
-    parity.fields().writeTo(pFecPacket->get_buffer(), selection.baseSeq);
+    CXorParity parity(span.lowestSeq, paritySize, payload + kFecHeaderSize);
+    addPackets(parity, group, mask, span.lowestSeq);
+    parity.finish(pFecPacket->get_buffer());
     return 0;
 }
 
@@ -353,37 +234,13 @@ namespace {
 
 constexpr int kMaxGroup = 256;  // packets and parity packets together stay below
 
-// The results of one walk over the media packets of a group.
-struct stRsGroupSpan {
-    _uint16_t minSeq = 0;
-    _uint16_t maxSeq = 0;
-    _uint32_t timestamp = 0;
-    int maxSize = 0;
-
-    stRsGroupSpan(const CTalRtpPacket* packets, int count) {
-        for (int i = 0; i < count; ++i) {
-            add(packets[i], i == 0);
-        }
+stGroupSpan spanOf(const CTalRtpPacket* packets, int count) {
+    stGroupSpan span;
+    for (int i = 0; i < count; ++i) {
+        span.add(viewOf(packets[i]));
     }
-
-    bool isConsecutive(int count) const { return static_cast<_uint16_t>(maxSeq - minSeq) + 1 == count; }
-
-private:
-    void add(const CTalRtpPacket& packet, bool isFirst) {
-        const _uint16_t seq = packet.get_sequence_number();
-        const _uint32_t ts = packet.get_timestamp();
-        if (isFirst || CMMRTPSessionBase::compareSeq(seq, minSeq) < 0) {
-            minSeq = seq;
-        }
-        if (isFirst || CMMRTPSessionBase::compareSeq(seq, maxSeq) > 0) {
-            maxSeq = seq;
-        }
-        if (isFirst || CMMRTPSessionBase::compareTS(ts, timestamp) > 0) {
-            timestamp = ts;
-        }
-        maxSize = isFirst ? packet.get_packet_size() : std::max(maxSize, packet.get_packet_size());
-    }
-};
+    return span;
+}
 
 // The blocks of one group for the codec: those that it reads and those that it writes.
 class CRsEncoding {
@@ -448,19 +305,19 @@ int CMMRTPSessionBase::CreateRsFecPackets(CTalRtpPacket* pPacket, int count, CTa
                                << m_fecType);
         return -2;
     }
-    const stRsGroupSpan span(pPacket, count);
-    if (!span.isConsecutive(count)) {
+    const stGroupSpan span = spanOf(pPacket, count);
+    if (!span.isConsecutive()) {
         TAL_TRACE(ERROR, "CMMRTPSessionBase::CreateRsFecPackets packet seq numbers are discontinuous.");
         return -1;
     }
 
     rs_param_* const model = GetRsModel(count, count + fecCount);
-    const bool isEncoded = model != nullptr && span.maxSize <= MAX_PACKET_SIZE;
+    const bool isEncoded = model != nullptr && span.largestSize <= MAX_PACKET_SIZE;
     for (int j = 0; j < fecCount; ++j) {
         CTalRtpPacket& fecPacket = pFecPacket[j];
         CPacketAccess::clear(fecPacket);
-        CPacketAccess::writeHeader(fecPacket, 0, m_fecPayloadType, 0, span.timestamp, m_sourceId);
-        CPacketAccess::beginPayload(fecPacket, span.maxSize + kRsHeaderSize,
+        CPacketAccess::writeHeader(fecPacket, 0, m_fecPayloadType, 0, span.latestTimestamp, m_sourceId);
+        CPacketAccess::beginPayload(fecPacket, span.largestSize + kRsHeaderSize,
                                     isEncoded ? kRsHeaderSize : CPacketAccess::kWholePayload);
     }
     if (model == nullptr) {
@@ -475,7 +332,7 @@ int CMMRTPSessionBase::CreateRsFecPackets(CTalRtpPacket* pPacket, int count, CTa
         CTalRtpPacket& fecPacket = pFecPacket[j];
         ++m_createdFECPacketNumber;
         fecPacket.set_sequence_number(nextNumber(m_fecSequenceNumber));
-        writeRsHeader(fecPacket.get_payload_ptr(), span.minSeq, count, j, fecCount,
+        writeRsHeader(fecPacket.get_payload_ptr(), span.lowestSeq, count, j, fecCount,
                       encoding.recoverLength(j));
     }
     return 0;
