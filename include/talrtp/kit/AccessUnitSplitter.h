@@ -46,12 +46,15 @@ private:
     BytesView m_bytes;
 };
 
+// Cuts a byte stream into access units and calls a sink with each.
 class AccessUnitSplitter {
 public:
     // Takes each access unit, within the `push` or `finish` that ended it. It must not call the splitter.
     using Take = std::function<void(const AccessUnit&)>;
 
+    // The default of the largest unit, in bytes.
     static constexpr std::size_t kDefaultMaxUnit = 32 * 1024 * 1024;
+    // The default of the largest access unit, in bytes.
     static constexpr std::size_t kDefaultMaxAccessUnit = 64 * 1024 * 1024;
 
     // `maxUnit`: bytes of the longest unit that is taken; longer ones are left out whole and counted.

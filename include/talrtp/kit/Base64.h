@@ -14,6 +14,7 @@
 
 namespace talrtp::kit {
 
+// The digits 0 to 63.
 constexpr std::string_view kBase64Letters =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 

@@ -15,6 +15,7 @@
 
 namespace talrtp::kit {
 
+// A pointer to bytes and their number.
 class BytesView {
     // A type whose elements are bytes under another name, so that reading them through std::uint8_t is
     // defined.
@@ -31,6 +32,7 @@ class BytesView {
                          std::is_convertible_v<decltype(std::declval<const Range&>().size()), std::size_t>>;
 
 public:
+    // As a count: up to the end.
     static constexpr std::size_t npos = static_cast<std::size_t>(-1);
 
     constexpr BytesView() = default;
@@ -53,10 +55,15 @@ public:
     BytesView(const Element (&bytes)[kSize])
         : BytesView(&bytes[0], kSize) {}  // NOLINT(google-explicit-constructor)
 
+    // Returns the first byte, or null if the view was made without bytes.
     constexpr const std::uint8_t* data() const { return m_data; }
+    // Returns the number of bytes.
     constexpr std::size_t size() const { return m_size; }
+    // Tells whether there is no byte.
     constexpr bool empty() const { return m_size == 0; }
+    // Returns the first byte, for range loops and algorithms.
     constexpr const std::uint8_t* begin() const { return m_data; }
+    // Returns the place after the last byte.
     constexpr const std::uint8_t* end() const { return m_data + m_size; }
 
     // Byte `i`, which lies below the size.
@@ -86,6 +93,7 @@ inline bool operator==(BytesView a, BytesView b) {
     }
     return true;
 }
+// Tells whether size or any byte differs.
 inline bool operator!=(BytesView a, BytesView b) {
     return !(a == b);
 }

@@ -12,6 +12,7 @@
 
 namespace talrtp::kit {
 
+// The protocol of a datagram.
 enum class DatagramKind {
     kRtp,      // for a `Receiver` or a session
     kRtcp,     // for an RTCP stack
@@ -22,6 +23,7 @@ enum class DatagramKind {
     kUnknown,  // for nobody
 };
 
+// The size of the fixed RTP header.
 constexpr std::size_t kMinRtpSize = 12;
 
 // Classifies a datagram by the first byte (RFC 7983, 7) and RTP from RTCP by the second (RFC 5761, 4): RTCP

@@ -8,6 +8,7 @@
 
 namespace talrtp::kit {
 
+// The code that makes the FEC packets.
 enum class FecScheme {
     kNone,         // no FEC packets
     kXor,          // one parity packet per group, which rebuilds one lost packet (header of RFC 2733)
@@ -17,11 +18,13 @@ enum class FecScheme {
 constexpr int kMaxXorGroup = 24;             // sequence numbers that the mask of an XOR FEC packet spans
 constexpr int kMaxReedSolomonPackets = 255;  // media and FEC packets of one group
 
+// A scheme with its group size. The functions below make valid ones.
 struct Fec {
-    FecScheme scheme = FecScheme::kNone;
-    int maxMedia = 0;  // most media packets in a group
-    int parity = 0;    // FEC packets for each group
+    FecScheme scheme = FecScheme::kNone;  // of all groups
+    int maxMedia = 0;                     // most media packets in a group
+    int parity = 0;                       // FEC packets for each group
 
+    // Returns the choice to send no FEC packets.
     static Fec none() { return {}; }
 
     // One parity packet for at most `maxMedia` media packets, 1 to 24. Groups have an odd number of packets,

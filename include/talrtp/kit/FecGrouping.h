@@ -20,8 +20,10 @@
 
 namespace talrtp::kit {
 
+// Collects the media packets of pictures into groups.
 class FecGrouping {
 public:
+    // A picture with fewer packets is joined with the next.
     static constexpr std::size_t kMinGroup = 3;
 
     // `fec`: one for which `check()` returns an empty string.

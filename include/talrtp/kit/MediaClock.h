@@ -14,6 +14,7 @@ namespace talrtp::kit {
 
 constexpr std::uint32_t kVideoClockRate = 90000;  // of H.264 (RFC 6184, 8.2.1)
 
+// Converts between the steady clock, RTP timestamps and NTP timestamps.
 class MediaClock {
 public:
     // At `start`, the wall clock reads `wall` and the RTP timestamp is `firstTimestamp`, which is to be
@@ -46,6 +47,7 @@ public:
         return static_cast<std::uint64_t>(seconds) << 32 | fraction;
     }
 
+    // Returns the timestamp units per second.
     std::uint32_t clockRate() const { return m_clockRate; }
 
 private:
@@ -72,9 +74,10 @@ private:
 
 // Pictures per second as a fraction, such as 30000 / 1001. Both above 0.
 struct FrameRate {
-    std::uint32_t numerator = 30;
-    std::uint32_t denominator = 1;
+    std::uint32_t numerator = 30;   // pictures in `denominator` seconds
+    std::uint32_t denominator = 1;  // seconds; not 0
 
+    // Returns the rate as a number.
     double perSecond() const { return static_cast<double>(numerator) / static_cast<double>(denominator); }
 };
 

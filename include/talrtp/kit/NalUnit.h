@@ -37,7 +37,9 @@ enum NalType : int {
     kNalFuA = 28,
 };
 
+// The bits of the header byte that hold the type.
 constexpr unsigned int kNalTypeMask = 0x1f;
+// The header is one byte.
 constexpr std::size_t kNalHeaderSize = 1;
 
 // Returns the type of a unit, 0 for an empty one.
@@ -60,6 +62,7 @@ constexpr const char* whyNotCarried(BytesView unit) {
     return type > kNalLastSingle ? "types 24 to 31 mark packets in RTP, not units" : nullptr;
 }
 
+// Tells whether RTP can carry the unit.
 constexpr bool isCarriedByRtp(BytesView unit) {
     return whyNotCarried(unit) == nullptr;
 }

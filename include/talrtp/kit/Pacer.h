@@ -19,6 +19,7 @@
 
 namespace talrtp::kit {
 
+// Spreads datagrams over time, so that a burst does not overflow a queue on the way.
 class Pacer {
 public:
     // `bitsPerSecond`: 1 or more, finite. `depthBytes`: the largest burst; with 0 each datagram waits until

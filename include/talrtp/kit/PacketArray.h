@@ -26,7 +26,9 @@ public:
         }
     }
 
+    // Takes the packets of the other array, which is empty afterwards.
     PacketArray(PacketArray&& other) noexcept { swap(other); }
+    // Destroys its packets and takes those of the other array, which is empty afterwards.
     PacketArray& operator=(PacketArray&& other) noexcept {
         PacketArray taken(std::move(other));
         swap(taken);
@@ -45,10 +47,13 @@ public:
     }
 
     // **Lends** the first packet, or null when there is none.
+    // Returns the first packet, as the operations of a session take it.
     Packet* data() { return m_packets; }
+    // Returns the number of packets.
     std::size_t size() const { return m_count; }
     // Packet `i`, which lies below the size.
     Packet& operator[](std::size_t i) { return m_packets[i]; }
+    // Packet `i`, which lies below the size, to read only.
     const Packet& operator[](std::size_t i) const { return m_packets[i]; }
 
 private:

@@ -13,6 +13,7 @@
 
 namespace talrtp::kit {
 
+// The structure of a payload (RFC 6184, 5.2).
 enum class PayloadKind : std::uint8_t {
     kSingle,     // one NAL unit
     kAggregate,  // STAP-A
@@ -23,15 +24,16 @@ enum class PayloadKind : std::uint8_t {
     kUnknown,    // of a type that no session hands over
 };
 
+// What play-out needs to know of one media packet.
 struct PacketHead {
-    std::uint16_t sequence = 0;
-    std::uint32_t timestamp = 0;
-    std::uint32_t ssrc = 0;
-    bool hasMarker = false;
-    PayloadKind kind = PayloadKind::kEmpty;
-    std::uint8_t padding = 0;        // bytes of RTP padding at the end of the payload
-    std::uint16_t unitCount = 0;     // NAL units that begin in this packet
-    bool isSound = true;             // the units of an aggregation packet fill it exactly
+    std::uint16_t sequence = 0;              // sequence number
+    std::uint32_t timestamp = 0;             // RTP timestamp
+    std::uint32_t ssrc = 0;                  // synchronization source
+    bool hasMarker = false;                  // the last packet of a picture has it
+    PayloadKind kind = PayloadKind::kEmpty;  // read from the first bytes
+    std::uint8_t padding = 0;                // bytes of RTP padding at the end of the payload
+    std::uint16_t unitCount = 0;             // NAL units that begin in this packet
+    bool isSound = true;                     // the units of an aggregation packet fill it exactly
     std::uint8_t firstUnitType = 0;  // NAL unit type of the first unit; 0 in a fragment that is not the first
     bool isFirstSlice = false;       // the first unit is a slice that begins at the first macroblock
 };

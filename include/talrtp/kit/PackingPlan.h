@@ -17,11 +17,12 @@ constexpr std::size_t kStapHeaderSize = 1;   // followed, for each unit, by
 constexpr std::size_t kStapLengthSize = 2;   // its length
 constexpr std::size_t kMaxStapUnit = 65535;  // the most that the length field holds
 
+// How a step sends its units: one packet for one unit, one for several, or several for one.
 enum class PackKind { kSingle, kAggregate, kFragments };
 
 // One call of a packet-making operation of the session.
 struct PackStep {
-    PackKind kind;
+    PackKind kind;            // how the units become packets
     std::size_t firstUnit;    // position in the picture
     std::size_t unitCount;    // above 1 for kAggregate only
     std::size_t packetCount;  // above 1 for kFragments only
@@ -36,6 +37,7 @@ constexpr std::size_t fragmentCount(std::size_t unitSize, int maxPacket) {
     return (unitSize - 1) / room + 1;
 }
 
+// Plans the packets of one picture after the other, in memory that is used again.
 class PackingPlanner {
 public:
     // `maxPacket`: bytes of the largest packet, at least `kMinMediaPacket`.

@@ -15,25 +15,28 @@ namespace talrtp::kit {
 
 // Facts about a picture besides its units.
 struct PictureFacts {
-    std::uint32_t timestamp = 0;
-    std::uint32_t ssrc = 0;
-    std::uint64_t firstSequence = 0;
-    std::uint64_t lastSequence = 0;
-    std::size_t missingPackets = 0;
-    std::size_t rebuiltPackets = 0;
-    bool isComplete = false;
+    std::uint32_t timestamp = 0;      // RTP timestamp
+    std::uint32_t ssrc = 0;           // synchronization source
+    std::uint64_t firstSequence = 0;  // counted on across the wrap-around
+    std::uint64_t lastSequence = 0;   // likewise
+    std::size_t missingPackets = 0;   // never arrived, not rebuilt
+    std::size_t rebuiltPackets = 0;   // by FEC
+    bool isComplete = false;          // as `Picture::isComplete` defines it
 };
 
 // A `Receiver` **lends** it, with every view in it, for the duration of the call.
 class Picture {
 public:
     // RTP timestamp. It is the time of presentation: with B pictures it goes back and forth.
+    // Returns the RTP timestamp of the packets.
     std::uint32_t timestamp() const { return m_facts.timestamp; }
+    // Returns the synchronization source of the packets.
     std::uint32_t ssrc() const { return m_facts.ssrc; }
 
     // The sequence numbers from which to which the picture extends, counted on across the wrap-around. Their
     // low 16 bits are the numbers on the wire.
     std::uint64_t firstSequence() const { return m_facts.firstSequence; }
+    // Returns the number of the last packet, likewise.
     std::uint64_t lastSequence() const { return m_facts.lastSequence; }
 
     // The units, without start codes. At least one. Parameter sets of the receiver's options come first when
@@ -52,7 +55,9 @@ public:
     // to count from: it is complete only when it begins as a picture begins.
     bool isComplete() const { return m_facts.isComplete; }
     // Sequence numbers of the picture that neither arrived nor were rebuilt.
+    // Returns the number of packets that never arrived and were not rebuilt.
     std::size_t missingPackets() const { return m_facts.missingPackets; }
+    // Returns the number of packets that FEC rebuilt.
     std::size_t rebuiltPackets() const { return m_facts.rebuiltPackets; }
 
 private:
@@ -66,7 +71,9 @@ private:
 // Fills pictures. For the kit's own use.
 class PictureMaker {
 public:
+    // Lends the facts of a picture.
     static PictureFacts& facts(Picture& picture) { return picture.m_facts; }
+    // Lends the units of a picture.
     static UnitRun& run(Picture& picture) { return picture.m_run; }
 
     // Puts parameter sets before the units, unless there is a sequence parameter set among these.

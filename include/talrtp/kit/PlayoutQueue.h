@@ -42,6 +42,7 @@
 
 namespace talrtp::kit {
 
+// Keeps the facts of the packets that wait and decides which picture is due.
 class PlayoutQueue {
 public:
     // RFC 3550, A.1: a number up to this far ahead is a gap; beyond it the sender may have begun anew.
@@ -59,6 +60,7 @@ public:
     // sender is taken to pause.
     static constexpr std::chrono::milliseconds kSilence{500};
 
+    // Where a packet with this number goes.
     enum class Verdict {
         kFresh,    // a number that was missing or new: for the session
         kLate,     // its picture was played: for the session, since it may help FEC
@@ -70,8 +72,8 @@ public:
 
     // The first picture in decoding order, when its time has come.
     struct Due {
-        std::uint32_t timestamp = 0;
-        bool needsForce = false;  // units of it may still be in the session
+        std::uint32_t timestamp = 0;  // RTP timestamp
+        bool needsForce = false;      // units of it may still be in the session
     };
 
     // `wait`: how long a gap holds up play. `hasParameterSets`: a stream may begin with an IDR picture.
@@ -226,6 +228,7 @@ public:
 
     // Tells whether no packet waits.
     bool isEmpty() const { return !m_hasNumbers || m_next > m_highest; }
+    // Returns the payload bytes that wait.
     std::size_t waitingBytes() const { return m_waitingBytes; }
 
 private:

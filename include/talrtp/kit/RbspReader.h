@@ -11,6 +11,7 @@
 
 namespace talrtp::kit {
 
+// A cursor over the bits of one unit.
 class RbspReader {
 public:
     // `payload`: the bytes of a unit after its header; **borrowed** for the life of the reader.
@@ -24,6 +25,7 @@ public:
         }
         return value;
     }
+    // Reads one bit.
     bool flag() { return bit() != 0; }
 
     // Returns an unsigned Exp-Golomb number. One that does not fit 32 bits makes the reader fail.

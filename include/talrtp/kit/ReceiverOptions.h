@@ -14,6 +14,7 @@
 
 namespace talrtp::kit {
 
+// The options of a `Receiver`, each with a default that suits most streams.
 struct ReceiverOptions {
     FecScheme fec = FecScheme::kReedSolomon;  // how FEC packets are read, if any arrive
     unsigned int payloadType = 98;            // of media packets

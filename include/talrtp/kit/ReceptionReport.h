@@ -28,6 +28,7 @@ constexpr std::uint32_t middleOfNtp(std::uint64_t ntp) {
     return static_cast<std::uint32_t>((ntp >> 16) & 0xffffffff);
 }
 
+// The reception state of one source.
 class ReceptionReport {
 public:
     // Counts packets of `ssrc`, whose RTP timestamps run at `clockRate` Hz.
@@ -52,6 +53,7 @@ public:
     // is 0.
     ReportBlock report(TimePoint now);
 
+    // Returns the source that the report is about.
     std::uint32_t ssrc() const { return m_ssrc; }
     // Tells whether any packet was counted.
     bool hasPackets() const { return m_hasPackets; }

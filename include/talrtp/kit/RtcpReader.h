@@ -38,6 +38,7 @@ template <typename... Functions>
 struct RtcpVisitor : Functions... {
     using Functions::operator()...;
 };
+// Deduces the types of the functions.
 template <typename... Functions>
 RtcpVisitor(Functions...) -> RtcpVisitor<Functions...>;
 
@@ -52,8 +53,10 @@ struct RtcpReadResult {
     explicit operator bool() const { return error.empty(); }
 };
 
+// Reads the datagrams of one wire form.
 class RtcpReader {
 public:
+    // Reads datagrams of the wire form `form`.
     explicit RtcpReader(Form form) : m_form(form) {}
 
     // Reads `datagram` and calls `visitor` for its packets, in order. **Lends** each record for the call; a
@@ -65,6 +68,7 @@ public:
     template <typename Visitor>
     RtcpReadResult read(BytesView datagram, Visitor&& visitor) const;
 
+    // Returns the wire form.
     Form form() const { return m_form; }
 
 private:

@@ -26,6 +26,7 @@
 
 namespace talrtp::kit {
 
+// Collects the packets of one datagram.
 class RtcpWriter {
 public:
     // Starts an empty datagram of `form`.
@@ -68,6 +69,7 @@ public:
     // Returns the reason of the first refusal since the last clear(), or an empty text.
     const std::string& error() const { return m_error; }
 
+    // Returns the wire form.
     Form form() const { return m_form; }
 
     // Starts a new datagram. Keeps the memory.

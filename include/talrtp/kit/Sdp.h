@@ -33,6 +33,7 @@ namespace talrtp::kit {
 
 struct SdpResult;
 
+// A session description as a record.
 struct Sdp {
     std::string sessionName;          // may be empty
     std::string address;              // IPv4, IPv6 or host name to which the stream is sent
@@ -43,11 +44,11 @@ struct Sdp {
     int packetizationMode = 1;        // 0: single NAL units only; 1: STAP-A and FU-A too
     std::vector<std::vector<std::uint8_t>> parameterSets;  // SPS, PPS, without start codes
     std::optional<int> rtcpPort;                           // none: the port after the media's
-    FecScheme fec = FecScheme::kNone;
-    int fecPort = 0;  // with a scheme only; another one than `port`
-    unsigned int fecPayloadType = 111;
-    std::optional<double> frameRate;  // pictures per second, kept to six decimals
-    std::optional<std::uint32_t> ssrc;
+    FecScheme fec = FecScheme::kNone;                      // how FEC packets are made, if the stream has any
+    int fecPort = 0;                                       // with a scheme only; another one than `port`
+    unsigned int fecPayloadType = 111;                     // of the FEC flow
+    std::optional<double> frameRate;                       // pictures per second, kept to six decimals
+    std::optional<std::uint32_t> ssrc;                     // of the media packets
     int ttl = 1;  // 0..255; means something for an IPv4 multicast address only
 
     // Returns a description that holds `sets`, any range of NAL units that convert to BytesView, and the
@@ -73,10 +74,11 @@ struct Sdp {
 
 // The outcome of a read: a description, or an error.
 struct SdpResult {
-    std::optional<Sdp> sdp;
-    std::string error;  // empty when there is a description
+    std::optional<Sdp> sdp;  // the description, if the text holds one
+    std::string error;       // empty when there is a description
 };
 
+// Descriptions are equal when all of their fields are.
 inline bool operator==(const Sdp& a, const Sdp& b) {
     return a.sessionName == b.sessionName && a.address == b.address && a.port == b.port &&
            a.payloadType == b.payloadType && a.clockRate == b.clockRate &&

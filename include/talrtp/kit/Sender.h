@@ -46,11 +46,11 @@ constexpr std::size_t kMaxPicturePackets = 8192;
 
 // How the sending of one picture went.
 struct SendResult {
-    std::size_t sentUnits = 0;
-    std::size_t refusedUnits = 0;
-    std::size_t packets = 0;     // media packets sent in the call
-    std::size_t fecPackets = 0;  // FEC packets sent in the call, those of earlier pictures included
-    std::string error;           // the first refusal: unit, size, type and reason; empty when there was none
+    std::size_t sentUnits = 0;     // units that went out
+    std::size_t refusedUnits = 0;  // units that RTP cannot carry
+    std::size_t packets = 0;       // media packets sent in the call
+    std::size_t fecPackets = 0;    // FEC packets sent in the call, those of earlier pictures included
+    std::string error;  // the first refusal: unit, size, type and reason; empty when there was none
 
     // Nothing was refused.
     explicit operator bool() const { return error.empty(); }
@@ -98,6 +98,7 @@ public:
         }
         return sendUnits(timestamp);
     }
+    // Likewise, for units that are listed at the call.
     SendResult sendPicture(std::uint32_t timestamp, std::initializer_list<BytesView> units) {
         if (units.size() == 1 && isOnePacket(*units.begin())) {
             return sendOnePacket(timestamp, *units.begin());
@@ -137,6 +138,7 @@ public:
         return sum;
     }
 
+    // Returns the options as given.
     const SenderOptions& options() const { return m_options; }
 
 private:

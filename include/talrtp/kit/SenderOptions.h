@@ -12,6 +12,7 @@
 
 namespace talrtp::kit {
 
+// The size of an RTP header without CSRCs and extension.
 constexpr int kRtpHeaderSize = 12;
 constexpr int kFuHeaderSize = 2;  // FU indicator and FU header (RFC 6184, 5.8)
 
@@ -23,9 +24,11 @@ constexpr int kMaxMtu = 65507;  // bytes of payload that a UDP datagram holds ov
 // Bytes by which an FEC packet exceeds the longest media packet that it protects: an XOR packet repeats all
 // but the RTP header after two headers of its own, a Reed-Solomon packet holds a whole packet after 20 bytes.
 constexpr int kXorFecExcess = 12;
-constexpr int kReedSolomonFecExcess = 20;
+constexpr int kReedSolomonFecExcess = 20;  // likewise of a Reed-Solomon packet
+// The largest media packet of a Reed-Solomon group.
 constexpr int kMaxReedSolomonBlock = MAX_PACKET_SIZE;
 
+// Returns how many bytes an FEC packet of the scheme can be longer than the longest media packet.
 constexpr int fecExcess(FecScheme scheme) {
     return scheme == FecScheme::kXor           ? kXorFecExcess
            : scheme == FecScheme::kReedSolomon ? kReedSolomonFecExcess
@@ -41,6 +44,7 @@ inline int maxMediaPacket(int mtu, FecScheme scheme) {
     return isTooLongForCodec ? kMaxReedSolomonBlock : room;
 }
 
+// The options of a `Sender`.
 struct SenderOptions {
     std::uint32_t ssrc = 0;             // of media and FEC packets
     int mtu = 1200;                     // largest RTP packet in bytes, FEC packets included
@@ -51,7 +55,7 @@ struct SenderOptions {
 
     // The numbers to begin with; random unless set, as RFC 3550, 5.1 wants it.
     std::optional<std::uint16_t> firstSequence;
-    std::optional<std::uint16_t> firstFecSequence;
+    std::optional<std::uint16_t> firstFecSequence;  // likewise, of FEC packets
 
     // Returns an empty string, or what is wrong with which value.
     std::string check() const {

@@ -28,6 +28,7 @@ public:
         return m_time;
     }
 
+    // Returns the time of this clock.
     TimePoint now() const { return m_time; }
 
     // The host's time at which this clock shows `time`, which is not more than a few seconds ahead.
@@ -61,6 +62,7 @@ public:
         return milliseconds();
     }
 
+    // Returns the milliseconds of the last `advance`.
     unsigned long milliseconds() const { return static_cast<unsigned long>(m_time.count() / 1000); }
 
 private:

@@ -16,11 +16,16 @@ namespace talrtp::kit {
 // one.
 class SessionMembers : public CMMRTPSession4SVC {
 public:
+    // Returns the member that lists the media packets.
     static auto mediaPacketList() { return &SessionMembers::m_mediaPacketList; }
+    // Returns the member that counts the rebuilt media packets.
     static auto recoveredMediaPacketNumber() { return &SessionMembers::m_recoveredMediaPacketNumber; }
+    // Returns the member that holds the next media sequence number.
     static auto sequenceNumber() { return &SessionMembers::m_sequenceNumber; }
+    // Returns the member that holds the next FEC sequence number.
     static auto fecSequenceNumber() { return &SessionMembers::m_fecSequenceNumber; }
 
+    // Adds the counters of a session to a sum.
     static void addCounters(const CMMRTPSessionBase& from, Statistics& sum) {
         sum.createdMediaPacketNumber += from.*(&SessionMembers::m_createdMediaPacketNumber);
         sum.createdFECPacketNumber += from.*(&SessionMembers::m_createdFECPacketNumber);
@@ -50,6 +55,7 @@ public:
     SessionHandle(const SessionHandle&) = delete;
     SessionHandle& operator=(const SessionHandle&) = delete;
 
+    // Returns the session, which the handle owns.
     ITalRTPSession* operator->() const { return m_session; }
 
     // **Lends** the stored media packet with that sequence number, or null.
@@ -68,10 +74,13 @@ public:
         return (isWrapped ? list.lower_bound(kHalf) : list.begin())->first;
     }
 
+    // Returns the number of media packets that FEC rebuilt.
     std::uint64_t recoveredCount() const { return documented().*Members::recoveredMediaPacketNumber(); }
 
     // The sequence numbers of the next packets made.
+    // Sets the number of the next media packet.
     void setNextSequence(std::uint16_t media) { documented().*Members::sequenceNumber() = media; }
+    // Sets the number of the next FEC packet.
     void setNextFecSequence(std::uint16_t fec) { documented().*Members::fecSequenceNumber() = fec; }
 
     // Adds the thirteen counters of the session to `sum`.

@@ -24,6 +24,7 @@ public:
         m_next = static_cast<std::uint16_t>(sequence + 1);
         m_isKept = true;
     }
+    // Forgets the datagram.
     void drop() { m_isKept = false; }
 
     // Tells whether one is kept that has the number before `sequence`.
@@ -46,15 +47,19 @@ private:
 // sequence takes its place (RFC 3550, A.1: a source is valid after two packets in sequence).
 class SourceFilter {
 public:
+    // What a receiver does with a packet.
     enum class Verdict {
         kTake,      // a packet of the source
         kOther,     // a packet of another source
         kTakeOver,  // a new source: begin anew, with the datagram that was kept and then with this one
     };
 
+    // `given`: the source to hold to, if it is known. `timeout`: the silence after which another may take its
+    // place.
     SourceFilter(std::optional<std::uint32_t> given, std::chrono::milliseconds timeout)
         : m_ssrc(given), m_isGiven(given.has_value()), m_timeout(timeout) {}
 
+    // Returns the source, once there is one.
     std::optional<std::uint32_t> ssrc() const { return m_ssrc; }
 
     // `datagram`: a valid RTP packet. FEC packets never make a new source. `now` never steps back.

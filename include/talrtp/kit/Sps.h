@@ -17,14 +17,15 @@
 
 namespace talrtp::kit {
 
+// The fields of a sequence parameter set.
 struct SpsInfo {
     unsigned int profile = 0;      // profile_idc
     unsigned int constraints = 0;  // the byte of constraint flags
     unsigned int level = 0;        // level_idc
     unsigned int id = 0;           // seq_parameter_set_id, 0 to 31
 
-    std::uint32_t width = 0;  // of the pictures in luma samples, cropped
-    std::uint32_t height = 0;
+    std::uint32_t width = 0;    // of the pictures in luma samples, cropped
+    std::uint32_t height = 0;   // likewise
     bool hasOnlyFrames = true;  // frame_mbs_only_flag: no fields
 
     bool hasColourPlanes = false;       // separate_colour_plane_flag
@@ -38,6 +39,7 @@ struct SpsInfo {
         std::uint32_t timeScale = 0;    // time_scale, above 0
         bool isFixed = false;           // fixed_frame_rate_flag
     };
+    // The rate, if the parameter set states one.
     std::optional<Timing> timing;
 
     // max_num_reorder_frames, if stated: how many pictures may come before one in decoding order and after it

@@ -18,8 +18,10 @@
 
 namespace talrtp::kit {
 
+// Knows the hand-overs of one packet so far.
 class StapUnitCutter {
 public:
+    // One hand-over, cut.
     struct Cut {
         std::size_t size;   // bytes of the hand-over that belong to it, start code included
         std::size_t index;  // position of the unit in its aggregation packet, from 0; 0 for other packets

@@ -9,7 +9,9 @@
 
 namespace talrtp::kit {
 
+// A time of the steady clock.
 using TimePoint = std::chrono::steady_clock::time_point;
+// The time between two times.
 using Duration = std::chrono::steady_clock::duration;
 
 }  // namespace talrtp::kit

@@ -34,8 +34,9 @@ namespace talrtp::kit {
 // Each level includes those before it.
 enum class TraceLevel : int { kNone = -1, kError = 0, kWarning = 1, kInfo = 2 };
 
+// One line of diagnostics.
 struct TraceLine {
-    TraceLevel level;
+    TraceLevel level;       // of the line
     std::string_view text;  // without the end of a line; lent for the call
 };
 

@@ -12,8 +12,10 @@
 
 namespace talrtp::kit {
 
+// Each unit has the start code of four bytes.
 constexpr std::size_t kStartCodeSize = sizeof(kStartCode);
 
+// A byte stream with the places of its units.
 class UnitRun {
 public:
     // Copies a unit that begins with its start code. One without a byte of its own is ignored.
@@ -38,13 +40,16 @@ public:
         m_units.clear();
     }
 
+    // Returns the number of units.
     std::size_t count() const { return m_units.size(); }
     // All units, each after its start code.
     BytesView annexB() const { return m_bytes; }
+    // Returns the bytes for which there is memory.
     std::size_t capacity() const { return m_bytes.capacity(); }
 
     // Size of unit `i`, without start code, and whether it is whole.
     std::size_t sizeOf(std::size_t i) const { return m_units[i].size; }
+    // Tells whether unit `i` arrived whole.
     bool isWhole(std::size_t i) const { return m_units[i].isWhole; }
 
 private:
