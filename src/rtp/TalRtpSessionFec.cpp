@@ -24,9 +24,11 @@
 
 #include "TalRtpPacketAccess.h"
 #include "TalRtpPacketLayout.h"
+#include "TalRtpPacketView.h"
 #include "TalRtpReceiveIndex.h"
 #include "TalRtpTraceLine.h"
 #include "fec/RsInterpolation.h"
+#include "fec/XorRecovery.h"
 #include "kernels/GfKernel.h"
 #include "kernels/XorKernel.h"
 
@@ -356,106 +358,22 @@ void CMMRTPSessionBase::recoverPacketWithXORFEC(CRTPFECPacket* fecPacket, bool& 
 
 namespace {
 
-// A packet under reconstruction: what is XORed together of the headers, and the bodies behind the fixed
-// headers, which are touched only when the packet's length and header turn out to fit.
-class CXorRecovery {
-public:
-    // `bodyCapacity`: room behind the fixed header, at least 0.
-    CXorRecovery(_uint16_t seq, int bodyCapacity) : m_seq(seq), m_bodyCapacity(bodyCapacity) {}
-
-    void addFecPacket(const CRTPFECPacket& fec) {
-        std::memcpy(m_header, CPacketAccess::buffer(fec), sizeof m_header);
-        storeBig32(m_header + kTimestampOffset, fec.get_fec_recover_timestamp());
-        m_payloadType = fec.get_fec_recover_payload_type();
-        m_length = fec.get_fec_recover_length();
-        addBody(fec.get_payload_ptr() + kFecHeaderSize, fec.get_payload_size() - kFecHeaderSize);
+void reportIfCut(EXorBody body, _uint16_t seq, int capacity, int size) {
+    if (body == EXorBody::kCut) {
+        TAL_TRACE(WARNING,
+                  "CMMRTPSessionBase::recoverPacket recovered packet size is too small, recoveredSeq = "
+                      << seq << ", recoveredLen = " << capacity << ", recoverLen = " << size);
     }
+}
 
-    void addMediaPacket(const CTalRtpPacket& packet) {
-        unsigned char* const bytes = packet.get_buffer();
-        const int bodySize = CPacketAccess::packetSize(packet) - kFixedHeaderSize;
-        for (std::size_t i = 0; i < sizeof m_header; ++i) {
-            m_header[i] = static_cast<unsigned char>(m_header[i] ^ bytes[i]);
-        }
-        // Compatibility: the packet kind, not the payload type that the sender XORed; receivers in the field
-        // rebuild the payload type so.
-        m_payloadType = static_cast<_uint8_t>(m_payloadType ^ packet.get_packet_type());
-        m_length = static_cast<_uint16_t>(m_length ^ bodySize);
-        addBody(bytes + kFixedHeaderSize, bodySize);
-    }
-
-    // **Returns** the packet, or null, before anything is allocated, when its length fits neither its buffer
-    // nor its header.
-    CTalRtpPacket* make(_uint32_t ssrc) const {
-        const int packetSize = m_length + kFixedHeaderSize;
-        const int headerSize = rebuiltHeaderSize();
-        if (m_length > m_bodyCapacity || packetSize < headerSize) {
-            return nullptr;
-        }
-        std::unique_ptr<CTalRtpPacket> packet(new CTalRtpPacket(kFixedHeaderSize + m_bodyCapacity));
-        writeHeader(*packet, ssrc);
-        unsigned char* const target = packet->get_buffer() + kFixedHeaderSize;
-        for (int i = 0; i < m_bodyCount; ++i) {
-            deployXorProcess(target, target, m_bodies[i], m_sizes[i]);
-        }
-        packet->set_payload_size(packetSize - headerSize);
-        return packet.release();
-    }
-
-private:
-    static constexpr int kMaxBodies = kFecMaskBits + 1;
-
-    void addBody(unsigned char* body, int size) {
-        if (m_bodyCapacity < size) {
-            TAL_TRACE(WARNING,
-                      "CMMRTPSessionBase::recoverPacket recovered packet size is too small, recoveredSeq = "
-                          << m_seq << ", recoveredLen = " << m_bodyCapacity << ", recoverLen = " << size);
-        }
-        m_bodies[m_bodyCount] = body;
-        m_sizes[m_bodyCount++] = std::min(size, m_bodyCapacity);
-    }
-
-    void writeHeader(CTalRtpPacket& packet, _uint32_t ssrc) const {
-        packet.set_version(kVersion);
-        packet.set_pad_flag(readFlag(m_header + kFlagsOffset, kPaddingMask));
-        packet.set_extension_flag(readExtensionFlag(m_header));
-        packet.set_contrib_src_count(readContribCount(m_header));
-        packet.set_marker_flag(readFlag(m_header + kMarkerAndTypeOffset, kMarkerMask));
-        packet.set_payload_type(m_payloadType);
-        packet.set_sequence_number(m_seq);
-        packet.set_timestamp(loadBig32(m_header + kTimestampOffset));
-        packet.set_sync_source(ssrc);
-    }
-
-    // What the packet's own header will say, of which an extension's length lies in the bodies.
-    int rebuiltHeaderSize() const {
-        unsigned char header[kSpareSize] = {};
-        header[kFlagsOffset] = m_header[kFlagsOffset];
-        const int offset = extensionOffset(header) + kExtensionLengthOffset;
-        header[offset] = bodyByte(offset - kFixedHeaderSize);
-        header[offset + 1] = bodyByte(offset - kFixedHeaderSize + 1);
-        return readHeaderSize(header);
-    }
-
-    unsigned char bodyByte(int offset) const {
-        unsigned char byte = 0;
-        for (int i = 0; i < m_bodyCount; ++i) {
-            byte = static_cast<unsigned char>(byte ^ (offset < m_sizes[i] ? m_bodies[i][offset] : 0));
-        }
-        return byte;
-    }
-
-    _uint16_t m_seq;
-    int m_bodyCapacity;
-    // Flags, marker bit and timestamp, where a header has them. The sequence numbers between them mean
-    // nothing.
-    unsigned char m_header[kSyncSourceOffset] = {};
-    _uint8_t m_payloadType = 0;
-    _uint16_t m_length = 0;
-    int m_bodyCount = 0;
-    unsigned char* m_bodies[kMaxBodies];
-    int m_sizes[kMaxBodies];
-};
+// **Returns owned** the rebuilt packet, which is plausible.
+CTalRtpPacket* makeRecovered(const CXorRecovery& recovery, int bodyCapacity, _uint16_t seq, _uint32_t ssrc) {
+    std::unique_ptr<CTalRtpPacket> packet(new CTalRtpPacket(kFixedHeaderSize + bodyCapacity));
+    recovery.writeTo(packet->get_buffer(), seq, ssrc);
+    packet->set_payload_type(recovery.payloadType());
+    packet->set_payload_size(recovery.payloadSize());
+    return packet.release();
+}
 
 }  // namespace
 
@@ -485,12 +403,19 @@ CTalRtpPacket* CMMRTPSessionBase::recoverPacket(unsigned short seq, CRTPFECPacke
     if (static_cast<_uint16_t>(length) > bodyCapacity && !isTraced(TRACE_WARNING)) {
         return nullptr;
     }
-    CXorRecovery recovery(seq, bodyCapacity);
-    recovery.addFecPacket(*fecPacket);
+    CXorRecovery recovery(CPacketAccess::buffer(*fecPacket), bodyCapacity);
+    const stByteView parity = {fecPacket->get_payload_ptr() + kFecHeaderSize,
+                               fecPacket->get_payload_size() - kFecHeaderSize};
+    reportIfCut(recovery.addParity(parity), seq, bodyCapacity, parity.size);
     for (int i = 0; i < count; ++i) {
-        recovery.addMediaPacket(*packets[i]);
+        const stByteView packet = viewOf(*packets[i]);
+        // Compatibility: the packet kind, not the payload type that the sender XORed; receivers in the field
+        // rebuild the payload type so.
+        const EXorBody body = recovery.addMediaPacket(packet, packets[i]->get_packet_type());
+        reportIfCut(body, seq, bodyCapacity, packet.bodySize());
     }
-    return recovery.make(fecPacket->get_sync_source());
+    return recovery.isPlausible() ? makeRecovered(recovery, bodyCapacity, seq, fecPacket->get_sync_source())
+                                  : nullptr;
 }
 
 // --- Reed-Solomon recovery ---

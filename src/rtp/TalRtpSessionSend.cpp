@@ -9,6 +9,7 @@
 #include <typeinfo>
 
 #include "TalRtpPacketAccess.h"
+#include "TalRtpPacketView.h"
 #include "TalRtpTraceLine.h"
 #include "fec/GroupSpan.h"
 #include "fec/RsLength.h"
@@ -141,10 +142,6 @@ int CMMRTPSessionBase::CreateFuaPackets(unsigned long timestamp, int nalSize, un
 namespace {
 
 constexpr unsigned int kSelectionBits = 32;  // of the host's choice of packets, which repeats
-
-stByteView viewOf(const CTalRtpPacket& packet) {
-    return {CPacketAccess::buffer(packet), CPacketAccess::packetSize(packet)};
-}
 
 // The packets of an array that the host's mask selects.
 class CSelectedPackets {
