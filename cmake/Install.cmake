@@ -1,5 +1,5 @@
-# The installed product: the library with its headers, the kit, the program with its manual, the CMake package and
-# the pkg-config files. A build with the shared library and one with the static library may be installed into one
+# The installed product: the library with its headers, the kit, the program with its manual and the dissector for
+# Wireshark, the CMake package and the pkg-config files. A build with the shared library and one with the static library may be installed into one
 # prefix: each kind brings an export file of its own, all the rest is the same in both.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
@@ -38,11 +38,11 @@ if(TARGET talrtp_program)
   file(RELATIVE_PATH library_dir ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
   set_target_properties(talrtp_program PROPERTIES INSTALL_RPATH "$ORIGIN/${library_dir}")
   install(TARGETS talrtp_program)
-  foreach(pages ${PROJECT_SOURCE_DIR}/host/man ${PROJECT_BINARY_DIR}/host/man)
-    install(DIRECTORY ${pages}/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 OPTIONAL FILES_MATCHING PATTERN "*.1")
-  endforeach()
+  install(DIRECTORY ${PROJECT_BINARY_DIR}/host/man/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
+    FILES_MATCHING PATTERN "*.1")
   install(FILES ${PROJECT_BINARY_DIR}/host/man/talrtp.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
     RENAME talrtp)
+  install(FILES ${PROJECT_SOURCE_DIR}/tools/wireshark/talrtp.lua DESTINATION ${CMAKE_INSTALL_DATADIR}/talrtp/wireshark)
 endif()
 
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
