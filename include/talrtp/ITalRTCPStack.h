@@ -100,8 +100,8 @@ public:
     virtual std::int64_t CreateSenderReportPacket(unsigned int ssrc, _SenderInfo* senderInfo,
                                                   _ReportBlock* blocks, int count, unsigned char* buf,
                                                   int& len) = 0;
-    // Builds a receiver report (type 201) of `count` report blocks. `blocks` is not null, even when `count`
-    // is 0. Needs 8 + 24 * count bytes. RFC 3550, 6.4.2.
+    // Builds a receiver report (type 201) of `count` report blocks. `ssrc` is the reporter. `blocks` is not
+    // null, even when `count` is 0. Needs 8 + 24 * count bytes. RFC 3550, 6.4.2.
     virtual std::int64_t CreateReceiverReportPacket(unsigned int ssrc, _ReportBlock* blocks, int count,
                                                     unsigned char* buf, int& len) = 0;
     // Builds a source description (type 202) of `count` items, each 6 bytes and its text, back to back.
@@ -113,16 +113,18 @@ public:
     // Builds a goodbye (type 203) for `count` sources in host order, without a reason. `ssrcs` is not null.
     // Needs 4 + 4 * count bytes. RFC 3550, 6.6.
     virtual std::int64_t CreateByePacket(unsigned int* ssrcs, int count, unsigned char* buf, int& len) = 0;
-    // Builds an application-defined packet (type 204). The low 5 bits of `subtype` are written. `name` has 4
-    // bytes, `data` `dataLen` bytes; neither is null. Needs 12 + dataLen bytes. RFC 3550, 6.7.
+    // Builds an application-defined packet (type 204) of the sender `ssrc`. The low 5 bits of `subtype` are
+    // written. `name` has 4 bytes, `data` `dataLen` bytes; neither is null. Needs 12 + dataLen bytes. RFC
+    // 3550, 6.7.
     virtual std::int64_t CreateAppPacket(unsigned int ssrc, unsigned char subtype, unsigned char* name,
                                          unsigned char* data, int dataLen, unsigned char* buf, int& len) = 0;
-    // Builds a transport-layer feedback packet (type 205). The low 5 bits of `fmt`, the feedback message
-    // type, are written. `fci` has `fciLen` bytes; when it is null, their room keeps its old bytes.
-    // Needs 12 + fciLen bytes. RFC 4585, 6.2.
+    // Builds a transport-layer feedback packet (type 205) of `senderSsrc` about `mediaSsrc`. The low 5 bits
+    // of `fmt`, the feedback message type, are written. `fci` has `fciLen` bytes; when it is null, their room
+    // keeps its old bytes. Needs 12 + fciLen bytes. RFC 4585, 6.2.
     virtual std::int64_t CreateRTPFBPacket(unsigned int senderSsrc, unsigned int mediaSsrc, unsigned char fmt,
                                            unsigned char* fci, int fciLen, unsigned char* buf, int& len) = 0;
-    // The same as a payload-specific feedback packet (type 206). RFC 4585, 6.3.
+    // The same as a payload-specific feedback packet (type 206): `fmt`, `fci` and `fciLen`, `senderSsrc` and
+    // `mediaSsrc` as above. RFC 4585, 6.3.
     virtual std::int64_t CreatePSFBPacket(unsigned int senderSsrc, unsigned int mediaSsrc, unsigned char fmt,
                                           unsigned char* fci, int fciLen, unsigned char* buf, int& len) = 0;
     // Copies `count` packets of `lengths[i]` bytes back to back into `buf`. They are neither checked nor
@@ -194,12 +196,13 @@ public:
     virtual unsigned int GetRTPFBSubType(unsigned char* buf, int len) = 0;
     // Returns the feedback message type (0..31) of a packet of type 206, else 0.
     virtual unsigned int GetPSFBSubType(unsigned char* buf, int len) = 0;
-    // Reads the two sources of a feedback packet, of type 205 or 206, in host order.
-    // Returns 0, or -1 for an invalid packet or another type.
+    // Reads the sources of a feedback packet, of type 205 or 206, in host order: `senderSsrc` sends it, and
+    // it is about `mediaSsrc`. Returns 0, or -1 for an invalid packet or another type.
     virtual std::int64_t GetFBSsrc(unsigned char* buf, int len, unsigned int& senderSsrc,
                                    unsigned int& mediaSsrc) = 0;
-    // **Lends** the feedback control information of a feedback packet, inside `buf`. `fciLen` is len - 12, so
-    // it is negative when `len` is below 12. Returns 0, or -1 for an invalid packet or another type.
+    // **Lends** the feedback control information of a feedback packet, inside `buf`, in `fci`. `fciLen` is
+    // len - 12, so it is negative when `len` is below 12. Returns 0, or -1 for an invalid packet or another
+    // type.
     virtual std::int64_t GetFBFCIData(unsigned char* buf, int len, unsigned char*& fci, int& fciLen) = 0;
 };
 

@@ -53,14 +53,15 @@ class TALRTP_API ITalRTPSession {
 public:
     virtual ~ITalRTPSession();
 
-    // Sets the payload types of media and of FEC packets from the next packet on. The defaults are 98 and
-    // 111. Returns 0, or -1 with a WARNING line when both are equal, which changes nothing. The range is not
-    // checked here: a value above 127 fails an assertion when the next packet is made.
+    // Sets the types of media packets (`payloadType`) and of FEC packets (`fecPayloadType`) from the next
+    // packet on. The defaults are 98 and 111. Returns 0, or -1 with a WARNING line when both are equal, which
+    // changes nothing. The range is not checked here: a value above 127 fails an assertion when the next
+    // packet is made.
     virtual int SetPayloadType(unsigned long payloadType, unsigned long fecPayloadType) = 0;
 
-    // Sets the kind of FEC: the kind that the session makes, and as which it reads received FEC packets. The
-    // default is `RTP_FEC_RS`. Returns 0, or -1 with a WARNING line for any other value than `RTP_FEC_XOR`
-    // and `RTP_FEC_RS`, which changes nothing.
+    // Sets the kind of FEC to `fecType`: the kind that the session makes, and as which it reads received FEC
+    // packets. The default is `RTP_FEC_RS`. Returns 0, or -1 with a WARNING line for any other value than
+    // `RTP_FEC_XOR` and `RTP_FEC_RS`, which changes nothing.
     virtual int SetFecType(unsigned long fecType) = 0;
 
     // Fills one packet with `nalCount` NAL units as a STAP-A (RFC 6184, 5.7.1).
@@ -74,17 +75,17 @@ public:
                                   unsigned char** nal_buf, CTalRtpPacket* pRtpPacket) = 0;
 
     // Cuts one NAL unit into `packetCount` FU-A packets with consecutive sequence numbers (RFC 6184, 5.8).
-    // `nal_buf`: `nalSize` bytes without start code; borrowed. `pRtpPacket`: an array of `packetCount` packet
-    // objects, borrowed; each buffer holds at least 14 bytes and one piece, which is `nalSize` /
-    // `packetCount` rounded up. The marker bit is set on the last packet and clear on the others. A
-    // `packetCount` of 1 makes a single NAL unit packet. The host chooses a count above 0 for which no piece
-    // is empty. Returns 0, or -1 with an ERROR line when a pointer is null.
+    // `timestamp`: as above. `nal_buf`: `nalSize` bytes without start code; borrowed. `pRtpPacket`: an array
+    // of `packetCount` packet objects, borrowed; each buffer holds at least 14 bytes and one piece, which is
+    // `nalSize` / `packetCount` rounded up. The marker bit is set on the last packet and clear on the others.
+    // A `packetCount` of 1 makes a single NAL unit packet. The host chooses a count above 0 for which no
+    // piece is empty. Returns 0, or -1 with an ERROR line when a pointer is null.
     virtual int CreateFuaPackets(unsigned long timestamp, int nalSize, unsigned char* nal_buf,
                                  int packetCount, CTalRtpPacket* pRtpPacket) = 0;
 
-    // Fills one packet with one NAL unit as it is (RFC 6184, 5.6). `nal_buf`: `nalSize` bytes without start
-    // code; borrowed. `pRtpPacket`: borrowed; its buffer holds at least 12 + `nalSize` bytes. The marker bit
-    // is set. Returns 0, or -1 with an ERROR line when a pointer is null.
+    // Fills one packet with one NAL unit as it is (RFC 6184, 5.6). `timestamp`: as above. `nal_buf`:
+    // `nalSize` bytes without start code; borrowed. `pRtpPacket`: borrowed; its buffer holds at least 12 +
+    // `nalSize` bytes. The marker bit is set. Returns 0, or -1 with an ERROR line when a pointer is null.
     virtual int CreateSinglePacket(unsigned long timestamp, int nalSize, unsigned char* nal_buf,
                                    CTalRtpPacket* pRtpPacket) = 0;
 

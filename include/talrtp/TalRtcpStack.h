@@ -96,18 +96,18 @@ public:
 
     // Sets the version, bits 7 and 6 of byte 0, to the low 2 bits of `version`.
     void SetVersion(unsigned char version, unsigned char* buf);
-    // Sets or clears the padding flag, bit 5 of byte 0.
+    // Sets or clears the padding flag, bit 5 of byte 0 of `buf`.
     void SetPaddingFlag(bool padding, unsigned char* buf);
-    // Sets the count, bits 4 to 0 of byte 0, to the low 5 bits of `count`.
+    // Sets the count, bits 4 to 0 of byte 0 of `buf`, to the low 5 bits of `count`.
     void SetPayloadCount(unsigned char count, unsigned char* buf);
-    // Sets the subtype or feedback message type, which lies where the count lies.
+    // Sets the subtype or feedback message type in `buf`, where the count lies.
     void SetSubType(unsigned char subtype, unsigned char* buf);
-    // Sets the packet type, byte 1.
+    // Sets the packet type, byte 1 of `buf`.
     void SetPayloadType(unsigned char type, unsigned char* buf);
     // Writes `ssrc`, in host order, to the 4 bytes at `place`.
     void SetSyncSource(unsigned int ssrc, unsigned char* place);
-    // Sets the length field to the number of 32-bit words that `length` bytes fill, rounded up. The header
-    // counts too. `length` has 16 bits: a packet of 65536 bytes or more declares only the remainder.
+    // Sets the length field of `buf` to the number of 32-bit words that `length` bytes fill, rounded up. The
+    // header counts too. `length` has 16 bits: a packet of 65536 bytes or more declares only the remainder.
     void SetPacketLength(unsigned short length, unsigned char* buf);
     // Writes the 20 bytes of a sender info to `place`. Returns 20.
     int SetSenderInfo(_SenderInfo* info, unsigned char* place);
@@ -118,19 +118,19 @@ public:
 
     // Field readers, the same in reverse. With a null pointer they return 0 and leave the record untouched.
 
-    // Returns the version, 0..3.
+    // Returns the version in `buf`, 0..3.
     unsigned char GetVersion(unsigned char* buf);
-    // Returns the padding flag, 0 or 1.
+    // Returns the padding flag in `buf`, 0 or 1.
     unsigned char GetPaddingFlag(unsigned char* buf);
-    // Returns the count, 0..31.
+    // Returns the count in `buf`, 0..31.
     unsigned char GetPayloadCount(unsigned char* buf);
-    // Returns the subtype or feedback message type, 0..31.
+    // Returns the subtype or feedback message type in `buf`, 0..31.
     unsigned char GetSubType(unsigned char* buf);
-    // Returns the packet type.
+    // Returns the packet type in `buf`.
     unsigned char GetPayloadType(unsigned char* buf);
     // Returns the SSRC in the 4 bytes at `place`, in host order.
     unsigned int GetSyncSource(unsigned char* place);
-    // Returns the length field as it is: 32-bit words of the whole packet.
+    // Returns the length field of `buf` as it is: 32-bit words of the whole packet.
     unsigned short GetPacketLength(unsigned char* buf);
     // Reads the 20 bytes of a sender info at `place`. Returns 20.
     int GetSenderInfo(unsigned char* place, _SenderInfo* info);

@@ -38,13 +38,13 @@ public:
 
     // Returns 0 for every index.
     unsigned int get_contrib_source(int index) const override;
-    // Does nothing.
+    // Does nothing, whatever `index` is.
     void set_contrib_source(int index, unsigned int csrc) override;
     // Returns 12, always.
     int get_header_size() const override;
-    // Returns false and writes nothing.
+    // Returns false for every `id` and writes nothing.
     bool get_extension(unsigned short id, unsigned char* data, int* length) const override;
-    // Does nothing.
+    // Does nothing, whatever `id` is.
     void set_extension(unsigned short id, unsigned char* data, int length) override;
     // Checks the packet as `CTalRtpPacket::validate` does, with a header of 12 bytes.
     bool validate() const override;
@@ -58,12 +58,12 @@ public:
 
     // Returns the XOR of (packet size - 12) over the protected packets.
     unsigned short get_fec_recover_length() const;
-    // Sets the XOR of (packet size - 12) over the protected packets.
+    // Sets `length`, the XOR of (packet size - 12) over the protected packets.
     void set_fec_recover_length(unsigned short length);
 
     // Returns E, the extension flag of the FEC header.
     bool get_fec_extension_flag() const;
-    // Sets or clears E and nothing else.
+    // Sets or clears E by `flag` and nothing else.
     void set_fec_extension_flag(bool flag);
 
     // Returns the XOR of the payload types, 0..127.
@@ -80,7 +80,7 @@ public:
 
     // Returns the XOR of the timestamps.
     unsigned int get_fec_recover_timestamp() const;
-    // Sets the XOR of the timestamps.
+    // Sets `timestamp`, the XOR of the timestamps.
     void set_fec_recover_timestamp(unsigned int timestamp);
 
     // The recovery values in the packet's own RTP header. The base class's setters write them.
@@ -123,22 +123,22 @@ public:
 
     // Returns the Reed-Solomon parity of the protected packets' sizes.
     unsigned short get_rs_recover_length() const;
-    // Sets the Reed-Solomon parity of the protected packets' sizes.
+    // Sets `length`, the Reed-Solomon parity of the protected packets' sizes.
     void set_rs_recover_length(unsigned short length);
 
     // Returns the position of this block among the group's parity blocks, 0 .. count - 1.
     unsigned char get_rs_index() const;
-    // Sets the position of this block among the group's parity blocks.
+    // Sets `index`, the position of this block among the group's parity blocks.
     void set_rs_index(unsigned char index);
 
     // Returns the number of parity packets of the group.
     unsigned char get_rs_count() const;
-    // Sets the number of parity packets of the group.
+    // Sets `count`, the number of parity packets of the group.
     void set_rs_count(unsigned char count);
 
     // Returns the number of protected media packets: a count, despite the field's name.
     unsigned char get_rs_mask() const;
-    // Sets the number of protected media packets.
+    // Sets `mask`, the number of protected media packets.
     void set_rs_mask(unsigned char mask);
 };
 

@@ -133,7 +133,7 @@ public:
 
     // Returns the kind mark.
     _packet_type_t get_packet_type() const;
-    // Sets the kind mark to any value.
+    // Sets the kind mark to `type`, any value.
     void set_packet_type(_packet_type_t type);
 
     // The fixed header in wire order, RFC 3550, 5.1.
@@ -145,12 +145,12 @@ public:
 
     // Returns P.
     bool get_pad_flag() const;
-    // Sets or clears P and nothing else; the padding itself is the caller's.
+    // Sets or clears P by `flag` and nothing else; the padding itself is the caller's.
     void set_pad_flag(bool flag);
 
     // Returns X.
     bool get_extension_flag() const;
-    // Sets or clears X and nothing else.
+    // Sets or clears X by `flag` and nothing else.
     void set_extension_flag(bool flag);
 
     // Returns the number of CSRCs, 0..15.
@@ -160,7 +160,7 @@ public:
 
     // Returns M.
     bool get_marker_flag() const;
-    // Sets or clears M and nothing else.
+    // Sets or clears M by `flag` and nothing else.
     void set_marker_flag(bool flag);
 
     // Returns the payload type, 0..127.
@@ -170,7 +170,7 @@ public:
 
     // Returns the sequence number in host order.
     unsigned short get_sequence_number() const;
-    // Sets the sequence number, given in host order.
+    // Sets `sequenceNumber`, given in host order.
     void set_sequence_number(unsigned short sequenceNumber);
 
     // Returns the timestamp in host order, in units of the payload's clock.
@@ -180,7 +180,7 @@ public:
 
     // Returns the SSRC in host order.
     unsigned int get_sync_source() const;
-    // Sets the SSRC, given in host order.
+    // Sets `ssrc`, given in host order.
     void set_sync_source(unsigned int ssrc);
 
     // The same fields in the bytes of a packet, without an object. All borrow `buffer`. A call without a
@@ -192,7 +192,7 @@ public:
     static void set_timestamp(unsigned char* buffer, unsigned int timestamp);
     // Returns the sequence number at bytes 2-3. `buffer` is not null.
     static unsigned short get_sequence_number(unsigned char* buffer);
-    // Sets the sequence number at bytes 2-3. `buffer` is not null.
+    // Sets `sequenceNumber` at bytes 2-3. `buffer` is not null.
     static void set_sequence_number(unsigned char* buffer, unsigned short sequenceNumber);
     // Returns the payload type in byte 1. `buffer` is not null.
     static unsigned int get_payload_type(unsigned char* buffer);
@@ -220,8 +220,8 @@ public:
     // Finds the first element with `id` in this packet, as above. `element` is lent as `get_buffer` is.
     bool get_onebyte_extension_element(unsigned char id, unsigned char*& element, int& elementLength) const;
 
-    // Appends one element in its complete encoding: header byte and data, 1 to 17 bytes. Borrows it. Returns
-    // as the plural form does. `id` is not used: the id travels inside the element.
+    // Appends one element in its complete encoding: header byte and data, `elementLength` (1 to 17) bytes.
+    // Borrows it. Returns as the plural form does. `id` is not used: the id travels inside the element.
     bool add_onebyte_extension_element(unsigned char id, unsigned char* element, int elementLength);
 
     // Appends `count` elements in order, `elements[i]` of `lengths[i]` bytes, and updates the packet size.

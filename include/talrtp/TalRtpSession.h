@@ -194,20 +194,21 @@ public:
     // Makes Reed-Solomon parity packets over a group.
     int CreateRsFecPackets(CTalRtpPacket* pPacket, int count, CTalRtpPacket* pFecPacket,
                            int fecCount) override;
-    // Takes in one datagram: counts, copies, validates, routes by payload type.
+    // Takes in one datagram of `dataLen` bytes that arrived at `receivedTime`: counts, copies, validates,
+    // routes by payload type.
     int InputReceivedData(unsigned char* data, int dataLen, unsigned long receivedTime) override;
     // Hands over the units of a timestamp as far as they go, each through `forceHandoverPacket`.
     int ForceHandover(unsigned long timestamp) override;
 
     // The free `random32`, with a seeding flag of its own.
     static unsigned int random32();
-    // The free `deployXorProcess`.
+    // The free `deployXorProcess`: XORs `length` bytes of `src1` and `src2` into `dst`.
     static void deployXorProcess(unsigned char* dst, unsigned char* src1, unsigned char* src2, int length);
 
     // Orders sequence numbers across the wrap-around (RFC 3550, A.1): 0 when equal, 1 when `a` lies 1 to
     // 32768 ahead of `b`, else -1. At a distance of exactly 32768 both orders return 1.
     static int compareSeq(unsigned short a, unsigned short b);
-    // The same for timestamps, with 1 up to 0x80000000 ahead.
+    // The same for timestamps, with 1 when `a` lies up to 0x80000000 ahead of `b`.
     static int compareTS(unsigned int a, unsigned int b);
 
 protected:
@@ -405,7 +406,7 @@ private:
 // The session that `TalCreateRTPSession` makes: H.264 and H.264 SVC payloads (RFC 6184).
 class TALRTP_API CMMRTPSession4SVC : public CMMRTPSessionBase {
 public:
-    // Makes a session; the arguments are those of the base class.
+    // Makes a session that hands over to `pSink` and sends as `sourceId`, both as in the base class.
     CMMRTPSession4SVC(ITalRTPSessionSink* pSink, unsigned int sourceId);
     // Leaves everything to the base class.
     ~CMMRTPSession4SVC() override;

@@ -20,7 +20,7 @@ class TALRTP_API _time_t {
 public:
     // Makes 0 s, 0 us.
     _time_t();
-    // Copies both fields.
+    // Copies both fields of `other`.
     _time_t(const _time_t& other);
     // Makes the value of `sec` seconds and `usec` microseconds, without normalising them.
     _time_t(unsigned long sec, unsigned long usec);
@@ -42,9 +42,9 @@ public:
     // Returns the microseconds in units of 2^-32 s, the fraction of an NTP timestamp.
     unsigned long getfraction() const;
 
-    // Sets seconds and microseconds, without normalising them.
+    // Sets `sec` seconds and `usec` microseconds, without normalising them.
     void set_by_sec_usec(unsigned long sec, unsigned long usec);
-    // Sets the seconds, and the microseconds from `frac` units of 2^-32 s.
+    // Sets `sec` seconds, and the microseconds from `frac` units of 2^-32 s.
     void set_by_sec_frac(unsigned long sec, unsigned long frac);
 
     // Adds `us` (not negative) microseconds to this value itself, unlike the usual arithmetic operator. One

@@ -57,9 +57,10 @@ public:
     // The default of the largest access unit, in bytes.
     static constexpr std::size_t kDefaultMaxAccessUnit = 64 * 1024 * 1024;
 
-    // `maxUnit`: bytes of the longest unit that is taken; longer ones are left out whole and counted.
-    // `maxAccessUnit`: bytes after which an access unit ends with the unit that is being read, so that a
-    // stream without recognizable pictures is not collected whole. Both together bound the memory.
+    // `take`: called with each access unit. `maxUnit`: bytes of the longest unit that is taken; longer ones
+    // are left out whole and counted. `maxAccessUnit`: bytes after which an access unit ends with the unit
+    // that is being read, so that a stream without recognizable pictures is not collected whole. Both
+    // together bound the memory.
     explicit AccessUnitSplitter(Take take, std::size_t maxUnit = kDefaultMaxUnit,
                                 std::size_t maxAccessUnit = kDefaultMaxAccessUnit)
         : m_take(std::move(take)), m_maxUnit(maxUnit), m_maxAccessUnit(maxAccessUnit) {

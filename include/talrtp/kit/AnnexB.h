@@ -45,8 +45,9 @@ inline BytesView trimZeros(BytesView bytes) {
     return bytes.subview(0, size);
 }
 
-// Calls `take(BytesView unit)` for each unit of a byte string, in order, without allocation. Units are never
-// empty. Bytes before the first start code are passed over. Returns false when there is no start code.
+// Calls `take(BytesView unit)` for each unit of the byte string `annexB`, in order, without allocation. Units
+// are never empty. Bytes before the first start code are passed over. Returns false when there is no start
+// code.
 template <typename Take>
 bool forEachUnit(BytesView annexB, Take&& take) {
     std::size_t code = findStartCode(annexB, 0);

@@ -63,14 +63,14 @@ inline DatagramKind classify(BytesView datagram) {
     return orUnknown(DatagramKind::kRtp, kMinRtpSize);
 }
 
-// The 16 bits in network order at `position`; bytes beyond the end count as 0.
+// The 16 bits of `bytes` in network order at `position`; those beyond the end count as 0.
 inline std::uint16_t readBig16(BytesView bytes, std::size_t position) {
     const unsigned int high = position < bytes.size() ? bytes[position] : 0U;
     const unsigned int low = position + 1 < bytes.size() ? bytes[position + 1] : 0U;
     return static_cast<std::uint16_t>(high << 8 | low);
 }
 
-// The same for 32 bits.
+// The same for the 32 bits of `bytes` at `position`.
 inline std::uint32_t readBig32(BytesView bytes, std::size_t position) {
     const std::uint32_t high = readBig16(bytes, position);
     return high << 16 | readBig16(bytes, position + 2);

@@ -40,7 +40,8 @@ constexpr std::size_t fragmentCount(std::size_t unitSize, int maxPacket) {
 // Plans the packets of one picture after the other, in memory that is used again.
 class PackingPlanner {
 public:
-    // `maxPacket`: bytes of the largest packet, at least `kMinMediaPacket`.
+    // `maxPacket`: bytes of the largest packet, at least `kMinMediaPacket`. `isAggregating`: small units
+    // share a STAP-A.
     PackingPlanner(int maxPacket, bool isAggregating)
         : m_maxPacket(maxPacket), m_isAggregating(isAggregating) {}
 
@@ -90,7 +91,7 @@ private:
     bool m_isAggregating;
 };
 
-// Returns how many packets a plan makes.
+// Returns how many packets the plan `steps` makes.
 inline std::size_t countPackets(const std::vector<PackStep>& steps) {
     std::size_t count = 0;
     for (const PackStep& step : steps) {

@@ -76,7 +76,7 @@ public:
     // Lends the units of a picture.
     static UnitRun& run(Picture& picture) { return picture.m_run; }
 
-    // Puts parameter sets before the units, unless there is a sequence parameter set among these.
+    // Puts `parameterSets` before the units, unless there is a sequence parameter set among these.
     static void prepend(Picture& picture, const std::vector<std::vector<std::uint8_t>>& parameterSets) {
         close(picture);
         for (const BytesView& unit : picture.m_units) {

@@ -146,9 +146,9 @@ public:
     // --- Units ---
 
     // Takes unit `index` of the packet with that sequence number, with its start code, in the order in which
-    // the session hands over; `index` is above 0 in aggregation packets only. `now` counts for numbers that
-    // the unit shows to be missing. Returns false, and drops it, when its picture was played or the unit is
-    // there already.
+    // the session hands over; `index` is above 0 in aggregation packets only. `isWhole`: it is not cut. `now`
+    // counts for numbers that the unit shows to be missing. Returns false, and drops it, when its picture was
+    // played or the unit is there already.
     bool addUnit(std::uint16_t sequence, std::size_t index, BytesView unit, bool isWhole, TimePoint now) {
         beginAt(sequence, now);
         const std::uint64_t number = extend(sequence);

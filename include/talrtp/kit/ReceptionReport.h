@@ -42,7 +42,7 @@ public:
     // next packet follows it, the source began anew, and all counts begin anew with it. RFC 3550, A.1.
     void onPacket(std::uint16_t sequence, std::uint32_t timestamp, TimePoint arrival);
 
-    // Notes a sender report of the source: the 64-bit NTP time in it and when it arrived.
+    // Notes a sender report of the source: the 64-bit NTP time in it, and its `arrival`.
     void onSenderReport(std::uint64_t ntp, TimePoint arrival) {
         m_lastSenderReport = middleOfNtp(ntp);
         m_senderReportArrival = arrival;

@@ -49,7 +49,7 @@ public:
     bool add(const Fir& packet);       // RFC 5104, 4.3.1
     bool add(const Feedback& packet);  // RFC 4585, 6.1
 
-    // Appends a source description of one source with its CNAME.
+    // Appends a source description of the source `ssrc` with the CNAME `cname`.
     bool addCname(std::uint32_t ssrc, std::string_view cname) {
         return add(SourceDescription{{SdesChunk{ssrc, {SdesItem{kSdesCname, std::string(cname)}}}}});
     }

@@ -35,9 +35,9 @@ constexpr int fecExcess(FecScheme scheme) {
                                                : 0;
 }
 
-// Returns the largest media packet for which neither it nor an FEC packet over it exceeds `mtu` bytes. The
-// codec takes blocks of at most `kMaxReedSolomonBlock` bytes, and a block is a whole media packet. The result
-// can be below `kMinMediaPacket`, for which no plan is made.
+// Returns the largest media packet for which neither it nor an FEC packet of `scheme` over it exceeds `mtu`
+// bytes. The codec takes blocks of at most `kMaxReedSolomonBlock` bytes, and a block is a whole media packet.
+// The result can be below `kMinMediaPacket`, for which no plan is made.
 inline int maxMediaPacket(int mtu, FecScheme scheme) {
     const int room = mtu - fecExcess(scheme);
     const bool isTooLongForCodec = scheme == FecScheme::kReedSolomon && room > kMaxReedSolomonBlock;
@@ -66,7 +66,8 @@ struct SenderOptions {
         return problem.empty() ? checkPayloadTypes(payloadType, fecPayloadType) : problem;
     }
 
-    // The rule for both ends: two different 7-bit numbers, none of which would read as RTCP (RFC 5761, 4).
+    // The rule for both ends: `media` and `fecType` are two different 7-bit numbers, none of which would read
+    // as RTCP (RFC 5761, 4).
     static std::string checkPayloadTypes(unsigned int media, unsigned int fecType) {
         for (const unsigned int type : {media, fecType}) {
             if (type > 127) {

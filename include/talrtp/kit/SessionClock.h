@@ -52,7 +52,7 @@ private:
 // sooner than after 5 seconds; at 4,000 packets a second and less, nothing changes.
 class SessionClock {
 public:
-    // Takes the time of a datagram, from a clock that never steps back, and its size. **Returns**
+    // Takes the time `now` of a datagram, from a clock that never steps back, and its size. **Returns**
     // milliseconds that never step back.
     unsigned long advance(TimePoint now, std::size_t size) {
         const std::size_t shares = size / kShareSize + 1;

@@ -25,7 +25,7 @@ public:
     // Returns the member that holds the next FEC sequence number.
     static auto fecSequenceNumber() { return &SessionMembers::m_fecSequenceNumber; }
 
-    // Adds the counters of a session to a sum.
+    // Adds the counters of the session `from` to `sum`.
     static void addCounters(const CMMRTPSessionBase& from, Statistics& sum) {
         sum.createdMediaPacketNumber += from.*(&SessionMembers::m_createdMediaPacketNumber);
         sum.createdFECPacketNumber += from.*(&SessionMembers::m_createdFECPacketNumber);
@@ -46,7 +46,7 @@ public:
 // Owns a session of the library's own class, made by `TalCreateRTPSession`.
 class SessionHandle {
 public:
-    // Borrows `sink`, which may be null, for its own life.
+    // Borrows `sink`, which may be null, for its own life. `ssrc`: of the packets that it makes.
     SessionHandle(ITalRTPSessionSink* sink, std::uint32_t ssrc) {
         constexpr unsigned int kRtpVersion = 2;
         TalCreateRTPSession(&m_session, sink, ssrc, kRtpVersion);
@@ -78,9 +78,9 @@ public:
     std::uint64_t recoveredCount() const { return documented().*Members::recoveredMediaPacketNumber(); }
 
     // The sequence numbers of the next packets made.
-    // Sets the number of the next media packet.
+    // Sets `media`, the number of the next media packet.
     void setNextSequence(std::uint16_t media) { documented().*Members::sequenceNumber() = media; }
-    // Sets the number of the next FEC packet.
+    // Sets `fec`, the number of the next FEC packet.
     void setNextFecSequence(std::uint16_t fec) { documented().*Members::fecSequenceNumber() = fec; }
 
     // Adds the thirteen counters of the session to `sum`.

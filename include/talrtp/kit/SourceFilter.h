@@ -62,7 +62,8 @@ public:
     // Returns the source, once there is one.
     std::optional<std::uint32_t> ssrc() const { return m_ssrc; }
 
-    // `datagram`: a valid RTP packet. FEC packets never make a new source. `now` never steps back.
+    // `datagram`: a valid RTP packet. `isFec`: its payload type is that of FEC packets, which never make a
+    // new source. `now` never steps back.
     Verdict judge(BytesView datagram, bool isFec, TimePoint now) {
         const std::uint32_t ssrc = readBig32(datagram, 8);
         if (!m_ssrc) {

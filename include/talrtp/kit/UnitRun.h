@@ -18,7 +18,8 @@ constexpr std::size_t kStartCodeSize = sizeof(kStartCode);
 // A byte stream with the places of its units.
 class UnitRun {
 public:
-    // Copies a unit that begins with its start code. One without a byte of its own is ignored.
+    // Copies a unit that begins with its start code; `isWhole` is kept with it. One without a byte of its own
+    // is ignored.
     void append(BytesView unit, bool isWhole) {
         if (unit.size() > kStartCodeSize) {
             m_bytes.insert(m_bytes.end(), unit.begin(), unit.end());
