@@ -1,9 +1,8 @@
 #include "fec/RsInterpolation.h"
 
-#include <talrtp/RsFec.h>
-
 #include <algorithm>
 
+#include "fec/GaloisField.h"
 #include "kernels/GfKernel.h"
 #include "kernels/Kernels.h"
 
@@ -12,12 +11,6 @@ namespace talrtp {
 namespace {
 
 constexpr int kPoints = CRsInterpolation::kMaxPositions;
-constexpr int kGroupOrder = 255;
-
-// The point at which the polynomials of position `position` are taken: 0, 1, alpha, alpha^2, ...
-unsigned char pointOf(int position) {
-    return position == 0 ? 0 : gf_exp[position - 1];
-}
 
 // The Walsh-Hadamard transform in place. Sums over all x of a(x) * b(x ^ y) become products under it, and
 // 256, by which the way back divides, is 1 modulo the order of the field's group.
@@ -39,13 +32,9 @@ struct stLogTransform {
 
 // The transform of the logarithms, that of 0 taken for 0, so that a point adds nothing to its own product.
 constexpr stLogTransform makeLogTransform() {
-    constexpr int kReduction = 0x11D;  // x^8 + x^4 + x^3 + x^2 + 1
     stLogTransform logs{};
-    int power = 1;
-    for (int log = 0; log < kGroupOrder; ++log) {
-        logs.values[power] = log;
-        power <<= 1;
-        power ^= power >= kPoints ? kReduction : 0;
+    for (int x = 1; x < kPoints; ++x) {
+        logs.values[x] = kPowers.log[x];
     }
     transform(logs.values);
     for (int& value : logs.values) {
