@@ -9,8 +9,8 @@
 
 namespace talrtp::kit {
 
-// The sender **lends** it for the duration of the call; datagrams are passed in the order in which to send
-// them.
+// One packet to send. The sender **lends** it for the duration of the call; datagrams are passed in the order
+// in which to send them.
 struct Datagram {
     BytesView bytes;               // the whole RTP packet
     bool isFec = false;            // for the FEC port, where that is another one

@@ -10,6 +10,8 @@
 
 namespace talrtp::kit {
 
+// An array of packet objects, each with room for the largest packet.
+//
 // `Packet`: CTalRtpPacket or a class derived from it. Its copy constructor takes a non-const reference and
 // wants a filled packet, which rules std::vector out. A session checks no capacity, so every object is made
 // with room for the largest packet.

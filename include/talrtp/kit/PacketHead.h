@@ -48,7 +48,7 @@ inline bool leavesUnitOpen(PayloadKind kind) {
     return kind == PayloadKind::kFuStart || kind == PayloadKind::kFuMiddle;
 }
 
-// Reads heads; a struct, since its steps share the payload.
+// Reads the head of one packet; its steps share the payload.
 class PacketHeadReader {
 public:
     // `packet`: passed `isValidRtp`.

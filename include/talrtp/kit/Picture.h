@@ -24,7 +24,7 @@ struct PictureFacts {
     bool isComplete = false;          // as `Picture::isComplete` defines it
 };
 
-// A `Receiver` **lends** it, with every view in it, for the duration of the call.
+// A received picture. A `Receiver` **lends** it, with every view in it, for the duration of the call.
 class Picture {
 public:
     // RTP timestamp. It is the time of presentation: with B pictures it goes back and forth.

@@ -68,6 +68,8 @@ private:
 #pragma clang diagnostic pop
 #endif
 
+// Makes pictures of received datagrams.
+//
 // One thread at a time, as with a session. Neither copied nor moved.
 class Receiver {
 public:

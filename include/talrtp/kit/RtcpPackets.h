@@ -67,7 +67,7 @@ struct ReportBlock {
     std::uint32_t delaySinceSenderReport = 0;  // time since that SR arrived, in units of 1/65536 s
 };
 
-// RFC 3550, 6.4.1. At most kMaxRtcpCount blocks.
+// A sender report. RFC 3550, 6.4.1. At most kMaxRtcpCount blocks.
 struct SenderReport {
     std::uint32_t ssrc = 0;               // of the sender
     std::uint64_t ntp = 0;                // seconds since 1900 in the upper half, their fraction in the lower
@@ -78,7 +78,7 @@ struct SenderReport {
     std::vector<std::uint8_t> extension;  // profile-specific, whole words
 };
 
-// RFC 3550, 6.4.2. At most kMaxRtcpCount blocks.
+// A receiver report. RFC 3550, 6.4.2. At most kMaxRtcpCount blocks.
 struct ReceiverReport {
     std::uint32_t ssrc = 0;               // of the receiver that reports
     std::vector<ReportBlock> blocks;      // one per source that is heard
@@ -97,20 +97,22 @@ struct SdesChunk {
     std::vector<SdesItem> items;  // in the order of the packet
 };
 
-// RFC 3550, 6.5. The native form has no chunks and repeats the source in front of every item. There the
-// reader joins neighbouring items of one source into a chunk, and the writer refuses a chunk without items.
+// A source description. RFC 3550, 6.5. The native form has no chunks and repeats the source in front of every
+// item. There the reader joins neighbouring items of one source into a chunk, and the writer refuses a chunk
+// without items.
 struct SourceDescription {
     std::vector<SdesChunk> chunks;  // one per source
 };
 
-// RFC 3550, 6.6. The native form has no reason.
+// A goodbye. RFC 3550, 6.6. The native form has no reason.
 struct Bye {
     std::vector<std::uint32_t> ssrcs;   // the sources that leave
     std::optional<std::string> reason;  // at most kMaxRtcpText bytes
 };
 
-// RFC 3550, 6.7. The wire carries whole words: data of another length is filled up with zeros, and they
-// belong to the data that arrives. Data with a length of its own therefore tells it.
+// An application-defined packet. RFC 3550, 6.7. The wire carries whole words: data of another length is
+// filled up with zeros, and they belong to the data that arrives. Data with a length of its own therefore
+// tells it.
 struct App {
     std::uint8_t subtype = 0;                        // 0..31
     std::uint32_t ssrc = 0;                          // of the sender

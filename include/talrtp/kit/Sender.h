@@ -56,6 +56,8 @@ struct SendResult {
     explicit operator bool() const { return error.empty(); }
 };
 
+// Makes the RTP and FEC packets of pictures.
+//
 // One thread at a time. Different senders and receivers may be used on different threads at the same time.
 class Sender {
 public:

@@ -11,7 +11,9 @@
 
 namespace talrtp::kit {
 
-// The members are protected, for derived classes. A derived class may form pointers to them, which then
+// Reaches the documented members of a session.
+//
+// These are protected, for derived classes. A derived class may form pointers to them, which then
 // reach into any session: the session itself stays one of the library's own class, which is the faster
 // one.
 class SessionMembers : public CMMRTPSession4SVC {
