@@ -31,20 +31,20 @@ namespace {
 //
 // Compatibility: length counts the header word too, where RFC 3550 counts all words but one. Writer and
 // reader share the rule, and hosts on both sides of a call rely on it.
-constexpr int kFlagsOffset = 0;
+constexpr int kRtcpFlagsOffset = 0;
 constexpr int kTypeOffset = 1;
 constexpr int kLengthOffset = 2;
 constexpr int kLengthSize = 2;
-constexpr int kHeaderSize = 4;
+constexpr int kRtcpHeaderSize = 4;
 
-constexpr unsigned char kVersionMask = 0xc0;
-constexpr int kVersionShift = 6;
+constexpr unsigned char kRtcpVersionMask = 0xc0;
+constexpr int kRtcpVersionShift = 6;
 constexpr unsigned char kVersion2 = 0x80;
-constexpr unsigned char kPaddingMask = 0x20;
+constexpr unsigned char kRtcpPaddingMask = 0x20;
 constexpr int kPaddingShift = 5;
 constexpr unsigned char kCountMask = 0x1f;
 
-constexpr int kWordSize = 4;
+constexpr int kRtcpWordSize = 4;
 constexpr int kWordShift = 2;
 
 constexpr unsigned int kTypeNone = 0;
@@ -143,7 +143,7 @@ bool claimRoom(int fixed, int entrySize, int count, int& len) {
 
 // Compatibility: a count above 31 loses its upper bits here, while its entries are all written.
 void writeFlagsAndType(unsigned char* buf, int count, unsigned int type) {
-    buf[kFlagsOffset] = static_cast<unsigned char>(kVersion2 | (count & kCountMask));
+    buf[kRtcpFlagsOffset] = static_cast<unsigned char>(kVersion2 | (count & kCountMask));
     buf[kTypeOffset] = static_cast<unsigned char>(type);
 }
 
@@ -188,8 +188,8 @@ unsigned char byteWithin(const unsigned char* packet, int length, int offset) {
 }
 
 unsigned int wordWithin(const unsigned char* packet, int length, std::ptrdiff_t offset) {
-    unsigned char word[kWordSize];
-    copyWithin(packet, length, offset, word, kWordSize);
+    unsigned char word[kRtcpWordSize];
+    copyWithin(packet, length, offset, word, kRtcpWordSize);
     return loadBig32(word);
 }
 
@@ -197,15 +197,15 @@ unsigned int wordWithin(const unsigned char* packet, int length, std::ptrdiff_t 
 int declaredSize(const unsigned char* packet, int length) {
     unsigned char words[kLengthSize];
     copyWithin(packet, length, kLengthOffset, words, kLengthSize);
-    return loadBig16(words) * kWordSize;
+    return loadBig16(words) * kRtcpWordSize;
 }
 
 unsigned int countWithin(const unsigned char* packet, int length) {
-    return byteWithin(packet, length, kFlagsOffset) & kCountMask;
+    return byteWithin(packet, length, kRtcpFlagsOffset) & kCountMask;
 }
 
 int roundUpToWord(int size) {
-    return (size + kWordSize - 1) / kWordSize * kWordSize;
+    return (size + kRtcpWordSize - 1) / kRtcpWordSize * kRtcpWordSize;
 }
 
 bool isReport(unsigned int type) {
@@ -285,11 +285,11 @@ std::int64_t CTalRTCPStack::CreateSdesPacket(_SdesItem* items, int count, unsign
         return kRefused;
     }
     // Compatibility: room for the longest texts is required, so a host can size its buffer by the count.
-    if (!claimRoom(kHeaderSize, kItemRoom, count, len)) {
+    if (!claimRoom(kRtcpHeaderSize, kItemRoom, count, len)) {
         return kRefused;
     }
     writeFlagsAndType(buf, count, kTypeSdes);
-    unsigned char* place = buf + kHeaderSize;
+    unsigned char* place = buf + kRtcpHeaderSize;
     for (int i = 0; i < count; ++i) {
         place += SetSdesItem(&items[i], place);
     }
@@ -302,12 +302,12 @@ std::int64_t CTalRTCPStack::CreateByePacket(unsigned int* ssrcs, int count, unsi
     if (ssrcs == nullptr || buf == nullptr || len <= 0) {
         return kRefused;
     }
-    if (!claimRoom(kHeaderSize, kSsrcSize, count, len)) {
+    if (!claimRoom(kRtcpHeaderSize, kSsrcSize, count, len)) {
         return kRefused;
     }
     writeFlagsAndType(buf, count, kTypeBye);
     SetPacketLength(static_cast<unsigned short>(len), buf);
-    unsigned char* place = buf + kHeaderSize;
+    unsigned char* place = buf + kRtcpHeaderSize;
     for (int i = 0; i < count; ++i) {
         SetSyncSource(ssrcs[i], place);
         place += kSsrcSize;
@@ -400,7 +400,7 @@ bool CTalRTCPStack::IsValidRtcpPacket(unsigned char* buf, int len) {
     if (buf == nullptr || len < 1) {
         return false;
     }
-    if ((buf[kFlagsOffset] & kVersionMask) != kVersion2) {
+    if ((buf[kRtcpFlagsOffset] & kRtcpVersionMask) != kVersion2) {
         return false;
     }
     const unsigned int type = byteWithin(buf, len, kTypeOffset);
@@ -475,7 +475,7 @@ std::int64_t CTalRTCPStack::GetSdesItem(unsigned char* buf, int len, _SdesItem* 
     if (CTalRTCPStack::GetRtcpPacketType(buf, len) != kTypeSdes) {
         return kRefused;
     }
-    if (len <= kHeaderSize || count <= 0) {
+    if (len <= kRtcpHeaderSize || count <= 0) {
         count = 0;
         return kDone;
     }
@@ -483,7 +483,7 @@ std::int64_t CTalRTCPStack::GetSdesItem(unsigned char* buf, int len, _SdesItem* 
         return kRefused;
     }
     const int room = count;
-    std::ptrdiff_t offset = kHeaderSize;
+    std::ptrdiff_t offset = kRtcpHeaderSize;
     // Compatibility: the step is rounded up to whole words, although CreateSdesPacket does not pad its items.
     for (count = 0; count < room && offset < len; ++count) {
         unsigned char item[kItemMaxSize];
@@ -501,7 +501,7 @@ std::int64_t CTalRTCPStack::GetByeSsrc(unsigned char* buf, int len, unsigned int
     if (CTalRTCPStack::GetRtcpPacketType(buf, len) != kTypeBye) {
         return kRefused;
     }
-    if (len <= kHeaderSize || count <= 0) {
+    if (len <= kRtcpHeaderSize || count <= 0) {
         count = 0;
         return kDone;
     }
@@ -509,7 +509,7 @@ std::int64_t CTalRTCPStack::GetByeSsrc(unsigned char* buf, int len, unsigned int
         return kRefused;
     }
     const int room = count;
-    std::ptrdiff_t offset = kHeaderSize;
+    std::ptrdiff_t offset = kRtcpHeaderSize;
     for (count = 0; count < room && offset < len; ++count) {
         ssrcs[count] = wordWithin(buf, len, offset);
         offset += kSsrcSize;
@@ -570,36 +570,37 @@ std::int64_t CTalRTCPStack::GetFBFCIData(unsigned char* buf, int len, unsigned c
 
 void CTalRTCPStack::SetVersion(unsigned char version, unsigned char* buf) {
     if (buf != nullptr) {
-        buf[kFlagsOffset] =
-            static_cast<unsigned char>((version << kVersionShift) | (buf[kFlagsOffset] & ~kVersionMask));
+        buf[kRtcpFlagsOffset] = static_cast<unsigned char>((version << kRtcpVersionShift) |
+                                                           (buf[kRtcpFlagsOffset] & ~kRtcpVersionMask));
     }
 }
 
 unsigned char CTalRTCPStack::GetVersion(unsigned char* buf) {
-    return buf != nullptr ? static_cast<unsigned char>(buf[kFlagsOffset] >> kVersionShift) : 0;
+    return buf != nullptr ? static_cast<unsigned char>(buf[kRtcpFlagsOffset] >> kRtcpVersionShift) : 0;
 }
 
 void CTalRTCPStack::SetPaddingFlag(bool padding, unsigned char* buf) {
     if (buf != nullptr) {
-        const int others = buf[kFlagsOffset] & ~kPaddingMask;
-        buf[kFlagsOffset] = static_cast<unsigned char>(padding ? others | kPaddingMask : others);
+        const int others = buf[kRtcpFlagsOffset] & ~kRtcpPaddingMask;
+        buf[kRtcpFlagsOffset] = static_cast<unsigned char>(padding ? others | kRtcpPaddingMask : others);
     }
 }
 
 unsigned char CTalRTCPStack::GetPaddingFlag(unsigned char* buf) {
-    return buf != nullptr ? static_cast<unsigned char>((buf[kFlagsOffset] & kPaddingMask) >> kPaddingShift)
-                          : 0;
+    return buf != nullptr
+               ? static_cast<unsigned char>((buf[kRtcpFlagsOffset] & kRtcpPaddingMask) >> kPaddingShift)
+               : 0;
 }
 
 void CTalRTCPStack::SetPayloadCount(unsigned char count, unsigned char* buf) {
     if (buf != nullptr) {
-        buf[kFlagsOffset] =
-            static_cast<unsigned char>((count & kCountMask) | (buf[kFlagsOffset] & ~kCountMask));
+        buf[kRtcpFlagsOffset] =
+            static_cast<unsigned char>((count & kCountMask) | (buf[kRtcpFlagsOffset] & ~kCountMask));
     }
 }
 
 unsigned char CTalRTCPStack::GetPayloadCount(unsigned char* buf) {
-    return buf != nullptr ? buf[kFlagsOffset] & kCountMask : 0;
+    return buf != nullptr ? buf[kRtcpFlagsOffset] & kCountMask : 0;
 }
 
 void CTalRTCPStack::SetSubType(unsigned char subtype, unsigned char* buf) {
@@ -623,7 +624,7 @@ unsigned char CTalRTCPStack::GetPayloadType(unsigned char* buf) {
 // Compatibility: the byte length has 16 bits, so beyond 65535 bytes only the remainder is declared.
 void CTalRTCPStack::SetPacketLength(unsigned short length, unsigned char* buf) {
     if (buf != nullptr) {
-        const int words = (length + kWordSize - 1) >> kWordShift;
+        const int words = (length + kRtcpWordSize - 1) >> kWordShift;
         storeBig16(buf + kLengthOffset, static_cast<unsigned short>(words));
     }
 }

@@ -37,7 +37,7 @@ void CHandoverBuffer::ageLarge(_uint64_t now, _uint64_t keptFor) {
     if (m_isNeeded) {
         m_isNeeded = false;
         m_neededAt = now;
-    } else if (m_bytes != nullptr && now - m_neededAt >= keptFor) {
+    } else if (m_bytes != nullptr && now - m_neededAt > keptFor) {
         std::free(m_bytes);
         m_bytes = nullptr;
         m_size = 0;

@@ -22,7 +22,7 @@ constexpr _uint32_t kDefaultPayloadType = 98;
 constexpr _uint32_t kDefaultFecPayloadType = 111;
 
 // A timestamp ages out when this many milliseconds have passed since its last packet: more than 5000.
-constexpr _uint64_t kStaleAfter = 5001;
+constexpr _uint64_t kMaxAgeMs = 5000;
 
 // **Returns** an index over `pool`, which is freed when there is no memory for one.
 CReceiveIndex* makeIndex(CNodePool* pool) {
@@ -34,7 +34,7 @@ CReceiveIndex* makeIndex(CNodePool* pool) {
 
 bool isStale(const stTalRtpTSInfo& info, _uint64_t now) {
     // Compatibility: unsigned, so that a host clock that steps back ages everything out at once.
-    return now - info.updateTime >= kStaleAfter;
+    return now - info.updateTime > kMaxAgeMs;
 }
 
 }  // namespace
@@ -518,7 +518,7 @@ bool CMMRTPSessionBase::isEndSeq(unsigned short /*seq*/) {
 // --- Ageing and clean-up ---
 
 void CMMRTPSessionBase::checkAllLists() {
-    m_index->handover.age(m_lastReceivedTime, kStaleAfter);
+    m_index->handover.age(m_lastReceivedTime, kMaxAgeMs);
     const CAgeOrder& order = m_index->ageOrder;
     while (order.oldest() != nullptr && isStale(*order.oldest(), m_lastReceivedTime)) {
         ageOut(order.oldest());

@@ -57,6 +57,9 @@ unsigned char payloadByte(const CTalRtpPacket& packet, int offset) {
     return offset < packet.get_payload_size() ? packet.get_payload_ptr()[offset] : 0;
 }
 
+// What a payload carries.
+enum class PayloadKind { kUnit, kAggregate, kFragment, kUnknown };
+
 // The facts in the first bytes of a payload.
 struct stPayloadHead {
     stPayloadHead(const unsigned char* payload, int size)
@@ -65,10 +68,16 @@ struct stPayloadHead {
     explicit stPayloadHead(const CTalRtpPacket& packet)
         : stPayloadHead(packet.get_payload_ptr(), packet.get_payload_size()) {}
 
+    PayloadKind kind() const {
+        return isSingleUnit(type)   ? PayloadKind::kUnit
+               : type == kFuAType   ? PayloadKind::kFragment
+               : type == kStapAType ? PayloadKind::kAggregate
+                                    : PayloadKind::kUnknown;
+    }
     bool isFragment() const { return type == kFuAType; }
-    bool isWhole() const { return isSingleUnit(type) || type == kStapAType; }
-    bool starts() const { return isWhole() || (fuHeader & kFuStartMask) != 0; }
-    bool ends() const { return isWhole() || (fuHeader & kFuEndMask) != 0; }
+    bool isUnfragmented() const { return isSingleUnit(type) || type == kStapAType; }
+    bool starts() const { return isUnfragmented() || (fuHeader & kFuStartMask) != 0; }
+    bool ends() const { return isUnfragmented() || (fuHeader & kFuEndMask) != 0; }
 
     unsigned int type;       // 0 of an empty payload
     unsigned char fuHeader;  // 0 unless it is a fragment
@@ -210,15 +219,16 @@ void CMMRTPSession4SVC::dealPacket(CTalRtpPacket* packet) {
         TAL_TRACE(ERROR, "CMMRTPSession4SVC::dealPacket invalid parameter: packet = " << packet);
         return;
     }
-    const unsigned int type = stPayloadHead(*packet).type;
-    if (isSingleUnit(type)) {
-        deliveSinglePacket(packet);
-    } else if (type == kFuAType) {
-        combineFUPacket(packet);
-    } else if (type == kStapAType) {
-        splitAUPacketEx(packet);
-    } else {
-        TAL_TRACE(WARNING, "CMMRTPSession4SVC::dealPacket payload type is unknown, type = " << type);
+    const stPayloadHead head(*packet);
+    switch (head.kind()) {
+        case PayloadKind::kUnit:
+            return deliveSinglePacket(packet);
+        case PayloadKind::kFragment:
+            return combineFUPacket(packet);
+        case PayloadKind::kAggregate:
+            return splitAUPacketEx(packet);
+        case PayloadKind::kUnknown:
+            TAL_TRACE(WARNING, "CMMRTPSession4SVC::dealPacket payload type is unknown, type = " << head.type);
     }
 }
 
@@ -277,15 +287,17 @@ void CMMRTPSession4SVC::forceHandoverPacket(CTalRtpPacket* packet) {
         TAL_TRACE(ERROR, "CMMRTPSession4SVC::forceHandoverPacket invalid parameter: packet = " << packet);
         return;
     }
-    const unsigned int type = stPayloadHead(*packet).type;
-    if (isSingleUnit(type)) {
-        deliveSinglePacket(packet);
-    } else if (type == kFuAType) {
-        forceHandoverFUPacket(packet);
-    } else if (type == kStapAType) {
-        splitAUPacket(packet);
-    } else {
-        TAL_TRACE(WARNING, "CMMRTPSession4SVC::forceHandoverPacket payload type is unknown, type = " << type);
+    const stPayloadHead head(*packet);
+    switch (head.kind()) {
+        case PayloadKind::kUnit:
+            return deliveSinglePacket(packet);
+        case PayloadKind::kFragment:
+            return forceHandoverFUPacket(packet);
+        case PayloadKind::kAggregate:
+            return splitAUPacket(packet);
+        case PayloadKind::kUnknown:
+            TAL_TRACE(WARNING,
+                      "CMMRTPSession4SVC::forceHandoverPacket payload type is unknown, type = " << head.type);
     }
 }
 
