@@ -148,6 +148,7 @@ struct stTalRtpTSInfo {
 
 class CMMRTPSession4SVC;
 class CReceiveIndex;
+class CRsGroup;
 struct stTalRtpTSRecord;
 
 // A session without knowledge of H.264: a packet carries one unit and is handed over as it arrives.
@@ -338,7 +339,6 @@ protected:
 
 private:
     friend class CMMRTPSession4SVC;
-    friend class CRsRecovery;
     friend class CSessionInspector;
 
     // The helpers of the library's own sources. They are not exported and no part of the interface.
@@ -396,8 +396,8 @@ private:
     TALRTP_LOCAL bool dealRecoveredPackets();
     // **Takes** one rebuilt packet. Returns whether it was new.
     TALRTP_LOCAL bool dealRecoveredPacket(CTalRtpPacket* packet);
-    // **Lends** the media packet with that number, stored or just rebuilt; null when it is missing.
-    TALRTP_LOCAL CTalRtpPacket* getKnownMediaPacket(unsigned short seq) const;
+    // Takes over the rebuilt packets of a group. Returns whether each was the one that was missing.
+    TALRTP_LOCAL bool takeRebuiltPackets(const CRsGroup& group, unsigned short lastParitySeq);
 
     CNodePool* m_pool;       // owned; the nodes of every list above
     CReceiveIndex* m_index;  // owned; finds the entries of the lists in constant time

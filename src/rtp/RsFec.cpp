@@ -8,6 +8,7 @@
 #include <memory>
 #include <new>
 
+#include "RsFecLines.h"
 #include "TalRtpTraceLine.h"
 #include "fec/CodeMatrix.h"
 #include "fec/DecodingMatrix.h"
@@ -78,6 +79,11 @@ void CRsFec::DeleteRsModel(rs_param_* model) {
 
 // --- Encoding ---
 
+void reportTooLongToEncode(int maxSize) {
+    TAL_TRACE(WARNING,
+              "CRsFec::Encode, max packet size is " << maxSize << ", bigger than MAX_PACKET_SIZE, skip it!");
+}
+
 namespace {
 
 int getLargestSize(const int* sizes, int count) {
@@ -99,8 +105,7 @@ int CRsFec::Encode(rs_param_* model, unsigned char** src, int size, unsigned cha
 int CRsFec::Encode(rs_param_* model, unsigned char** src, int* sizes, unsigned char** dst) {
     const int maxSize = getLargestSize(sizes, model->k);
     if (maxSize > MAX_PACKET_SIZE) {
-        TAL_TRACE(WARNING, "CRsFec::Encode, max packet size is "
-                               << maxSize << ", bigger than MAX_PACKET_SIZE, skip it!");
+        reportTooLongToEncode(maxSize);
         return 1;
     }
     encodeBlocks(*model, src, sizes, maxSize, dst);
@@ -108,6 +113,11 @@ int CRsFec::Encode(rs_param_* model, unsigned char** src, int* sizes, unsigned c
 }
 
 // --- Decoding ---
+
+void reportTooLongToDecode(int maxSize) {
+    TAL_TRACE(WARNING,
+              "CRsFec::Decode, max packet size is " << maxSize << ", bigger than MAX_PACKET_SIZE, skip it!");
+}
 
 int bld_dec_mat(rs_param_* model, unsigned char* matrix, int* index) {
     return fillDecodingMatrix(*model, matrix, index) ? 0 : -1;
@@ -127,8 +137,7 @@ int CRsFec::Decode(rs_param_* model, unsigned char** blocks, int* sizes, int* in
                    int* lost, int lostCount) {
     const int maxSize = getLargestSize(sizes, model->k);
     if (maxSize > MAX_PACKET_SIZE) {
-        TAL_TRACE(WARNING, "CRsFec::Decode, max packet size is "
-                               << maxSize << ", bigger than MAX_PACKET_SIZE, skip it!");
+        reportTooLongToDecode(maxSize);
         return 1;
     }
     return rebuildBlocks(*model, {blocks, sizes, maxSize, index}, {out, lost, lostCount}) ? 0 : 1;

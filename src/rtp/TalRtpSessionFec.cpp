@@ -13,7 +13,6 @@
 // Every round that goes on has added a media packet that was missing, so the cycle ends. It runs as a loop: a
 // chain in which each rebuilt packet completes the next group takes no stack.
 
-#include <talrtp/RsFec.h>
 #include <talrtp/TalRtpSession.h>
 
 #include <algorithm>
@@ -22,14 +21,14 @@
 #include <memory>
 #include <new>
 
+#include "RsFecLines.h"
 #include "TalRtpPacketAccess.h"
 #include "TalRtpPacketLayout.h"
 #include "TalRtpPacketView.h"
 #include "TalRtpReceiveIndex.h"
 #include "TalRtpTraceLine.h"
-#include "fec/RsInterpolation.h"
+#include "fec/RsGroup.h"
 #include "fec/XorRecovery.h"
-#include "kernels/GfKernel.h"
 #include "kernels/XorKernel.h"
 
 namespace talrtp {
@@ -37,6 +36,13 @@ namespace talrtp {
 namespace {
 
 constexpr _uint16_t kLastNumber = 0xffff;  // the next one is 0
+
+// **Lends** the media packet of a known number: stored, or rebuilt and not dealt yet.
+const CTalRtpPacket& knownPacket(_uint16_t seq, const CReceiveIndex& index,
+                                 const CMMRTPSessionBase::PacketMap& rebuilt) {
+    const CTalRtpPacket* const stored = index.media.peek(seq).packet;
+    return stored != nullptr ? *stored : *rebuilt.find(seq)->second;
+}
 
 }  // namespace
 
@@ -301,13 +307,6 @@ CTalRtpPacket* CMMRTPSessionBase::getRecoverPacketBySeq(unsigned short seq) cons
     return entry != m_recoverPacketList.end() ? entry->second : nullptr;
 }
 
-// **Lends** the media packet with that number that is at hand, stored or just rebuilt; null when it is
-// missing.
-CTalRtpPacket* CMMRTPSessionBase::getKnownMediaPacket(unsigned short seq) const {
-    CTalRtpPacket* const stored = getMediaPacketBySeq(seq);
-    return stored != nullptr ? stored : getRecoverPacketBySeq(seq);
-}
-
 // **Takes** a rebuilt packet into the list of those to be dealt. When memory is short, the packet is
 // destroyed and std::bad_alloc passes.
 void CMMRTPSessionBase::storeRecoveredPacket(unsigned short seq, CTalRtpPacket* packet) {
@@ -395,7 +394,7 @@ CTalRtpPacket* CMMRTPSessionBase::recoverPacket(unsigned short seq, CRTPFECPacke
         xorMaskWindow(fecPacket->get_fec_mask()) & m_index->knownNumbers.window(base, kFecMaskBits);
     for (; present != 0; present &= present - 1) {
         const int i = __builtin_ctzll(present);
-        packets[count] = getKnownMediaPacket(static_cast<_uint16_t>(base + i));
+        packets[count] = &knownPacket(static_cast<_uint16_t>(base + i), *m_index, m_recoverPacketList);
         length ^= CPacketAccess::packetSize(*packets[count++]) - kFixedHeaderSize;
     }
     // Forged parity mostly fails here, before a byte of a packet is read, unless somebody reads the lines
@@ -422,307 +421,178 @@ CTalRtpPacket* CMMRTPSessionBase::recoverPacket(unsigned short seq, CRTPFECPacke
 
 namespace {
 
-constexpr int kMaxShards = CRsInterpolation::kMaxPositions;
-
-// The parity block of a Reed-Solomon FEC packet, behind its FEC header; 0 bytes when the header is cut short.
+// The parity block of a Reed-Solomon FEC packet, after its FEC header; 0 bytes when the header is cut short.
 int parityBlockSize(const CTalRtpPacket& fecPacket) {
     return std::max(fecPacket.get_payload_size() - kRsHeaderSize, 0);
 }
 
-}  // namespace
-
-// One attempt at a Reed-Solomon group. Shards 0 .. k-1 are the media packets, k .. k+m-1 the parity packets.
-//
-// Parity can be forged, so the length and the first bytes of every missing packet are decoded first, and a
-// packet only where these are right: garbage costs little. All bookkeeping is in arrays on the stack; the
-// heap lends what grows with the number of missing packets.
-class CRsRecovery {
+// The packets of the group that a Reed-Solomon FEC packet belongs to, as far as they are available. Blocks
+// 0 .. k-1 are the media packets, k .. k+m-1 the parity packets.
+class CRsShards {
 public:
-    CRsRecovery(CMMRTPSessionBase& session, CRTPRSPacket& fecPacket)
-        : m_session(session),
-          m_fecPacket(fecPacket),
-          m_mediaCount(fecPacket.get_rs_mask()),
-          m_fecCount(fecPacket.get_rs_count()),
-          m_mediaBase(fecPacket.get_rs_sequence_number_base()),
-          m_fecSeq(fecPacket.get_sequence_number()),
-          m_fecBase(static_cast<_uint16_t>(m_fecSeq - fecPacket.get_rs_index())) {}
+    CRsShards(CReceiveIndex& index, const CMMRTPSessionBase::PacketMap& rebuilt, CRTPRSPacket& fecPacket)
+        : packetCount(fecPacket.get_rs_mask()),
+          fecCount(fecPacket.get_rs_count()),
+          firstSeq(fecPacket.get_rs_sequence_number_base()),
+          fecSeq(fecPacket.get_sequence_number()),
+          fecIndex(fecPacket.get_rs_index()),
+          firstFecSeq(static_cast<_uint16_t>(fecSeq - fecIndex)),
+          m_index(index),
+          m_rebuilt(rebuilt),
+          m_fecPacket(fecPacket) {}
 
-    bool isTooLarge() const { return m_mediaCount + m_fecCount > kMaxShards; }
+    const int packetCount;  // k
+    const int fecCount;     // m
+    const _uint16_t firstSeq;
+    const _uint16_t fecSeq;
+    const unsigned int fecIndex;
+    const _uint16_t firstFecSeq;
 
-    // All media packets are at hand.
-    bool isComplete() const {
-        return m_session.m_index->knownNumbers.count(m_mediaBase, static_cast<unsigned int>(m_mediaCount)) ==
-               static_cast<unsigned int>(m_mediaCount);
-    }
+    bool isTooLarge() const { return packetCount + fecCount > kMaxRsBlocks; }
+    bool isComplete() const { return availableMedia() == packetCount; }
 
-    // Lists the shards that are at hand, as many as a decode takes, and the media packets that are missing.
+    // Lists the positions of the available blocks, as many as a rebuild takes, and of the missing packets.
     // False when there are too few.
-    bool takeStock() {
-        if (mostAtHand() < m_mediaCount) {
+    bool list(CRsGroup& group) const {
+        if (availableMedia() + mostParity() < packetCount) {
             return false;
         }
-        m_session.m_index->steps += static_cast<unsigned int>(m_mediaCount + m_fecCount);
-        for (int i = 0; i < m_mediaCount; ++i) {
-            if (m_session.m_index->knownNumbers.contains(mediaSeq(i))) {
-                m_present[m_presentCount++] = static_cast<unsigned char>(i);
+        m_index.steps += static_cast<unsigned int>(packetCount + fecCount);
+        for (int i = 0; i < packetCount; ++i) {
+            if (m_index.knownNumbers.contains(mediaSeq(i))) {
+                group.listAvailable(i);
             } else {
-                m_missing[m_missingCount++] = static_cast<unsigned char>(i);
+                group.listMissing(i);
             }
         }
-        m_presentMediaCount = m_presentCount;
-        for (int j = 0; j < m_fecCount && m_presentCount < m_mediaCount; ++j) {
+        for (int j = 0; j < fecCount && !group.hasEnough(); ++j) {
             if (parityPacket(j) != nullptr) {
-                m_present[m_presentCount++] = static_cast<unsigned char>(m_mediaCount + j);
+                group.listAvailable(packetCount + j);
             }
         }
-        return m_presentCount == m_mediaCount;
+        return group.hasEnough();
     }
 
-    // Gathers the blocks of the shards at hand. False, with a WARNING line, when the parity blocks differ in
-    // size or are shorter than a media packet.
-    bool gather() {
-        int maxPacketLen = 0;
-        for (int shard = 0; shard < m_presentMediaCount; ++shard) {
-            CTalRtpPacket* const packet = m_session.getKnownMediaPacket(mediaSeq(m_present[shard]));
-            setShard(shard, packet->get_buffer(), packet->get_packet_size(), packet->get_packet_size());
-            maxPacketLen = std::max(maxPacketLen, packet->get_packet_size());
+    // Lends the listed blocks to the group. Returns the number of the last parity packet.
+    _uint16_t gather(CRsGroup& group) const {
+        _uint16_t lastParitySeq = 0;
+        for (int i = 0; i < group.availableCount(); ++i) {
+            const int position = group.availablePosition(i);
+            if (position < packetCount) {
+                const stByteView packet = viewOf(knownPacket(mediaSeq(position), m_index, m_rebuilt));
+                group.setBlock(i, packet, static_cast<_uint16_t>(packet.size));
+                continue;
+            }
+            const CTalRtpPacket& packet = *parityPacket(position - packetCount);
+            const unsigned char* const payload = packet.get_payload_ptr();
+            group.setBlock(i, {payload + kRsHeaderSize, parityBlockSize(packet)},
+                           loadBig16(payload + kRsLengthOffset));
+            lastParitySeq = packet.get_sequence_number();
         }
-        for (int shard = m_presentMediaCount; shard < m_presentCount; ++shard) {
-            CTalRtpPacket* const packet = parityPacket(m_present[shard] - m_mediaCount);
-            unsigned char* const payload = packet->get_payload_ptr();
-            const int size = parityBlockSize(*packet);
-            setShard(shard, payload + kRsHeaderSize, size, loadBig16(payload + kRsLengthOffset));
-            m_blockSize = std::max(m_blockSize, size);
-            m_lastParitySeq = packet->get_sequence_number();
-        }
-        const int fecPayloadSize = parityBlockSize(m_fecPacket);
-        if (fecPayloadSize < maxPacketLen || m_blockSize != fecPayloadSize) {
-            TAL_TRACE(
-                WARNING,
-                "CMMRTPSessionBase::recoverPacketWithRSFEC fec payoad size is dubitable, fecPayloadSize = "
-                    << fecPayloadSize << ", maxPacketLen = " << maxPacketLen
-                    << ", maxFecPayloadLen = " << m_blockSize);
-            return false;
-        }
-        return true;
-    }
-
-    // Decodes and takes the rebuilt packets into the session. False, with an ERROR line, when there is no
-    // memory for it.
-    bool rebuild() {
-        if (m_blockSize > MAX_PACKET_SIZE) {
-            refuseSize();
-            return true;
-        }
-        const CRsInterpolation code(m_present, m_presentCount);
-        if (!probe(code) || !decode(code)) {
-            // Compatibility: the text names the sending operation, and a model that was not made.
-            TAL_TRACE(ERROR, "CMMRTPSessionBase::CreateRsFecPackets get rs model failed"
-                                 << ", k = " << m_mediaCount << ", n = " << m_mediaCount + m_fecCount);
-            m_session.m_index->isShort = true;
-            return false;
-        }
-        storePackets();
-        return true;
+        return lastParitySeq;
     }
 
 private:
-    typedef std::unique_ptr<unsigned char[]> Bytes;
-
-    // A bound of the shards at hand that costs no look at any of them.
-    int mostAtHand() const {
-        const CReceiveIndex& index = *m_session.m_index;
-        const unsigned int media =
-            index.knownNumbers.count(m_mediaBase, static_cast<unsigned int>(m_mediaCount));
-        const unsigned int fec = index.fecNumbers.count(m_fecBase, static_cast<unsigned int>(m_fecCount));
-        return static_cast<int>(media + fec) + 1;  // this packet may not be stored yet
+    _uint16_t mediaSeq(int i) const { return static_cast<_uint16_t>(firstSeq + i); }
+    int availableMedia() const {
+        return static_cast<int>(m_index.knownNumbers.count(firstSeq, static_cast<unsigned int>(packetCount)));
     }
-
-    _uint16_t mediaSeq(int i) const { return static_cast<_uint16_t>(m_mediaBase + i); }
+    // A bound that costs no look at any packet.
+    int mostParity() const {
+        const unsigned int stored =
+            m_index.fecNumbers.count(firstFecSeq, static_cast<unsigned int>(fecCount));
+        return static_cast<int>(stored) + 1;  // this packet may not be stored yet
+    }
 
     // **Lends** parity packet `j` of the group, or null. The number alone decides: an XOR packet, stored
     // before the FEC type was changed, counts too, so what is returned is read as bytes.
-    CTalRtpPacket* parityPacket(int j) const {
-        const _uint16_t seq = static_cast<_uint16_t>(m_fecBase + j);
-        return seq == m_fecSeq ? &m_fecPacket : m_session.getFECPacketBySeq(seq);
+    const CTalRtpPacket* parityPacket(int j) const {
+        const _uint16_t seq = static_cast<_uint16_t>(firstFecSeq + j);
+        return seq == fecSeq ? &m_fecPacket : m_index.fec.peek(seq).packet;
     }
 
-    void setShard(int shard, unsigned char* block, int size, int length) {
-        m_blocks[shard] = block;
-        m_sizes[shard] = size;
-        m_lengths[shard] = static_cast<_uint16_t>(length);
-    }
+    CReceiveIndex& m_index;
+    const CMMRTPSessionBase::PacketMap& m_rebuilt;
+    const CRTPRSPacket& m_fecPacket;
+};
 
-    // The codec's own refusal, with its line, which it gives before it looks at any matrix or output.
-    void refuseSize() {
-        rs_param_ shape = {m_mediaCount, m_mediaCount + m_fecCount, nullptr};
-        CRsFec::Decode(&shape, m_blocks, m_sizes, nullptr, nullptr, nullptr, 0);
+// Tells whether the parity blocks have one size and no media packet is longer. Logs a WARNING line otherwise.
+bool isPlausible(const CRsGroup& group, const CRTPRSPacket& fecPacket) {
+    const int fecPayloadSize = parityBlockSize(fecPacket);
+    if (fecPayloadSize < group.largestPacket() || group.largestParity() != fecPayloadSize) {
+        TAL_TRACE(WARNING,
+                  "CMMRTPSessionBase::recoverPacketWithRSFEC fec payoad size is dubitable, fecPayloadSize = "
+                      << fecPayloadSize << ", maxPacketLen = " << group.largestPacket()
+                      << ", maxFecPayloadLen = " << group.largestParity());
+        return false;
     }
+    return true;
+}
 
-    // Decodes the length and the first bytes of each missing packet. False when memory is short.
-    bool probe(const CRsInterpolation& code) {
-        const std::size_t scratchSize = code.scratchSize(m_missingCount);
-        const Bytes scratch = allocate(scratchSize);
-        if (scratch == nullptr) {
-            return false;
-        }
-        unsigned char values[kProbeColumns][kMaxShards];
-        for (int shard = 0; shard < m_presentCount; ++shard) {
-            values[kLengthLow][shard] = static_cast<unsigned char>(m_lengths[shard]);
-            values[kLengthHigh][shard] = static_cast<unsigned char>(m_lengths[shard] >> 8);
-            values[kFlags][shard] = blockByte(shard, kFlagsOffset);
-            values[kSeqHigh][shard] = blockByte(shard, kSequenceNumberOffset);
-            values[kSeqLow][shard] = blockByte(shard, kSequenceNumberOffset + 1);
-        }
-        code.probe(m_missing, m_missingCount, values[0], kProbeColumns, scratch.get(), m_probed[0]);
-        countProducts(scratchSize * kProbeColumns);
-        return true;
+void reportNoMemory(const CRsShards& shards) {
+    // Compatibility: the text names the sending operation, and a model that was not made.
+    TAL_TRACE(ERROR, "CMMRTPSessionBase::CreateRsFecPackets get rs model failed"
+                         << ", k = " << shards.packetCount
+                         << ", n = " << shards.packetCount + shards.fecCount);
+}
+
+void reportWrongPackets(const CRsShards& shards) {
+    TAL_TRACE(WARNING, "CMMRTPSessionBase::recoverPacketWithRSFEC recover seq number is differ with request"
+                           << ", fecSeq = " << shards.fecSeq << ", fecIndex = " << shards.fecIndex
+                           << ", fecBaseSeq = " << shards.firstFecSeq << ", fecNum = " << shards.fecCount
+                           << ", packetBaseSeq = " << shards.firstSeq
+                           << ", packetNum = " << shards.packetCount);
+}
+
+// **Returns owned** a missing packet. Null, with a line if it has another number, when it is not the one that
+// was asked for.
+std::unique_ptr<CTalRtpPacket> makeRebuilt(const stRsRebuilt& rebuilt) {
+    std::unique_ptr<CTalRtpPacket> packet;
+    if (rebuilt.kind == ERsPacket::kWrongLength) {
+        return packet;
     }
-
-    unsigned char blockByte(int shard, int offset) const {
-        return offset < m_sizes[shard] ? m_blocks[shard][offset] : 0;
-    }
-    int probedLength(int i) const { return m_probed[kLengthHigh][i] << 8 | m_probed[kLengthLow][i]; }
-    _uint16_t probedSeq(int i) const {
-        return static_cast<_uint16_t>(m_probed[kSeqHigh][i] << 8 | m_probed[kSeqLow][i]);
-    }
-
-    // Tells whether missing packet `i` has a length that its block can have, with room for its header as far
-    // as the first byte tells.
-    bool isLengthRight(int i) const {
-        const unsigned char* const flags = &m_probed[kFlags][i];
-        const int length = probedLength(i);
-        return length >= kFixedHeaderSize && length <= m_blockSize &&
-               (readExtensionFlag(flags) || length >= extensionOffset(flags));
-    }
-
-    // Packets with the right number are decoded whole. So are those with another number whose line depends on
-    // the length of an extension, if somebody reads the lines.
-    bool isWholeNeeded(int i) const {
-        return isLengthRight(i) && (probedSeq(i) == mediaSeq(m_missing[i]) ||
-                                    (readExtensionFlag(&m_probed[kFlags][i]) && isTraced(TRACE_WARNING)));
-    }
-
-    // Decodes the packets that are needed whole. False when memory is short.
-    bool decode(const CRsInterpolation& code) {
-        unsigned char wanted[kMaxShards];
-        int count = 0;
-        for (int i = 0; i < m_missingCount; ++i) {
-            m_isWhole[i] = isWholeNeeded(i);
-            if (m_isWhole[i]) {
-                wanted[count++] = m_missing[i];
-            }
-        }
-        if (count == 0) {
-            return true;
-        }
-        const std::size_t width = static_cast<std::size_t>(m_presentCount);
-        const std::size_t blockSize = static_cast<std::size_t>(m_blockSize);
-        const std::size_t rowBytes = static_cast<std::size_t>(count) * width;
-        m_output = allocate(rowBytes + static_cast<std::size_t>(count) * blockSize);
-        if (m_output == nullptr) {
-            return false;
-        }
-        unsigned char* blocks[kMaxShards];
-        for (int r = 0; r < count; ++r) {
-            code.fillRow(wanted[r], m_output.get() + static_cast<std::size_t>(r) * width);
-            blocks[r] = m_output.get() + rowBytes + static_cast<std::size_t>(r) * blockSize;
-        }
-        multiplyBlocks({blocks, count, m_output.get(), m_presentCount, m_blocks, m_presentCount}, m_sizes,
-                       m_blockSize);
-        countProducts(rowBytes * blockSize);
-        m_firstBlock = blocks[0];
-        return true;
-    }
-
-    static Bytes allocate(std::size_t size) { return Bytes(new (std::nothrow) unsigned char[size]); }
-    void countProducts(std::size_t bytes) { m_session.m_index->products += bytes; }
-
-    void storePackets() {
-        bool isAnyWrong = false;
-        unsigned char* block = m_firstBlock;
-        for (int i = 0; i < m_missingCount; ++i) {
-            isAnyWrong |= !storePacket(i, block);
-            block += m_isWhole[i] ? m_blockSize : 0;
-        }
-        if (isAnyWrong) {
-            TAL_TRACE(WARNING,
-                      "CMMRTPSessionBase::recoverPacketWithRSFEC recover seq number is differ with request"
-                          << ", fecSeq = " << m_fecSeq
-                          << ", fecIndex = " << static_cast<unsigned int>(m_fecPacket.get_rs_index())
-                          << ", fecBaseSeq = " << m_fecBase << ", fecNum = " << m_fecCount
-                          << ", packetBaseSeq = " << m_mediaBase << ", packetNum = " << m_mediaCount);
-        }
-    }
-
-    // Takes missing packet `i`, decoded to `block` if it was needed whole, into the session; false when it is
-    // not the packet that was asked for.
-    bool storePacket(int i, unsigned char* block) {
-        const _uint16_t expectedSeq = mediaSeq(m_missing[i]);
-        if (!isLengthRight(i)) {
-            return false;
-        }
-        if (!m_isWhole[i]) {
-            return reportOtherNumber(probedSeq(i), expectedSeq);
-        }
-        std::unique_ptr<CTalRtpPacket> packet(new CTalRtpPacket(block, probedLength(i)));
+    if (rebuilt.kind == ERsPacket::kWhole) {
+        packet = std::make_unique<CTalRtpPacket>(rebuilt.data, rebuilt.size);
         if (packet->get_payload_size() < 0) {
-            return false;
+            packet.reset();
+            return packet;
+        }
+    }
+    if (rebuilt.seq != rebuilt.expectedSeq) {
+        TAL_TRACE(WARNING,
+                  "CMMRTPSessionBase::recoverPacketWithRSFEC recover seq number is differ with request"
+                      << ", recoveredSeq = " << rebuilt.seq << ", requestSeq = " << rebuilt.expectedSeq);
+        packet.reset();
+    }
+    return packet;
+}
+
+}  // namespace
+
+// Takes over the rebuilt packets of a group. False when one of them is not the one that was asked for.
+bool CMMRTPSessionBase::takeRebuiltPackets(const CRsGroup& group, unsigned short lastParitySeq) {
+    bool isEachRight = true;
+    for (int i = 0; i < group.missingCount(); ++i) {
+        std::unique_ptr<CTalRtpPacket> packet = makeRebuilt(group.rebuilt(i));
+        if (packet == nullptr) {
+            isEachRight = false;
+            continue;
         }
         const _uint16_t seq = packet->get_sequence_number();
-        if (seq != expectedSeq) {
-            return reportOtherNumber(seq, expectedSeq);
-        }
         TAL_TRACE(INFO, "CMMRTPSessionBase::recoverPacketWithRSFEC recoveredSeq = "
                             << seq << ", recoveredTS = " << packet->get_timestamp()
-                            << ", sourceID = " << m_session.m_sourceId);
-        if (m_session.getRecoverPacketBySeq(seq) != nullptr) {
+                            << ", sourceID = " << m_sourceId);
+        if (getRecoverPacketBySeq(seq) != nullptr) {
             // Compatibility: the line carries the number of the last parity packet, not that of the repeated
             // packet.
             TAL_TRACE(WARNING, "CMMRTPSessionBase::recoverPacketWithRSFEC recover repeat packet: seq = "
-                                   << m_lastParitySeq << ", ts = " << packet->get_timestamp());
-            return true;
+                                   << lastParitySeq << ", ts = " << packet->get_timestamp());
+            continue;
         }
-        m_session.storeRecoveredPacket(seq, packet.release());
-        return true;
+        storeRecoveredPacket(seq, packet.release());
     }
-
-    // Returns false.
-    static bool reportOtherNumber(_uint16_t seq, _uint16_t expectedSeq) {
-        TAL_TRACE(WARNING,
-                  "CMMRTPSessionBase::recoverPacketWithRSFEC recover seq number is differ with request"
-                      << ", recoveredSeq = " << seq << ", requestSeq = " << expectedSeq);
-        return false;
-    }
-
-    // What is decoded first: the rows of `m_probed`.
-    enum EProbe { kLengthLow, kLengthHigh, kFlags, kSeqHigh, kSeqLow, kProbeColumns };
-
-    CMMRTPSessionBase& m_session;
-    CRTPRSPacket& m_fecPacket;
-    const int m_mediaCount;  // k
-    const int m_fecCount;    // m
-    const _uint16_t m_mediaBase;
-    const _uint16_t m_fecSeq;
-    const _uint16_t m_fecBase;
-
-    unsigned char m_present[kMaxShards];  // shard numbers at hand: media first, then parity
-    int m_presentCount = 0;
-    int m_presentMediaCount = 0;
-    unsigned char m_missing[kMaxShards];  // media shards to rebuild
-    int m_missingCount = 0;
-
-    unsigned char* m_blocks[kMaxShards];
-    int m_sizes[kMaxShards];
-    _uint16_t m_lengths[kMaxShards];  // length words, of which the upper two bytes are always 0
-
-    int m_blockSize = 0;  // of the largest parity block
-    _uint16_t m_lastParitySeq = 0;
-    unsigned char m_probed[kProbeColumns][kMaxShards];
-    bool m_isWhole[kMaxShards];
-    Bytes m_output;  // coefficients, then the blocks of the packets that are needed whole
-    unsigned char* m_firstBlock = nullptr;
-};
+    return isEachRight;
+}
 
 void CMMRTPSessionBase::recoverPacketWithRSFEC(CRTPRSPacket* fecPacket, bool& keep) {
     keep = false;
@@ -731,21 +601,34 @@ void CMMRTPSessionBase::recoverPacketWithRSFEC(CRTPRSPacket* fecPacket, bool& ke
                   "CMMRTPSessionBase::recoverPacketWithRSFEC invalid parameter: fecPacket = " << fecPacket);
         return;
     }
-    CRsRecovery recovery(*this, *fecPacket);
-    if (recovery.isTooLarge()) {
+    const CRsShards shards(*m_index, m_recoverPacketList, *fecPacket);
+    if (shards.isTooLarge()) {
         TAL_TRACE(WARNING,
                   "CMMRTPSessionBase::recoverPacketWithRSFEC total number of packet and fec is over 256.");
         return;
     }
-    if (recovery.isComplete()) {
+    if (shards.isComplete()) {
         return;
     }
-    if (!recovery.takeStock()) {
+    CRsGroup group(shards.packetCount, shards.firstSeq);
+    if (!shards.list(group)) {
         keep = true;  // waits for more shards
         return;
     }
-    if (recovery.gather() && !recovery.rebuild()) {
+    const _uint16_t lastParitySeq = shards.gather(group);
+    if (!isPlausible(group, *fecPacket)) {
+        return;
+    }
+    const ERsRebuilding outcome = group.rebuild(isTraced(TRACE_WARNING));
+    m_index->products += group.products();
+    if (outcome == ERsRebuilding::kTooLong) {
+        reportTooLongToDecode(group.largestParity());
+    } else if (outcome == ERsRebuilding::kShortOfMemory) {
+        reportNoMemory(shards);
+        m_index->isShort = true;
         keep = true;
+    } else if (!takeRebuiltPackets(group, lastParitySeq)) {
+        reportWrongPackets(shards);
     }
 }
 

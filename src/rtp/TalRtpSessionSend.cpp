@@ -8,11 +8,12 @@
 #include <cstring>
 #include <typeinfo>
 
+#include "RsFecLines.h"
 #include "TalRtpPacketAccess.h"
 #include "TalRtpPacketView.h"
 #include "TalRtpTraceLine.h"
 #include "fec/GroupSpan.h"
-#include "fec/RsLength.h"
+#include "fec/RsGroup.h"
 #include "fec/XorParity.h"
 
 namespace talrtp {
@@ -229,8 +230,6 @@ int CMMRTPSessionBase::CreateXorFecPackets(CTalRtpPacket* pPacket, int count, un
 
 namespace {
 
-constexpr int kMaxGroup = 256;  // packets and parity packets together stay below
-
 stGroupSpan spanOf(const CTalRtpPacket* packets, int count) {
     stGroupSpan span;
     for (int i = 0; i < count; ++i) {
@@ -239,49 +238,45 @@ stGroupSpan spanOf(const CTalRtpPacket* packets, int count) {
     return span;
 }
 
-// The blocks of one group for the codec: those that it reads and those that it writes.
-class CRsEncoding {
-public:
-    CRsEncoding(const CTalRtpPacket* packets, int count, CTalRtpPacket* fecPackets, int fecCount) {
-        for (int i = 0; i < count; ++i) {
-            m_blocks[i] = packets[i].get_buffer();
-            m_sizes[i] = packets[i].get_packet_size();
-            m_lengths[i].set(static_cast<_uint32_t>(m_sizes[i]));
-            m_lengthBlocks[i] = m_lengths[i].bytes;
-        }
-        for (int j = 0; j < fecCount; ++j) {
-            m_parityBlocks[j] = fecPackets[j].get_payload_ptr() + kRsHeaderSize;
-            m_parityLengths[j].set(0);
-            m_parityLengthBlocks[j] = m_parityLengths[j].bytes;
-        }
+// Makes the parity of a group in the payloads of its FEC packets.
+void makeParity(CRsParity& parity, const CTalRtpPacket* packets, int count, CTalRtpPacket* fecPackets,
+                int fecCount, const rs_param_& model) {
+    for (int i = 0; i < count; ++i) {
+        parity.addPacket(packets[i].get_buffer(), packets[i].get_packet_size());
     }
-
-    // The results are not examined: a packet that the codec refuses, with a line of its own, leaves the
-    // parity zero.
-    void encode(rs_param_* model) {
-        CRsFec::Encode(model, m_blocks, m_sizes, m_parityBlocks);
-        CRsFec::Encode(model, m_lengthBlocks, static_cast<int>(sizeof(stLengthWord)), m_parityLengthBlocks);
+    for (int j = 0; j < fecCount; ++j) {
+        parity.addBlock(fecPackets[j].get_payload_ptr() + kRsHeaderSize);
     }
+    if (parity.make(model) == ERsMaking::kTooLong) {
+        reportTooLongToEncode(parity.largestSize());  // the group stays numbered, with parity of zeros
+    }
+}
 
-    _uint16_t recoverLength(int j) const { return static_cast<_uint16_t>(m_parityLengths[j].get()); }
-
-private:
-    unsigned char* m_blocks[kMaxGroup];
-    int m_sizes[kMaxGroup];
-    stLengthWord m_lengths[kMaxGroup];
-    unsigned char* m_lengthBlocks[kMaxGroup];
-    unsigned char* m_parityBlocks[kMaxGroup];
-    stLengthWord m_parityLengths[kMaxGroup];
-    unsigned char* m_parityLengthBlocks[kMaxGroup];
+// What the RTP headers of a group's FEC packets have in common.
+struct stFecHeader {
+    unsigned int payloadType;
+    _uint32_t timestamp;
+    _uint32_t ssrc;
 };
 
-void writeRsHeader(unsigned char* header, _uint16_t baseSeq, int count, int index, int fecCount,
+// Makes FEC packets ready for parity of `blockSize` bytes each, which is zero if nothing will write it.
+void beginRsPackets(CTalRtpPacket* packets, int count, const stFecHeader& header, int blockSize,
+                    bool isWritten) {
+    for (int j = 0; j < count; ++j) {
+        CPacketAccess::clear(packets[j]);
+        CPacketAccess::writeHeader(packets[j], 0, header.payloadType, 0, header.timestamp, header.ssrc);
+        CPacketAccess::beginPayload(packets[j], blockSize + kRsHeaderSize,
+                                    isWritten ? kRsHeaderSize : CPacketAccess::kWholePayload);
+    }
+}
+
+void writeRsHeader(unsigned char* header, const stGroupSpan& span, int index, int fecCount,
                    _uint16_t recoverLength) {
-    storeBig16(header + kRsBaseOffset, baseSeq);
+    storeBig16(header + kRsBaseOffset, span.lowestSeq);
     storeBig16(header + kRsLengthOffset, recoverLength);
     header[kRsIndexOffset] = static_cast<unsigned char>(index);
     header[kRsCountOffset] = static_cast<unsigned char>(fecCount);
-    header[kRsMaskOffset] = static_cast<unsigned char>(count);
+    header[kRsMaskOffset] = static_cast<unsigned char>(span.count);
 }
 
 }  // namespace
@@ -293,7 +288,7 @@ int CMMRTPSessionBase::CreateRsFecPackets(CTalRtpPacket* pPacket, int count, CTa
                              << pPacket << ", pFecPacket = " << pFecPacket);
         return -1;
     }
-    if (static_cast<_int64_t>(count) + fecCount >= kMaxGroup) {
+    if (static_cast<_int64_t>(count) + fecCount >= kMaxRsBlocks) {
         TAL_TRACE(ERROR, "CMMRTPSessionBase::CreateRsFecPackets total number of packet and fec is over 256.");
         return -1;
     }
@@ -309,28 +304,21 @@ int CMMRTPSessionBase::CreateRsFecPackets(CTalRtpPacket* pPacket, int count, CTa
     }
 
     rs_param_* const model = GetRsModel(count, count + fecCount);
-    const bool isEncoded = model != nullptr && span.largestSize <= MAX_PACKET_SIZE;
-    for (int j = 0; j < fecCount; ++j) {
-        CTalRtpPacket& fecPacket = pFecPacket[j];
-        CPacketAccess::clear(fecPacket);
-        CPacketAccess::writeHeader(fecPacket, 0, m_fecPayloadType, 0, span.latestTimestamp, m_sourceId);
-        CPacketAccess::beginPayload(fecPacket, span.largestSize + kRsHeaderSize,
-                                    isEncoded ? kRsHeaderSize : CPacketAccess::kWholePayload);
-    }
+    const bool isMade = model != nullptr && span.largestSize <= MAX_PACKET_SIZE;
+    beginRsPackets(pFecPacket, fecCount, {m_fecPayloadType, span.latestTimestamp, m_sourceId},
+                   span.largestSize, isMade);
     if (model == nullptr) {
         TAL_TRACE(ERROR, "CMMRTPSessionBase::CreateRsFecPackets get rs model failed"
                              << ", k = " << count << ", n = " << count + fecCount);
         return 1;
     }
 
-    CRsEncoding encoding(pPacket, count, pFecPacket, fecCount);
-    encoding.encode(model);
+    CRsParity parity;
+    makeParity(parity, pPacket, count, pFecPacket, fecCount, *model);
     for (int j = 0; j < fecCount; ++j) {
-        CTalRtpPacket& fecPacket = pFecPacket[j];
         ++m_createdFECPacketNumber;
-        fecPacket.set_sequence_number(nextNumber(m_fecSequenceNumber));
-        writeRsHeader(fecPacket.get_payload_ptr(), span.lowestSeq, count, j, fecCount,
-                      encoding.recoverLength(j));
+        pFecPacket[j].set_sequence_number(nextNumber(m_fecSequenceNumber));
+        writeRsHeader(pFecPacket[j].get_payload_ptr(), span, j, fecCount, parity.recoverLength(j));
     }
     return 0;
 }
