@@ -69,8 +69,8 @@ private:
         if (left <= 0) {
             return kZeros;
         }
+        std::memset(copy, 0, kMultiplyBytes);
         std::memcpy(copy, m_product.sources[j] + offset, static_cast<std::size_t>(left));
-        std::memset(copy + left, 0, kMultiplyBytes - static_cast<std::size_t>(left));
         return copy;
     }
 
