@@ -1,4 +1,4 @@
-// What a host pays per packet, beside floors written for the purpose that run in the same process:
+// The cost of each packet for a host, beside floors written for the purpose that run in the same process:
 //
 //   packetizing: the header's stores, one copy of the payload, and zeroes for the rest of the buffer
 //   XOR FEC:     one pass over the same packets at the widest vectors
@@ -46,8 +46,8 @@ public:
 
 constexpr int kFragments = 10;
 
-// What the rows about sending read and write: the same memory for a row and its floor, taken at the start of
-// the program, as a host makes its packets once.
+// The memory that the rows about sending read and write: the same for a row and its floor, taken at the start
+// of the program, as a host makes its packets once.
 struct SendingMemory {
     std::vector<unsigned char> unit = makeUnit(kFragments * (kPacketSize - kHeaderSize));
     std::vector<Packet> packets = std::vector<Packet>(kFragments);
@@ -80,7 +80,7 @@ void packetizeFragments(benchmark::State& state) {
 }
 BENCHMARK(packetizeFragments);
 
-// A header's stores, one copy, zeroes behind it; over as many packets in turn as the row beside it has.
+// A header's stores, one copy, zeroes after it; over as many packets in turn as the row beside it has.
 void packetizeFloor(benchmark::State& state) {
     int bytes = kPacketSize - kHeaderSize;
     benchmark::DoNotOptimize(bytes);  // a size known at build time makes other, slower code than a call
@@ -261,7 +261,7 @@ void kitShapes(benchmark::internal::Benchmark* row) {
 }
 BENCHMARK(kitReceive)->Apply(kitShapes);
 
-// XOR FEC packets, `state.range(0)` of them, each of which waits for two media packets that never come.
+// XOR FEC packets, `state.range(0)` of them, each of which waits for two media packets that never arrive.
 class WaitingFec {
 public:
     WaitingFec(ITalRTPSession& session, int count, unsigned long now) : m_session(session) {

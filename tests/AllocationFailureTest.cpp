@@ -1,6 +1,6 @@
-// What a session does when memory is refused. Every allocation that an operation makes is refused once, one
-// by one, and all from each one on; the allocator's functions are wrapped at link time, operator new ends in
-// them. After each try the lists are held against the index and the notes, and the session goes on.
+// The conduct of a session when memory is refused. Every allocation that an operation makes is refused once,
+// one by one, and all from each one on; the allocator's functions are wrapped at link time, operator new ends
+// in them. After each try the lists are held against the index and the notes, and the session goes on.
 
 #include <gtest/gtest.h>
 #include <talrtp/talrtp.h>
@@ -18,7 +18,7 @@
 
 namespace {
 
-// Which allocation is refused, counted from 1 while `isArmed`; with `isLasting` all behind it as well.
+// Which allocation is refused, counted from 1 while `isArmed`; with `isLasting` all after it as well.
 struct Refusal {
     bool isArmed = false;
     bool isLasting = false;
@@ -96,7 +96,7 @@ namespace talrtp {
 namespace test {
 namespace {
 
-// Refuses the nth allocation of `call`, for every n, alone and with all behind it. `prepare` makes what
+// Refuses the nth allocation of `call`, for every n, alone and with all after it. `prepare` makes what
 // `call` works on; `check` looks at it afterwards.
 template <typename Stage>
 void refuseEach(const std::function<void(Stage&)>& call, const std::function<void(Stage&, bool)>& check) {
@@ -106,7 +106,7 @@ void refuseEach(const std::function<void(Stage&)>& call, const std::function<voi
         for (int nth = 1; isHit; ++nth) {
             ASSERT_LE(nth, 2000) << "the operation never came through";
             SCOPED_TRACE(testing::Message()
-                         << "allocation " << nth << (isLasting ? " and all behind it" : ""));
+                         << "allocation " << nth << (isLasting ? " and all after it" : ""));
             Stage stage;
             s_refusal = Refusal();
             s_refusal.isLasting = isLasting;

@@ -1,5 +1,5 @@
-// What a received datagram asks of the allocator once a session is warm: the packet object and its bytes. The
-// program puts functions of its own in front of the allocator's, under which the library's operator new ends
+// In a warm session a received datagram allocates the packet object and its bytes only. The program puts
+// functions of its own in front of the allocator's, which the library's operator new calls in the end
 // too. A sanitizer has functions of its own there, so nothing is counted under one.
 
 #include <gtest/gtest.h>
@@ -295,7 +295,7 @@ TEST_F(AllocationTest, XorTriesInVainAskForNothing) {
 }
 
 #if TALRTP_COUNTS_ALLOCATIONS
-// What each FEC packet of a group of its own keeps beside its object and its bytes.
+// The memory of each FEC packet of a group of its own, beside its object and its bytes.
 TEST_F(AllocationTest, FecPacketThatWaitsKeepsAtMost256BytesBesideItsOwn) {
     constexpr unsigned int kPackets = 20000;
     constexpr std::size_t kHeapHeader = 8;

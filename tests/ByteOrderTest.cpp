@@ -67,7 +67,7 @@ TEST(TalSwapDeathTest, AssertsASizeAboveZero) {
     EXPECT_DEATH(tal_swap(&byte, INT_MIN), "Assertion `size > 0' failed");
 }
 
-// What a value looks like in memory, and the value that looks so.
+// The bytes of a value in memory, and the value of such bytes.
 template <typename T>
 Bytes memoryOf(T value) {
     Bytes bytes(sizeof(value));

@@ -4,8 +4,8 @@
 //   DifferentialTest                                  the normal run, 100,000 calls over all kinds of traffic
 //   DifferentialTest --datagrams=5000000 --seed=7     the long one: more calls, another draw
 //
-// Options of GoogleTest select single kinds of traffic as usual. What fails prints its seed and its last
-// calls.
+// Options of GoogleTest select single kinds of traffic as usual. A run that fails prints its seed and
+// its last calls.
 
 #include "model/Duel.h"
 #include "model/Traffic.h"
@@ -37,7 +37,7 @@ std::uint64_t g_seed = 20240229;
 
 // ------------------------------------------------------------------------------------------------ The tests
 
-// What a run met, so that a test can tell that its traffic did what it is for.
+// The events of a run, by which a test checks that its traffic served its purpose.
 struct Met {
     std::uint64_t handOvers = 0;
     std::uint64_t recovered = 0;

@@ -5,8 +5,8 @@
 //       EXPECT_EQ(session->InputReceivedData(datagram, length, 0), -1);
 //   }
 //
-// What is allocated while the object lives is not reported as a leak in builds with AddressSanitizer; every
-// other build ignores it. Keep the scope to the one call, so that a real leak beside it still shows.
+// Memory allocated while the object lives is not reported as a leak in builds with AddressSanitizer; every
+// other build ignores the object. Keep the scope to the one call, so that a real leak beside it still shows.
 
 #ifndef TALRTP_TESTS_DOCUMENTEDLEAK_H
 #define TALRTP_TESTS_DOCUMENTEDLEAK_H

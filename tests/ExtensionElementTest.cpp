@@ -319,7 +319,7 @@ TEST(AddElement, TakesAnElementThatRunsPastItsAreaWithTheBytesThatLieThere) {
     CTalRtpPacket cut(100);
     std::memset(cut.get_buffer(), 0xee, 100);
     cut.from_buffer(bytes.data(), static_cast<int>(bytes.size()));
-    cut.get_buffer()[bytes.size()] = 0x99;  // behind the packet: counts as 0
+    cut.get_buffer()[bytes.size()] = 0x99;  // beyond the packet: counts as 0
     EXPECT_TRUE(addOne(cut, {0x40, 0xdd}));
     EXPECT_EQ(bytesOf(cut), packetWith({0x10, 0xaa, 0x23, 0x01, 5, 0, 0, 0x40, 0xdd, 0, 0, 0}, {5}));
 }
@@ -340,7 +340,7 @@ TEST(AddElements, ThatGrowTheBufferLeaveZerosBehindIt) {
     CTalRtpPacket packet = received(packetWith({}, Bytes(1400, 0x41)));
     Bytes element(17, 0xee);
     element[0] = 0x1f;
-    mallopt(M_PERTURB, 0x5a);  // what the heap gives is not zero
+    mallopt(M_PERTURB, 0x5a);  // the heap's memory is not zero
     EXPECT_TRUE(addMany(packet, std::vector<Bytes>(200, element)));
     mallopt(M_PERTURB, 0);
     EXPECT_EQ(packet.get_buffer_size(), 12 + 4 + 200 * 17 + 1400);

@@ -106,7 +106,7 @@ TEST_F(XorGenerationTest, ParityPacketToTheByte) {
         0x80, 0xe2, 0x00, 0x64,  // V=2 P=0 X=0 CC=0 | M=1 PT=98 | sequence number 100
         0x00, 0x01, 0x5f, 0x90,  // timestamp 90000
         0x0a, 0x0b, 0x0c, 0x0d,  // SSRC
-        0x11, 0x22, 0x33,        // payload: 3 bytes behind the fixed header
+        0x11, 0x22, 0x33,        // payload: 3 bytes after the fixed header
     });
     set(1, 101, kTimestamp, 400);  // not selected
     set(2, {
@@ -114,7 +114,7 @@ TEST_F(XorGenerationTest, ParityPacketToTheByte) {
         0x00, 0x01, 0x6d, 0xa0,  // timestamp 93600
         0x0a, 0x0b, 0x0c, 0x0d,  // SSRC
         0x01, 0x02, 0x03, 0x04,  // CSRC
-        0xf0, 0x01,              // payload with 1 byte of padding: 6 bytes behind the fixed header
+        0xf0, 0x01,              // payload with 1 byte of padding: 6 bytes after the fixed header
     });
     const Bytes expected = {
         0xa1, 0xef, 0x02, 0x00,  // V=2, P=0^1, X=0^0, CC=0^1 | M=1^0, PT=111 | FEC sequence number 0x0200

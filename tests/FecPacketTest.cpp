@@ -53,8 +53,8 @@ const Bytes kRsPacket = {
 };
 // clang-format on
 
-// What a big-endian field of `size` bytes at `offset` holds when the packet is cut: the bytes beyond count as
-// 0.
+// The value of a big-endian field of `size` bytes at `offset` when the packet is cut: the bytes beyond count
+// as 0.
 unsigned int fieldOf(const Bytes& packet, int length, int offset, int size) {
     unsigned int value = 0;
     for (int i = offset; i < offset + size; ++i) {

@@ -1,4 +1,4 @@
-// What happens around recovery: which FEC packets are kept, when they are tried again, and how rebuilt
+// The steps around recovery: which FEC packets are kept, when they are tried again, and how rebuilt
 // packets join the media path. XOR parity stands for both kinds where the kind does not matter.
 
 #include <pthread.h>

@@ -18,7 +18,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-// Bytes that end where readable memory ends, so that a byte read behind them stops the program.
+// Bytes that end where readable memory ends, so that a byte read beyond them stops the program.
 class GuardedBytes {
 public:
     explicit GuardedBytes(const Bytes& bytes) : m_page(static_cast<std::size_t>(sysconf(_SC_PAGESIZE))) {
@@ -94,7 +94,7 @@ TEST(HostileObjectTest, DatagramBelowTwelveBytesMakesNoPacket) {
     EXPECT_EQ(liveObjects(), before);
 }
 
-// Every shape of datagram, cut at every length: no byte behind it is read and nothing stops.
+// Every shape of datagram, cut at every length: no byte beyond it is read and nothing stops.
 TEST_F(HostileTest, NoDatagramIsReadPastItsEnd) {
     XorFec xorFec;
     xorFec.base = 200;
@@ -230,7 +230,7 @@ TEST_F(HostileTest, UnitsOfNoBytesForcedOutAreStartCodes) {
 // --- An extension whose length is cut off to nothing ---------------------------------------------------
 
 // 16383 words and the 4 bytes of the extension's own header are 65536 bytes: none, in 16 bits. So the payload
-// begins with the extension's header, whose first byte the profile gives. In the temporary packet the same
+// begins with the extension's header, whose first byte the profile states. In the temporary packet the same
 // header is followed by zeros and counts 4 bytes more.
 class VanishingExtensionTest : public HostileTest {
 protected:

@@ -1,4 +1,4 @@
-// What the inspector tells of captures whose packets were laid out by hand.
+// The inspector's findings on captures whose packets were laid out by hand.
 
 #include "inspect/Inspector.h"
 

@@ -154,7 +154,7 @@ TEST_P(KernelTest, AddProductInPlace) {
     }
 }
 
-// A product of random blocks, each behind a guard, and what it must give. The sources lie at random unless
+// A product of random blocks, each with a guard, and its expected bytes. The sources lie at random unless
 // their misalignment is given.
 struct RandomProduct {
     RandomProduct(std::mt19937& random, int rows, int count, int length, const std::vector<int>& sizes,

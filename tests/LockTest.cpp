@@ -1,5 +1,5 @@
 // The library takes no lock: this program puts its own functions in the place of those of pthreads and counts
-// their calls. What the C library locks inside of `rand` and malloc does not pass through them.
+// their calls. Locks that the C library takes inside of `rand` and malloc do not pass through them.
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>

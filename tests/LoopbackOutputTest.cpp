@@ -1,4 +1,4 @@
-// What the program leaves on disk, and what it prints.
+// The files that the program leaves on disk, and the text that it prints.
 
 #include "HostError.h"
 #include "loopback/OutputFile.h"

@@ -170,10 +170,10 @@ std::vector<bool> replayLosses(const NetworkOptions& options, std::size_t packet
     return lost;
 }
 
-// What must become of the units, found with the plan and the losses and without the library.
+// The expected fate of the units, found with the plan and the losses and without the library.
 struct Expected {
-    std::vector<NalUnit> whole;  // all of whose packets came
-    std::uint64_t cut = 0;       // whose first packet came, and another did not
+    std::vector<NalUnit> whole;  // all of whose packets arrived
+    std::uint64_t cut = 0;       // whose first packet arrived, and another did not
 };
 
 Expected expectFrom(const std::string& stream, const LoopbackOptions& options,

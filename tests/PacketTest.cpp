@@ -30,7 +30,7 @@ public:
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Winvalid-offsetof"
     static void check() {
-        static_assert(offsetof(LayoutProbe, m_buffer) == 8, "behind the virtual table");
+        static_assert(offsetof(LayoutProbe, m_buffer) == 8, "after the virtual table");
         static_assert(offsetof(LayoutProbe, m_payloadSize) == 16, "in the documented order");
         static_assert(offsetof(LayoutProbe, m_packetSize) == 20, "in the documented order");
         static_assert(offsetof(LayoutProbe, m_bufferSize) == 24, "in the documented order");
@@ -241,7 +241,7 @@ TEST(PacketFields, WriteTheFixedHeaderIntoRawBytes) {
     EXPECT_EQ(bytes, Bytes({0, 0, 0x12, 0x34, 0x01, 0x02, 0x03, 0x04, 0, 0, 0, 0}));
 }
 
-// The buffer is a recycled one: the bytes behind a short packet are still those of a long one unless zeroed.
+// The buffer is a recycled one: the bytes after a short packet are still those of a long one unless zeroed.
 TEST(PacketFields, BeyondACutPacketReadAsZero) {
     for (const Vector& vector : kVectors) {
         SCOPED_TRACE(vector.name);
@@ -414,7 +414,7 @@ TEST(Packet, CopyTakesThePacketBytesAndItsType) {
     CTalRtpPacket original(5000);
     original.set_payload_size(8);
     std::memcpy(original.get_payload_ptr(), "payload!", 8);
-    original.get_buffer()[20] = 0x77;  // behind the packet: not copied
+    original.get_buffer()[20] = 0x77;  // beyond the packet: not copied
     original.set_packet_type(0);
     CTalRtpPacket copy(original);
     EXPECT_EQ(copy.get_buffer_size(), 1300);
@@ -595,7 +595,7 @@ TEST(PacketSources, AnExtensionDoesNotMoveWithTheListKept) {
     EXPECT_EQ(packet.get_header_size(), 20) << "what was data now reads as an extension of 0 words";
 }
 
-// The bytes behind the grown list are then read as the extension's length, so a forger picks the header's
+// The bytes after the grown list are then read as the extension's length, so a forger picks the header's
 // end.
 TEST(PacketSources, AddedToAReceivedExtensionStayInsideTheBuffer) {
     Bytes bytes(60, 0x11);
@@ -799,7 +799,7 @@ TEST(PacketExtension, InRawBytesIsFoundWhateverTheProfileKept) {
 
 TEST(PacketExtension, InNoBytesAtAllIsNotLookedFor) {
     const std::unique_ptr<unsigned char[]> bytes(new unsigned char[8]());
-    unsigned char* const end = bytes.get() + 8;  // a read here is one behind the allocation
+    unsigned char* const end = bytes.get() + 8;  // a read here is one beyond the allocation
     EXPECT_EQ(CTalRtpPacket::get_extension(0xabcd, end, 0), nullptr);
     unsigned char* element = nullptr;
     int length = 0;

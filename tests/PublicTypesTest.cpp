@@ -265,7 +265,7 @@ static_assert(isOrderedMap<decltype(stTalRtpTSInfo::dataInfoMap), unsigned short
 static_assert(isSeqList<decltype(stTalRtpTSInfo::mediaSeqList)>());
 static_assert(isSeqList<decltype(stTalRtpTSInfo::fecSeqList)>());
 
-// Sees the members that a derived class of a host sees. They lie behind each other in the documented order.
+// Sees the members that a derived class of a host sees. They lie one after another in the documented order.
 class MemberProbe : public CMMRTPSession4SVC {
 public:
     static_assert(isSame<decltype(m_pSink), ITalRTPSessionSink*>());
@@ -311,7 +311,7 @@ static_assert(isSame<decltype(_SdesItem::data), unsigned char[256]>());
 static_assert(offsetof(_SdesItem, ssrc) == 0 && offsetof(_SdesItem, type) == 4);
 static_assert(offsetof(_SdesItem, length) == 5 && offsetof(_SdesItem, data) == 6);
 
-// What the interface and the class behind it share.
+// The operations that the interface and its class share.
 template <typename Stack>
 constexpr bool hasTheRtcpOperations() {
     using Code = std::int64_t;

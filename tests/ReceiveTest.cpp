@@ -536,7 +536,7 @@ TEST_F(ReceiveTest, UnitGrowsWithTheContiguousRunUntilItsEnd) {
     EXPECT_EQ(unit->packetCount, 1);
     EXPECT_FALSE(unit->complete);
     EXPECT_FALSE(unit->delivered);
-    media(7, fragment(kMiddle, {0x03}));  // behind a gap: no start to be found
+    media(7, fragment(kMiddle, {0x03}));  // after a gap: no start to be found
     EXPECT_EQ(unit->packetCount, 1);
     media(6, fragment(kMiddle, {0x02}));
     EXPECT_EQ(unit->packetCount, 3);

@@ -121,7 +121,7 @@ TEST(CodeMatrixTest, ParityBlocksAreTheValuesAtTheirPoints) {
 
 typedef bool (*Way)(const rs_param_&, const stReceivedBlocks&, const stLostBlocks&);
 
-// What a way makes of the blocks at `index`.
+// The outcome of a way for the blocks at `index`.
 struct Attempt {
     Attempt(Group& group, Way way, std::vector<int> index, const std::vector<int>& lost)
         : out(lost.size(), Bytes(static_cast<std::size_t>(group.size), 0xee)), index(std::move(index)) {

@@ -285,7 +285,7 @@ TEST_F(RsRecoveryTest, InfoLinesNeedTheMaskAtTwo) {
     expectDelivered({100});
 }
 
-// What the numbers of a group say counts, not when the packet came.
+// The numbers of a group count, not the mode in which the packet arrived.
 TEST_F(RsRecoveryTest, FecPacketStoredInXorModeIsStillAShard) {
     Group group(RTP_FEC_RS, 100, 500, unitsFrom(100, 2), 2);
     session.SetFecType(RTP_FEC_XOR);

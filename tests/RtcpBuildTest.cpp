@@ -21,7 +21,7 @@ using ::testing::IsEmpty;
 
 constexpr unsigned char kUntouched = 0xee;
 
-// What a build left behind: result, length, and the whole buffer.
+// The outcome of a build: result, length, and the whole buffer.
 struct Built {
     std::int64_t result;
     int len;

@@ -40,7 +40,7 @@ Bytes declaringNothing(Bytes bytes) {
     return bytes;
 }
 
-// What a host passes on: the length field counts whole words, so the packet is filled up to one.
+// The bytes that a host passes on: the length field counts whole words, so the packet is filled up to one.
 Bytes filledUp(Bytes bytes) {
     bytes.resize((bytes.size() + 3) / 4 * 4, 0);
     return bytes;
@@ -88,7 +88,7 @@ std::vector<ReadVector> readVectors() {
         {"SDES of odd length",
          filledUp(sdesOfOddLength()),
          {{"valid", "1"}, {"type", "202"}, {"item count", "1"}, {"items", "11223344 01 68656c6c6f; "}}},
-        // Kept: the second item is looked for on the next word, 3 bytes behind where the builder put it.
+        // Kept: the second item is looked for on the next word, 3 bytes after where the builder put it.
         {"SDES off the words",
          sdesOffTheWords(),
          {{"valid", "1"},
@@ -180,7 +180,7 @@ TEST_F(RtcpParseTest, EachVectorThatDeclaresNothingReadsZerosBehindItsEndAtEvery
     }
 }
 
-// The same in a buffer that goes on: what stands behind the length must not shine through.
+// The same in a buffer that goes on: bytes beyond the length must not show in the result.
 TEST_F(RtcpParseTest, BytesBehindTheLengthAreNotRead) {
     Bytes bytes = declaringNothing(app());
     unsigned char name[4];
@@ -739,9 +739,9 @@ TEST_F(RtcpDatagramTest, LongestDeclaredLengthIsHandedOn) {
 // cut in the wrong places.
 TEST_F(RtcpDatagramTest, DatagramOfAnRfc3550SenderIsNotUnderstood) {
     const Bytes foreign = {
-        0x80, 0xc9, 0x00, 0x01,  // RR without blocks, one word behind this one
+        0x80, 0xc9, 0x00, 0x01,  // RR without blocks, one word after this one
         0x11, 0x22, 0x33, 0x44,  // SSRC; to this reader a packet of 0x3344 words
-        0x82, 0xcb, 0x00, 0x02,  // BYE of two sources, two words behind this one
+        0x82, 0xcb, 0x00, 0x02,  // BYE of two sources, two words after this one
         0x11, 0x22, 0x33, 0x44,  // SSRC 1
         0x55, 0x66, 0x77, 0x88,  // SSRC 2
     };
@@ -752,7 +752,7 @@ TEST_F(RtcpDatagramTest, DatagramOfAnRfc3550SenderIsNotUnderstood) {
     EXPECT_FALSE(stack.IsValidRtcpPacket(sink.packets[1].data(), 52496));
 }
 
-// GetReportBlock reads a block past the end, so there is room for one behind a copied packet too.
+// GetReportBlock reads a block past the end, so there is room for one after a copied packet too.
 TEST_F(RtcpDatagramTest, BlockBehindACutReportReadsAsZeros) {
     class BlockReader : public ITalRTCPStackSink {
     public:

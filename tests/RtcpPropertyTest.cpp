@@ -83,7 +83,7 @@ protected:
         }
     }
 
-    // The packet that a build gives, filled up to a word as the reader wants it.
+    // The packet that a build returns, filled up to a word as the reader wants it.
     template <class Call>
     Bytes built(int room, Call call) {
         Bytes buf(static_cast<std::size_t>(room), 0);
@@ -187,7 +187,7 @@ TEST_F(RtcpPropertyTest, ReportsReadBack) {
     });
 }
 
-// Texts of 2, 6, 10 ... bytes end on a word, so every item is found; behind any other text the next is not.
+// Texts of 2, 6, 10 ... bytes end on a word, so every item is found; after any other text the next is not.
 TEST_F(RtcpPropertyTest, ItemsThatEndOnAWordReadBackAndTheLastMayEndAnywhere) {
     forEachSeed([&](Random& random) {
         const int count = random.number(1, 31);

@@ -1,5 +1,4 @@
-// What the Get operations say about a packet, all of them at once, and a second opinion
-// on what they should say.
+// The answers of all Get operations about a packet, and a second opinion on what they should be.
 //
 // A reading is a table from a getter's subject to its answer in print; a getter that fails has no entry. The
 // second opinion looks at the bytes one at a time and shares nothing with the library.
@@ -21,7 +20,7 @@ namespace test {
 
 typedef std::map<std::string, std::string> Reading;
 
-// What stands in the 24 bytes behind a packet that GetReportBlock is pointed at.
+// Fills the 24 bytes after a packet that GetReportBlock is pointed at.
 constexpr unsigned char kBehind = 0x5b;
 
 inline std::string hex(unsigned int value, int digits = 8) {
@@ -256,7 +255,7 @@ inline std::string sources(const Received& packet) {
 
 }  // namespace reading
 
-// The second opinion on what readAll gives.
+// The second opinion on the result of readAll.
 inline Reading expectedReading(const Bytes& bytes) {
     Reading reading;
     const reading::Received packet(bytes);

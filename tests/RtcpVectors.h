@@ -1,5 +1,5 @@
 // RTCP packets written out by hand, one per packet type and more where a type has shapes worth telling apart.
-// The same bytes are what building must give and what reading must take. All sources, texts and numbers are
+// Building must produce these bytes, and reading must accept them. All sources, texts and numbers are
 // chosen so that no two bytes of one packet can be swapped unnoticed.
 
 #ifndef TALRTP_TESTS_RTCPVECTORS_H
@@ -49,7 +49,7 @@ inline _ReportBlock secondBlock() {
     return {0xb1b2b3b4, 0xff, 0xfffffe, 0xfedcba98, 0x10203040, 0x50607080, 0x90a0b0c0};
 }
 
-// An item whose bytes behind the text are rubbish, as a host's are.
+// An item whose bytes after the text are rubbish, as a host's are.
 inline _SdesItem sdesItem(unsigned int ssrc, unsigned char type, const std::string& text) {
     _SdesItem item;
     item.ssrc = ssrc;
@@ -140,7 +140,7 @@ inline Bytes sdesOfOddLength() {
     };
 }
 
-// Texts of 3 and 1 bytes: the second item begins right behind the first, in the middle of a word.
+// Texts of 3 and 1 bytes: the second item begins immediately after the first, in the middle of a word.
 inline Bytes sdesOffTheWords() {
     return {
         0x82, 0xca, 0x00, 0x05,  // V=2 P=0 SC=2 | PT=202 SDES | 5 words
@@ -186,7 +186,7 @@ inline Bytes rtpFeedback() {
         0x81, 0xcd, 0x00, 0x04,  // V=2 P=0 FMT=1 generic NACK | PT=205 RTPFB | 4 words
         0x11, 0x22, 0x33, 0x44,  // SSRC of packet sender
         0x99, 0xaa, 0xbb, 0xcc,  // SSRC of media source
-        0x12, 0x34, 0x80, 0x01,  // packet 0x1234 and two of the 16 behind it
+        0x12, 0x34, 0x80, 0x01,  // packet 0x1234 and two of the 16 after it
     };
 }
 

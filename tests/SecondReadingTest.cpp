@@ -1,5 +1,5 @@
-// What a host may do between the documented lines: change a packet that it was lent, and bring packet classes
-// of its own. And what must not outlive a timestamp.
+// Undocumented liberties of a host: it changes a packet that it was lent, or brings packet classes of its
+// own. Also the state that must not outlive a timestamp.
 
 #include <malloc.h>
 
@@ -43,7 +43,7 @@ protected:
     static constexpr std::size_t kSpareBytes = 88;  // beyond the capacity of every packet
 };
 
-// The bytes of hand-overs are used again: a sink that makes the packet grow leaves other ones behind.
+// The bytes of hand-overs are used again: a sink that makes the packet grow leaves different ones there.
 TEST_F(LentPacketTest, LargeUnitFitsItsHandOverAfterASinkHasMadeASmallOneGrow) {
     Bytes element = {0x10, 0xaa};
     expectRoomThough([&](CTalRtpPacket& packet) {
@@ -77,7 +77,7 @@ TEST_F(LentPacketTest, LargeUnitFitsItsHandOverAfterASinkHasReplacedASmallOneAnd
 
 // --- Packet classes of a host --------------------------------------------------------------------------
 
-// A class with a header of its own, four bytes behind those of its base.
+// A class with a header of its own, four bytes after those of its base.
 template <typename Packet>
 class WideHeader : public Packet {
 public:

@@ -126,7 +126,7 @@ inline Bytes fragment(unsigned char flags, const Bytes& data) {
     return join({{0x7c, static_cast<unsigned char>(flags | 5)}, data});
 }
 
-// The fields of an XOR FEC datagram. What is not set is 0.
+// The fields of an XOR FEC datagram. Those that are not set are 0.
 struct XorFec {
     unsigned short seq = 0;
     unsigned int timestamp = kTimestamp;
@@ -201,7 +201,7 @@ inline ExpectedLine info(const std::string& message, const std::string& file = k
     return {2, message, file};
 }
 
-// What every received FEC packet is answered with, once it was dealt with.
+// The line that the session emits for every received FEC packet, after it was processed.
 inline ExpectedLine fecArrived(unsigned int payloadType = kFecType) {
     const std::string type = std::to_string(payloadType);
     return error(
@@ -366,7 +366,7 @@ public:
     using CMMRTPSession4SVC::m_nalHeader;
 };
 
-// Packet objects one behind the other, as the sending operations take them.
+// Packet objects one after the other, as the sending operations expect them.
 template <typename Packet>
 class PacketArray {
 public:

@@ -562,7 +562,7 @@ TEST_F(HookedSendTest, FailingPieceEndsTheFuaWhereItStands) {
 
 // --- The library's own class ---------------------------------------------------------------------------
 
-// A packet class of a host, with a header of its own behind the fixed one.
+// A packet class of a host, with a header of its own after the fixed one.
 class WideHeaderPacket : public CTalRtpPacket {
 public:
     using CTalRtpPacket::CTalRtpPacket;
@@ -578,7 +578,7 @@ public:
     int get_header_size() const override { return 8; }
 };
 
-// One that says in the byte behind the fixed header how many more there are: none in a packet that was reset.
+// One that says in the byte after the fixed header how many more there are: none in a packet that was reset.
 class CountedHeaderPacket : public CTalRtpPacket {
 public:
     using CTalRtpPacket::CTalRtpPacket;
@@ -586,7 +586,7 @@ public:
     int get_header_size() const override { return 12 + get_buffer()[12]; }
 };
 
-// One with four bytes of its own, unless the byte behind the fixed header says that they are left out.
+// One with four bytes of its own, unless the byte after the fixed header says that they are left out.
 class OmittedHeaderPacket : public CTalRtpPacket {
 public:
     using CTalRtpPacket::CTalRtpPacket;

@@ -140,7 +140,7 @@ protected:
     static constexpr int kSize = 1001;  // not a multiple of what a kernel takes
 
     // Decodes a code of `k` and `n - k` blocks whose first `lostCount` sources are lost. `extra` are asked
-    // for beside them, although they are at hand.
+    // for beside them, although they are available.
     std::size_t stackOfDecode(int k, int n, int lostCount, int extra) {
         std::unique_ptr<rs_param_, void (*)(rs_param_*)> model(CRsFec::CreateRsModel(k, n),
                                                                &CRsFec::DeleteRsModel);

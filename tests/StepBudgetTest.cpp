@@ -24,8 +24,8 @@ constexpr unsigned char kMediaType = 98;
 constexpr unsigned char kFecType = 111;
 constexpr unsigned int kNumbers = 65536;
 
-// What one datagram may cost, whatever is held: a few look-ups, and searches in ordered maps of up to 65536
-// entries.
+// The cost limit of one datagram, whatever is held: a few look-ups, and searches in ordered maps of up to
+// 65536 entries.
 constexpr _uint64_t kPerDatagram = 80;
 
 struct CountingSink : ITalRTPSessionSink {
@@ -234,7 +234,7 @@ TEST_F(StepBudgetTest, AllArrivalsInOneWindowTogetherCostABoundForEachFecPacket)
 // The groups over a media base form a tree of up to 65536, balanced by chance. This is twice its usual depth.
 constexpr _uint64_t kXorTree = 80;
 
-// All protect packets 0 to 7 of the window, and each others of the 16 behind these.
+// All protect packets 0 to 7 of the window, and each others of the 16 after these.
 TEST_F(StepBudgetTest, AnArrivalMeetsNoFecPacketThatLacksTwoPacketsLikeAllOthers) {
     for (const bool isDescending : {false, true}) {
         CMMRTPSession4SVC receiver(&sink, 1);
@@ -373,7 +373,7 @@ TEST_F(RsStepBudgetTest, AMediaPacketThatMakesManyGroupsDecodableCostsAProbeEach
     EXPECT_EQ(kGroups * (kParity - 1), fecCount());  // of each group the one that was tried is gone
 }
 
-// What is right is decoded whole, and nothing else of the group is.
+// A right packet is decoded whole, and nothing else of the group is.
 TEST_F(RsStepBudgetTest, ARebuiltPacketIsMultipliedOnce) {
     constexpr unsigned int kSize = 1000;
     std::vector<unsigned char> lost = single(1000, 7);
@@ -395,7 +395,7 @@ constexpr _uint64_t kBases = 255;
 // more.
 constexpr _uint64_t kTree = 200;
 
-// Groups that may have a FEC packet: those of the FEC packets at most 255 numbers away.
+// Groups that may have an FEC packet: those of the FEC packets at most 255 numbers away.
 constexpr _uint64_t kFecGroups = 511;
 
 TEST_F(RsStepBudgetTest, MediaBehindManyGroupsOverOneWindowCostsOneTree) {

@@ -195,7 +195,7 @@ TEST_F(SvcDeliveryTest, EachAggregatedUnitIsAHandOverAtTheStartOfAGrowingPayload
 }
 
 TEST_F(SvcDeliveryTest, AggregationOfOneUnitIsOneHandOver) {
-    media(9, aggregation({{0x67}}));  // 3 bytes behind the header byte are enough
+    media(9, aggregation({{0x67}}));  // 3 bytes after the header byte are enough
     expectHandovers({{9, {0x00, 0x00, 0x00, 0x01, 0x67}, 0}});
     expectLines({});
 }

@@ -1,4 +1,4 @@
-// The host's side of the trace facility for test programs: records every line the library gives.
+// The host's side of the trace facility for test programs: records every line the library emits.
 //
 //   talrtp::test::TraceCatcher trace(2);            // mask 2: ERROR, WARNING and INFO
 //   packet.validate();
@@ -27,7 +27,7 @@ struct TraceLine {
     std::string text;
     unsigned int length;
 
-    // The text without "[TAL] WARNING: [TalRtp]: " before and "[file:line]" behind; a line that has no
+    // The text without "[TAL] WARNING: [TalRtp]: " before and "[file:line]" after it; a line that has no
     // position keeps its end.
     std::string message() const {
         static const std::string kPrefixEnd = "[TalRtp]: ";
@@ -85,10 +85,10 @@ public:
     // How often the library asked for the mask while this catcher was the innermost one.
     int maskCalls() const { return m_maskCalls; }
 
-    // Called with each line while the library gives it, in the middle of its work.
+    // Called with each line while the library emits it, in the middle of its work.
     std::function<void(const TraceLine&)> onLine;
 
-    // What the C functions below do on behalf of the innermost catcher.
+    // The C functions below call these on behalf of the innermost catcher.
     static int answerMask() {
         if (current() == nullptr) {
             return -1;

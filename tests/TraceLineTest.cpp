@@ -22,7 +22,7 @@ using test::TraceLine;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-// What the macro records at this very line.
+// The position that the macro records at this very line.
 #define POSITION_HERE std::string("[" __FILE__ ":") + std::to_string(__LINE__) + "]"
 
 TEST(TraceLine, FramesTheMessageWithoutABlankBeforeThePosition) {

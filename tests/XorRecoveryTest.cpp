@@ -36,14 +36,14 @@ const Bytes kFirst = {
     0x80, 0xe2, 0x00, 0x64,  // V=2 P=0 X=0 CC=0 | M=1 PT=98 | sequence number 100
     0x00, 0x01, 0x5f, 0x90,  // timestamp 90000
     0x11, 0x22, 0x33, 0x44,  // SSRC
-    0x41, 0x22, 0x33,        // payload: 3 bytes behind the fixed header
+    0x41, 0x22, 0x33,        // payload: 3 bytes after the fixed header
 };
 const Bytes kThird = {
     0xa1, 0x62, 0x00, 0x66,  // V=2 P=1 X=0 CC=1 | M=0 PT=98 | sequence number 102
     0x00, 0x01, 0x6d, 0xa0,  // timestamp 93600
     0x11, 0x22, 0x33, 0x44,  // SSRC
     0x01, 0x02, 0x03, 0x04,  // CSRC
-    0x41, 0x01,              // payload and 1 byte of padding: 6 bytes behind the fixed header
+    0x41, 0x01,              // payload and 1 byte of padding: 6 bytes after the fixed header
 };
 const Bytes kParity = {
     0xa1, 0xef, 0x02, 0x00,  // V=2, P, CC=1 | M, PT=111 | FEC sequence number 512

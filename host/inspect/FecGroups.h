@@ -16,7 +16,7 @@
 
 namespace talrtp::host::inspect {
 
-// What an FEC packet says of its group.
+// The facts about its group in an FEC packet.
 struct FecHeader {
     std::uint16_t base = 0;  // lowest sequence number of the group's media packets
     std::uint32_t mask = 0;  // XOR: bit 23 - d stands for packet base + d

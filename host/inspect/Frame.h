@@ -16,7 +16,7 @@
 
 namespace talrtp::host::inspect {
 
-// What the first bytes of a frame are.
+// The header that a frame begins with.
 enum class LinkLayer { kEthernet, kCooked, kCooked2, kNull, kRaw };
 
 struct Endpoint {

@@ -16,7 +16,7 @@
 namespace talrtp::host::inspect {
 
 struct InspectorOptions {
-    // What the user or an SDP says of the capture. Payloads are looked at for the rest.
+    // The facts about the capture from the user or an SDP. The inspector finds the rest in the payloads.
     std::optional<unsigned int> payloadType;
     std::optional<unsigned int> fecPayloadType;
     std::optional<kit::FecScheme> fec;

@@ -1,4 +1,4 @@
-// What the live subcommands tell their user: a status line while they run, notes, one JSON line per interval,
+// The output of the live subcommands: a status line while they run, notes, one JSON line per interval,
 // and the report at the end, as text or as JSON.
 
 #ifndef TALRTP_HOST_LIVE_REPORTER_H

@@ -1,4 +1,4 @@
-// What both ends of a stream have to agree on, and its options.
+// The facts that both ends of a stream have to agree on, and their options.
 
 #ifndef TALRTP_HOST_LIVE_STREAMOPTIONS_H
 #define TALRTP_HOST_LIVE_STREAMOPTIONS_H

@@ -185,7 +185,7 @@ private:
             ->group(kSweepGroup);
     }
 
-    // What no single option can set or check.
+    // Sets and checks the values that depend on more than one option.
     void finishOptions() {
         constexpr std::uint32_t kSsrc = 0x7a11ab1e;  // the SourceID of the library's diagnostics
         kit::SenderOptions& sender = m_options.sender;

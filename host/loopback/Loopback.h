@@ -46,8 +46,8 @@ struct LoopbackReport {
     NetworkCounts mediaFlow;
     NetworkCounts fecFlow;
     AuditCounts audit;
-    std::uint64_t rebuiltBySession = 0;  // packets that came late after all included
-    std::uint64_t refused = 0;           // hand-overs that came too late or again
+    std::uint64_t rebuiltBySession = 0;  // includes packets that arrived late after all
+    std::uint64_t refused = 0;           // hand-overs that were too late or repeated
 };
 
 // Called with the bytes read so far. Returns false to stop.

@@ -21,17 +21,17 @@ namespace talrtp::host {
 struct NetworkOptions {
     double loss = 0;   // share of datagrams lost, 0 to 1
     double burst = 0;  // mean length of a run of losses, 1 or more; 0 for losses that do not hang together
-    int reorder = 0;   // a datagram may come behind this many that were sent after it
-    double duplicate = 0;  // share of datagrams that come twice, 0 to 1
+    int reorder = 0;   // a datagram may arrive after this many that were sent later
+    double duplicate = 0;  // share of datagrams that arrive twice, 0 to 1
     std::uint64_t seed = 1;
 };
 
-// What happened to the datagrams of one flow. sent = lost + those of which a copy came.
+// The fate of the datagrams of one flow. sent = lost + those of which a copy arrived.
 struct NetworkCounts {
     std::uint64_t sent = 0;
     std::uint64_t lost = 0;
-    std::uint64_t duplicated = 0;  // came twice
-    std::uint64_t reordered = 0;   // copies that came behind a datagram sent later
+    std::uint64_t duplicated = 0;  // arrived twice
+    std::uint64_t reordered = 0;   // copies that arrived after a datagram sent later
 };
 
 class CNetwork {
@@ -45,20 +45,20 @@ public:
 
     explicit CNetwork(const NetworkOptions& options);
 
-    // Sends a datagram at `nowUs`. Returns whether a copy of it will come.
+    // Sends a datagram at `nowUs`. Returns whether a copy of it will arrive.
     bool send(Flow flow, Datagram datagram, std::uint64_t nowUs);
 
-    // Gives `receive` what has come by `nowUs`, in order of arrival.
+    // Passes to `receive` the datagrams that arrived by `nowUs`, in order of arrival.
     void deliver(std::uint64_t nowUs, const Receive& receive);
 
-    // Gives `receive` all that is still under way.
+    // Passes to `receive` all that is still under way.
     void deliverAll(const Receive& receive);
 
     const NetworkCounts& counts(Flow flow) const { return m_counts[flow]; }
 
 private:
-    // When a copy comes: with the datagram of that number, but behind it if delayed; then in order of
-    // sending.
+    // The time at which a copy arrives: with the datagram of that number, but after it if delayed; then in
+    // order of sending.
     using Place = std::tuple<std::uint64_t, bool, std::uint64_t>;
 
     struct Copy {
@@ -76,9 +76,9 @@ private:
     CRandom m_delayRandom;
     std::uint64_t m_nextNumber = 0;
     std::uint64_t m_nextOrder = 0;
-    std::uint64_t m_latestNumber = 0;  // the highest number that came
+    std::uint64_t m_latestNumber = 0;  // the highest number that arrived
     std::map<Place, Copy> m_underWay;
-    std::deque<std::pair<std::uint64_t, Place>> m_bySendTime;  // of m_underWay, and some that came already
+    std::deque<std::pair<std::uint64_t, Place>> m_bySendTime;  // of m_underWay, and some that arrived already
     std::array<NetworkCounts, kFlowCount> m_counts;
 };
 

@@ -23,7 +23,7 @@ namespace {
     throw CHostError(fmt::format("cannot write '{}': {}", path, reason));
 }
 
-// What the user's umask gives to a new file; mkstemp gives less.
+// The permissions of a new file under the user's umask; mkstemp grants fewer.
 mode_t defaultMode() {
     constexpr mode_t kReadWriteForAll = 0666;
     const mode_t mask = umask(0);

@@ -11,8 +11,8 @@ namespace talrtp::host {
 
 class COutputFile {
 public:
-    // Throws CHostError when nothing can be written there. What is no regular file, such as a pipe or
-    // /dev/null, is written directly.
+    // Throws CHostError when nothing can be written there. A file that is not a regular one, such as a pipe
+    // or /dev/null, is written directly.
     explicit COutputFile(const std::string& path);
     ~COutputFile();
     COutputFile(const COutputFile&) = delete;

@@ -24,7 +24,7 @@ constexpr std::size_t kFileHeaderSize = 24;
 constexpr std::size_t kRecordHeaderSize = 16;
 // Where packets end is remembered for so many bytes, which bounds the memory for it.
 constexpr std::size_t kMaxUnwritten = 65536;
-constexpr int kSnapLength = 65536 + 40;  // an IPv6 header and the largest payload behind it
+constexpr int kSnapLength = 65536 + 40;  // an IPv6 header and the largest payload after it
 
 using Bytes = std::vector<std::uint8_t>;
 

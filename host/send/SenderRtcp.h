@@ -18,7 +18,7 @@
 
 namespace talrtp::host {
 
-// What one receiver reported last.
+// The last report of one receiver.
 struct ReceiverView {
     double fractionLost = 0;  // since its report before
     std::int64_t lost = 0;    // since the start

@@ -252,7 +252,7 @@ void makeParity(CRsParity& parity, const CTalRtpPacket* packets, int count, CTal
     }
 }
 
-// What the RTP headers of a group's FEC packets have in common.
+// The fields that the RTP headers of a group's FEC packets share.
 struct stFecHeader {
     unsigned int payloadType;
     _uint32_t timestamp;

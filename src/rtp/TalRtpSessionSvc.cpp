@@ -57,7 +57,7 @@ unsigned char payloadByte(const CTalRtpPacket& packet, int offset) {
     return offset < packet.get_payload_size() ? packet.get_payload_ptr()[offset] : 0;
 }
 
-// What a payload carries.
+// The content of a payload.
 enum class PayloadKind { kUnit, kAggregate, kFragment, kUnknown };
 
 // The facts in the first bytes of a payload.

@@ -73,7 +73,7 @@ TEST(ClassifyTest, AcceptsNoBytes) {
     EXPECT_EQ(classify(BytesView(&one, 1)), DatagramKind::kUnknown);
 }
 
-// What passes as RTP is what RFC 3550 calls version 2, long enough, and never an RTCP type.
+// A datagram passes as RTP if it has version 2 (RFC 3550), is long enough, and has no RTCP type.
 TEST(ClassifyTest, LetsOnlyRtpThrough) {
     SeededRandom random(20);
     SCOPED_TRACE(random.describe());

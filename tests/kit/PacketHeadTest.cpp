@@ -1,4 +1,5 @@
-// What play-out reads of a packet, in bytes that are laid out by hand (RFC 3550, 5.1; RFC 6184, 5.6 to 5.8).
+// The facts that play-out reads from a packet, in bytes laid out by hand (RFC 3550, 5.1; RFC 6184, 5.6
+// to 5.8).
 
 #include "RtpPackets.h"
 

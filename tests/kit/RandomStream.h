@@ -237,7 +237,8 @@ private:
     std::unique_ptr<kit::SessionHandle> m_session;
 };
 
-// What a receiver has to play when the packets in `present` (by place in the stream) arrive or are rebuilt.
+// One picture that a receiver has to play when the packets in `present` (by place in the stream) arrive or
+// are rebuilt.
 struct ExpectedPicture {
     std::size_t picture = 0;
     std::vector<Bytes> units;

@@ -1,5 +1,4 @@
-// What a kit receiver asks of the heap beyond a session that gets the same datagrams: nothing, once it is
-// warm.
+// A warm kit receiver allocates nothing beyond what a session allocates for the same datagrams.
 
 #include "RtpPackets.h"
 

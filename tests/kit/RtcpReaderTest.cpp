@@ -418,8 +418,8 @@ TEST(RtcpReaderTest, ACompoundOfGStreamerHasItsTrueCounts) {
 
 // ---- the wrong form
 
-// What the library's stack says of the packets of a datagram: whether each is valid, how many blocks it
-// counts, and whether it has a sender info.
+// The judgement of the library's stack on the packets of a datagram: whether each is valid, how many blocks
+// it counts, and whether it has a sender info.
 class JudgingSink : public ITalRTCPStackSink {
 public:
     struct Judgement {

@@ -183,7 +183,7 @@ std::vector<_ReportBlock> libraryBlocks(const std::vector<ReportBlock>& blocks) 
     return result;
 }
 
-// What the library's stack builds of a record, filled up to a whole word with zeros.
+// The packet that the library's stack builds of a record, filled up to a whole word with zeros.
 class LibraryBuilder {
 public:
     Bytes operator()(const SenderReport& report) {

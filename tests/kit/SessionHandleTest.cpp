@@ -1,4 +1,4 @@
-// What the kit reads of a session's documented members.
+// The kit's reading of a session's documented members.
 
 #include "RtpPackets.h"
 

@@ -1,5 +1,5 @@
-// The Reed-Solomon erasure code of the plain model: the systematic code that a Vandermonde matrix gives when
-// it is multiplied by the inverse of its top square, over GF(2^8) with the polynomial 0x11d. Every inverse is
+// The Reed-Solomon erasure code of the plain model: the systematic code that a Vandermonde matrix yields
+// when multiplied by the inverse of its top square, over GF(2^8) with the polynomial 0x11d. Every inverse is
 // a Gauss-Jordan elimination of the whole matrix.
 
 #ifndef TALRTP_TESTS_MODEL_PLAINCODEC_H

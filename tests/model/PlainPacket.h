@@ -1,5 +1,5 @@
 // An RTP packet of the plain model: its bytes, its recorded sizes and its kind, with every field read where
-// it lies on the wire. A byte behind what was received or written reads as 0.
+// it lies on the wire. A byte beyond those received or written reads as 0.
 
 #ifndef TALRTP_TESTS_MODEL_PLAINPACKET_H
 #define TALRTP_TESTS_MODEL_PLAINPACKET_H
@@ -26,7 +26,7 @@ struct PlainPacket {
     unsigned int packetType = 1;
     PacketKind kind = PacketKind::kMedia;
 
-    // A packet made from `length` bytes that came from the network or out of the codec.
+    // A packet made from `length` bytes of the network or the codec.
     static PlainPacket fromBytes(const unsigned char* data, int length, PacketKind kind);
     // A packet with nothing in it but version 2.
     static PlainPacket ofCapacity(int bufferSize);
@@ -51,7 +51,7 @@ struct PlainPacket {
     int headerSize() const;
     Refusal refusal() const;
 
-    // Payload, by offset from its first byte; a byte that lies behind its end reads as 0.
+    // Payload, by offset from its first byte; a byte beyond its end reads as 0.
     unsigned int payloadByte(int offset) const;
     unsigned int payloadShort(int offset) const { return payloadByte(offset) << 8 | payloadByte(offset + 1); }
     // `count` payload bytes from `offset` on; none for a negative count.

@@ -400,7 +400,7 @@ void ReceiveModel::deliverSinglePacket(const PlainPacket& packet) {
     deliverPacket(temporary);
 }
 
-// Reads the unit whose size field lies at `offset`, and moves on behind it. False when there is no room for
+// Reads the unit whose size field lies at `offset`, and moves past it. False when there is no room for
 // a size field and one byte.
 bool ReceiveModel::nextAggregatedUnit(const PlainPacket& packet, int& offset, AggregatedUnit& unit) const {
     if (packet.payloadSize - offset < 3) {

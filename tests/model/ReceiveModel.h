@@ -22,7 +22,7 @@
 namespace talrtp {
 namespace model {
 
-// What the sink was lent: the header and the declared payload byte for byte, and what the packet says of
+// A packet that the sink was lent: its header and declared payload byte for byte, and its answers about
 // itself.
 struct HandOver {
     Bytes header;
@@ -82,10 +82,10 @@ public:
     int setFecType(unsigned long fecType);
     int inputReceivedData(const unsigned char* data, int dataLen, std::uint64_t receivedTime);
     int forceHandover(unsigned long timestamp);
-    // The lines that a session gives while it is destroyed.
+    // Logs the lines that a session emits while it is destroyed.
     void close();
 
-    // The trace mask of the host, and what came out since it was last cleared.
+    // The trace mask of the host, and the output since it was last cleared.
     int mask = 2;
     std::vector<HandOver> handOvers;
     std::vector<Line> lines;

@@ -15,7 +15,7 @@ constexpr int kWarning = 1;
 constexpr int kInfo = 2;
 
 constexpr int kRtpHeaderSize = 12;
-constexpr int kXorHeaderSize = 12;  // RFC 2733, behind the RTP header
+constexpr int kXorHeaderSize = 12;  // RFC 2733, after the RTP header
 constexpr int kRsHeaderSize = 8;
 constexpr int kLargestBlock = 1600;
 
@@ -40,7 +40,7 @@ std::vector<std::uint16_t> protectedBy(const PlainPacket& fec) {
     return numbers;
 }
 
-// XORs the bytes of `packet` behind its fixed header into `body`, as far as that reaches.
+// XORs the bytes of `packet` after its fixed header into `body`, as far as that reaches.
 void xorBody(Bytes& body, const PlainPacket& packet, int length) {
     for (int i = 0; i < std::min(static_cast<int>(body.size()), length); ++i) {
         body[i] ^= static_cast<unsigned char>(packet.byteAt(kRtpHeaderSize + i));
@@ -203,7 +203,7 @@ bool ReceiveModel::rebuildByXor(std::uint16_t seq, const PlainPacket& fec, Plain
         extension ^= present->extensionFlag();
         marker ^= present->markerFlag();
         contribCount ^= present->contribCount();
-        type ^= present->packetType;  // not the payload type: hosts see what this gives
+        type ^= present->packetType;  // not the payload type: hosts see the result
         timestamp ^= present->timestamp();
         length ^= bodyLength;
         if (capacity < bodyLength) {
@@ -248,7 +248,7 @@ bool ReceiveModel::recoverWithRs(const PlainPacket& fec) {
     return !group.missing.empty();  // waits for more, unless the group is whole
 }
 
-// Collects the shards at hand. True when something is missing and exactly k shards are there to rebuild it.
+// Collects the available shards. True when something is missing and exactly k shards are there to rebuild it.
 bool ReceiveModel::findRsShards(const PlainPacket& fec, RsGroup& group) const {
     for (int i = 0; i < group.k; ++i) {
         const bool isPresent = knownMedia(wrapped(group.mediaBase + i)) != nullptr;

@@ -446,7 +446,7 @@ void Traffic::forgePayload(Bytes& datagram) {
     }
 }
 
-// Any of the bytes that an XOR or a Reed-Solomon FEC header may hold, behind a FEC payload type.
+// Any of the bytes that an XOR or a Reed-Solomon FEC header may hold, after an FEC payload type.
 void Traffic::forgeFecHeader(Bytes& datagram) {
     datagram[1] = static_cast<unsigned char>(m_model.fecPayloadType);
     for (int changes = m_random.between(1, 3); changes > 0; --changes) {

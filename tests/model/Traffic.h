@@ -1,5 +1,5 @@
-// What a session may meet on the network and at the hands of its host, drawn at random but repeatable by
-// seed.
+// Traffic from the network and calls of a host that a session has to survive, drawn at random but repeatable
+// by seed.
 //
 // Datagrams come from two sources. A stream is made by a sending session with its own FEC, and passes a
 // channel that loses, delays, repeats and forges. Beside it stand packets of a small world: forged from

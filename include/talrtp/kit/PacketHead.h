@@ -24,7 +24,7 @@ enum class PayloadKind : std::uint8_t {
     kUnknown,    // of a type that no session hands over
 };
 
-// What play-out needs to know of one media packet.
+// The facts of one media packet that play-out needs.
 struct PacketHead {
     std::uint16_t sequence = 0;              // sequence number
     std::uint32_t timestamp = 0;             // RTP timestamp

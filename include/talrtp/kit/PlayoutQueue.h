@@ -47,7 +47,7 @@ class PlayoutQueue {
 public:
     // RFC 3550, A.1: a number up to this far ahead is a gap; beyond it the sender may have begun anew.
     static constexpr std::uint64_t kMaxDropout = 3000;
-    // RFC 3550, A.1: a number up to this far behind the next picture is late.
+    // RFC 3550, A.1: a number up to this far below the next picture's is late.
     static constexpr std::uint64_t kMaxMisorder = 100;
     // Most sequence numbers that wait. A session asked for 16384 numbers still has them all, since it keeps
     // more (see `SessionClock`).

@@ -183,7 +183,7 @@ private:
         return m_options.fec != FecScheme::kNone && payloadType == m_options.fecPayloadType;
     }
 
-    // Classifies by the bytes only, the source apart.
+    // Classifies by the bytes only, without the source.
     PushResult classifyDatagram(BytesView datagram) const {
         const DatagramKind kind = classify(datagram);
         if (kind != DatagramKind::kRtp) {

@@ -33,8 +33,8 @@ struct ReceiverOptions {
     // a gap in that time. A complete picture whose predecessors were played never waits.
     std::chrono::milliseconds wait{200};
 
-    // Parameter sets (NAL units without start code) that came outside of the stream, such as in an SDP. They
-    // are played before the first picture that does not bring its own.
+    // Parameter sets (NAL units without start code) that arrived outside of the stream, such as in an SDP.
+    // They are played before the first picture that does not bring its own.
     std::vector<std::vector<std::uint8_t>> parameterSets;
 
     // Returns an empty string, or what is wrong with which value.

@@ -47,7 +47,7 @@ private:
 // sequence takes its place (RFC 3550, A.1: a source is valid after two packets in sequence).
 class SourceFilter {
 public:
-    // What a receiver does with a packet.
+    // The decision about one packet.
     enum class Verdict {
         kTake,      // a packet of the source
         kOther,     // a packet of another source

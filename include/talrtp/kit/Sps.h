@@ -263,8 +263,8 @@ private:
 }  // namespace detail
 
 // Reads a sequence parameter set, or a subset of one (types 7 and 15), without start code. Returns none when
-// `unit` is of another type, is cut before the picture size ends, or holds a value out of range. What is cut
-// or out of range after that is as if it were not stated. Any bytes are safe.
+// `unit` is of another type, is cut before the picture size ends, or holds a value out of range. A field
+// after that which is cut or out of range counts as not stated. Any bytes are safe.
 inline std::optional<SpsInfo> readSps(BytesView unit) {
     const int type = nalType(unit);
     if (type != kNalSps && type != kNalSubsetSps) {

@@ -44,10 +44,10 @@ struct Statistics {
     std::uint64_t cutPictures = 0;       // played with packets missing or a unit cut
     std::uint64_t skippedPictures = 0;   // nothing of them could be played
     std::uint64_t playedUnits = 0;       // units of played pictures
-    std::uint64_t refusedUnits = 0;  // on sending: cannot be carried; on receiving: too late, or came again
-    std::uint64_t restarts = 0;      // the sender began anew
-    std::uint64_t sentPictures = 0;  // pictures of which a unit went out
-    std::uint64_t sentUnits = 0;     // units sent
+    std::uint64_t refusedUnits = 0;      // on sending: cannot be carried; on receiving: too late, or a repeat
+    std::uint64_t restarts = 0;          // the sender began anew
+    std::uint64_t sentPictures = 0;      // pictures of which a unit went out
+    std::uint64_t sentUnits = 0;         // units sent
 };
 
 }  // namespace talrtp::kit

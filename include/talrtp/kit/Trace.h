@@ -43,7 +43,7 @@ struct TraceLine {
 // Must not throw, since the library's code lies between it and the host, and must not call setTrace.
 using TraceCallback = std::function<void(const TraceLine&)>;
 
-// What became of the lines since the last setTrace().
+// Counts of trace lines since the last setTrace().
 struct TraceCounts {
     std::uint64_t passed = 0;    // handed to the callback
     std::uint64_t filtered = 0;  // the line of every FEC packet

@@ -197,8 +197,8 @@ void CErasures::eliminate(int pivotRow, std::size_t size) {
     unsigned char* const pivots = row(pivotRow);
     const unsigned char inverse = gf_div_table[1][pivots[col]];
     // The scaled pivot is to be 1 + inverse: with it an entry f of the column becomes f + f * (1 + inverse),
-    // which is f * inverse. Writing a zero to each entry instead would hold up the kernel, which reads the
-    // whole row right behind.
+    // which is f * inverse. Writing a zero to each entry instead would stall the kernel, which reads the
+    // whole row immediately afterwards.
     pivots[col] ^= 1;
     // x + (c - 1) * x = c * x
     kernel.addProduct(pivots, pivots, inverse ^ 1, size);

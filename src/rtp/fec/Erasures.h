@@ -1,8 +1,8 @@
 // The missing source blocks of the Reed-Solomon code, from k received blocks at any positions.
 //
 // Of the k equations that the received blocks stand for, those of the present source blocks solve themselves.
-// What is left is one equation per parity block and one unknown per missing source block. Its solution is
-// unique, so the bytes are those that the whole decoding matrix yields.
+// One equation per parity block and one unknown per missing source block remain. The solution is unique,
+// so the bytes are those that the whole decoding matrix yields.
 
 #ifndef TALRTP_SRC_FEC_ERASURES_H
 #define TALRTP_SRC_FEC_ERASURES_H

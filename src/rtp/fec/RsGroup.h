@@ -115,7 +115,7 @@ public:
 
 private:
     typedef std::unique_ptr<unsigned char[]> Bytes;
-    // What is rebuilt first: the rows of `m_probed`.
+    // The bytes that are rebuilt first: the rows of `m_probed`.
     enum EProbe { kLengthLow, kLengthHigh, kFlags, kSeqHigh, kSeqLow, kProbeColumns };
 
     bool probe(const CRsInterpolation& code);

@@ -20,7 +20,7 @@ class CRsInterpolation {
 public:
     static constexpr int kMaxPositions = 256;
 
-    // `present`: the positions of the `count` blocks at hand, each once. Borrowed, as long as this lives.
+    // `present`: the positions of the `count` available blocks, each once. Borrowed, as long as this lives.
     CRsInterpolation(const unsigned char* present, int count);
 
     // Writes the coefficients of the present blocks, in their order, for the block at `missing`.

@@ -46,8 +46,8 @@ struct stSlot {
 // outlive their destructors.
 stSlot s_slots[kSlots + 1];
 
-// A stack of slots. The upper half of its head counts the changes, so that a slot which was taken and came
-// back meanwhile is not mistaken for one that stayed.
+// A stack of slots. The upper half of its head counts the changes, so that a slot which was taken and
+// returned meanwhile is not mistaken for one that stayed.
 class CSlotStack {
 public:
     void push(std::uint32_t slot) {

@@ -35,7 +35,7 @@ bool CXorRecovery::isPlausible() const {
     return m_length <= m_bodyCapacity && m_length + kFixedHeaderSize >= headerSize();
 }
 
-// What the packet's own header will say, of which an extension's length lies in the bodies.
+// The size that the packet's own header will state. The length of an extension lies in the bodies.
 int CXorRecovery::headerSize() const {
     unsigned char header[kSpareSize] = {};
     header[kFlagsOffset] = m_header[kFlagsOffset];

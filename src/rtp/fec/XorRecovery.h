@@ -1,7 +1,7 @@
 // One media packet rebuilt from an XOR FEC packet and the other packets that it protects (RFC 2733, 7).
 //
-// What is XORed together of the headers tells the packet's length and header size. The bodies are XORed only
-// when these fit: forged parity is mostly refused before.
+// The XOR of the headers yields the packet's length and header size. The bodies are XORed only when these
+// fit, so most forged parity is refused before.
 
 #ifndef TALRTP_SRC_FEC_XORRECOVERY_H
 #define TALRTP_SRC_FEC_XORRECOVERY_H

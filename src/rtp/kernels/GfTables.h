@@ -19,7 +19,7 @@ struct stNibbleTable {
 };
 
 // Multiplication by c is linear over the bits, so it is an 8 x 8 bit matrix. Byte 7 - i of the matrix,
-// counted from the least significant one, gives bit i of the product: the parity of the byte AND the
+// counted from the least significant one, yields bit i of the product: the parity of the byte AND the
 // argument.
 struct alignas(64) stAffineTable {
     std::uint64_t of[256];
