@@ -3,6 +3,8 @@
 #include "kernels/GfTables.h"
 #include "kernels/Kernels.h"
 
+#include "PlainField.h"
+
 #include <talrtp/RsFec.h>
 
 #include <gmock/gmock.h>
@@ -15,23 +17,13 @@
 namespace talrtp {
 namespace {
 
+using test::times;
 using Bytes = std::vector<unsigned char>;
 
 constexpr int kMaxLength = 257;
 constexpr int kMaxMisalignment = 64;
 constexpr unsigned char kGuard = 0xA5;
 constexpr std::size_t kGuardBytes = 64;
-
-// Multiplication bit by bit, independent of every table.
-unsigned char times(int a, int b) {
-    int product = 0;
-    for (; b != 0; b >>= 1) {
-        product ^= (b & 1) != 0 ? a : 0;
-        a <<= 1;
-        a ^= (a & 0x100) != 0 ? 0x11D : 0;
-    }
-    return static_cast<unsigned char>(product);
-}
 
 // A block of bytes at a chosen distance from a 64-byte boundary, with guard bytes on both sides.
 class GuardedBlock {

@@ -8,6 +8,8 @@
 #include "fec/GaloisField.h"
 #include "fec/RsInterpolation.h"
 
+#include "PlainField.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -23,26 +25,6 @@ namespace {
 
 typedef std::vector<unsigned char> Bytes;
 
-// The product in the field, bit by bit.
-unsigned char times(int a, int b) {
-    int product = 0;
-    for (; b != 0; b >>= 1) {
-        product ^= (b & 1) != 0 ? a : 0;
-        a <<= 1;
-        a ^= a >= 0x100 ? 0x11d : 0;
-    }
-    return static_cast<unsigned char>(product);
-}
-
-// 0, 1, alpha, alpha^2, ...
-unsigned char plainPoint(int position) {
-    unsigned char point = position == 0 ? 0 : 1;
-    for (int i = 1; i < position; ++i) {
-        point = times(point, 2);
-    }
-    return point;
-}
-
 // A whole group of blocks, which are values of random polynomials.
 class Group {
 public:
@@ -54,7 +36,8 @@ public:
             std::generate(coefficients.begin(), coefficients.end(),
                           [&] { return static_cast<unsigned char>(random()); });
             for (int p = 0; p < n; ++p) {
-                blocks[static_cast<std::size_t>(p)][i] = valueAt(coefficients, plainPoint(p));
+                blocks[static_cast<std::size_t>(p)][i] =
+                    valueAt(coefficients, plainPoint(static_cast<std::size_t>(p)));
             }
         }
         matrix.resize(static_cast<std::size_t>(n * k));
@@ -94,7 +77,7 @@ TEST(CodeMatrixTest, TwoOfFourWorkedOutByHand) {
 
 TEST(CodeMatrixTest, PointsAreZeroAndThePowersOfAlpha) {
     for (int position = 0; position < 256; ++position) {
-        ASSERT_EQ(pointOf(position), plainPoint(position)) << position;
+        ASSERT_EQ(pointOf(position), plainPoint(static_cast<std::size_t>(position))) << position;
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include <talrtp/RsFec.h>
 
+#include "PlainField.h"
 #include "TraceCatcher.h"
 
 #include <gmock/gmock.h>
@@ -17,6 +18,8 @@
 namespace talrtp {
 namespace {
 
+using test::inverseOf;
+using test::times;
 using test::TraceCatcher;
 using testing::Each;
 using testing::ElementsAre;
@@ -48,25 +51,6 @@ Bytes randomBytes(std::mt19937& random, std::size_t size) {
     Bytes bytes(size);
     std::generate(bytes.begin(), bytes.end(), [&random] { return static_cast<unsigned char>(random()); });
     return bytes;
-}
-
-// Multiplication bit by bit, independent of the tables.
-unsigned char times(int a, int b) {
-    int product = 0;
-    for (; b != 0; b >>= 1) {
-        product ^= (b & 1) != 0 ? a : 0;
-        a <<= 1;
-        a ^= (a & 0x100) != 0 ? 0x11D : 0;
-    }
-    return static_cast<unsigned char>(product);
-}
-
-unsigned char inverseOf(int a) {
-    int inverse = 1;
-    while (times(a, inverse) != 1) {
-        ++inverse;
-    }
-    return static_cast<unsigned char>(inverse);
 }
 
 // ---------------------------------------------------------------------------------------------------------

@@ -4,6 +4,8 @@
 #include "fec/CodeMatrix.h"
 #include "fec/RsGroup.h"
 
+#include "PlainField.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -18,35 +20,6 @@ namespace {
 
 typedef std::vector<unsigned char> Bytes;
 
-// The product in the field, bit by bit.
-unsigned char times(int a, int b) {
-    int product = 0;
-    for (; b != 0; b >>= 1) {
-        product ^= (b & 1) != 0 ? a : 0;
-        a <<= 1;
-        a ^= a >= 0x100 ? 0x11d : 0;
-    }
-    return static_cast<unsigned char>(product);
-}
-
-unsigned char inverseOf(int a) {
-    int inverse = 1;
-    while (times(a, inverse) != 1) {
-        ++inverse;
-    }
-    return static_cast<unsigned char>(inverse);
-}
-
-// 0, 1, alpha, alpha^2, ...
-Bytes makePoints() {
-    Bytes points = {0, 1};
-    while (points.size() < 256) {
-        points.push_back(times(points.back(), 2));
-    }
-    return points;
-}
-const Bytes kPoints = makePoints();
-
 // The coefficients of parity block `p` for `k` packets: products of (x - x_m) / (x_j - x_m) over m != j.
 Bytes coefficientsOf(std::size_t p, std::size_t k) {
     Bytes coefficients;
@@ -55,8 +28,8 @@ Bytes coefficientsOf(std::size_t p, std::size_t k) {
         unsigned char divisor = 1;
         for (std::size_t m = 0; m < k; ++m) {
             if (m != j) {
-                dividend = times(dividend, kPoints[p] ^ kPoints[m]);
-                divisor = times(divisor, kPoints[j] ^ kPoints[m]);
+                dividend = times(dividend, plainPoint(p) ^ plainPoint(m));
+                divisor = times(divisor, plainPoint(j) ^ plainPoint(m));
             }
         }
         coefficients.push_back(times(dividend, inverseOf(divisor)));
