@@ -2,11 +2,9 @@
 // datagrams:
 //
 //   FFmpeg      libavformat reads a session description and takes each datagram from memory; its parser,
-//   which
-//               `ffmpeg -c copy` runs too, puts the pictures together. It keeps no packet.
+//               which `ffmpeg -c copy` runs too, puts the pictures together. It keeps no packet.
 //   GStreamer   rtph264depay between two pads: a buffer with a copy of the datagram in, byte-stream units
-//   out, on the
-//               caller's thread. No jitter buffer, so it keeps no packet either.
+//               out, on the caller's thread. No jitter buffer, so it keeps no packet either.
 //
 // A row counts one packet an iteration. A peer's rows have no number of packets kept.
 
@@ -37,17 +35,6 @@ void require(bool holds, const char* text) {
     }
 }
 
-void receive(benchmark::State& state) {
-    const int kept = static_cast<int>(state.range(1));
-    SessionReceiver receiver(static_cast<int>(state.range(0)), kept);
-    for (int i = 0; i < kept + kNumbers; ++i) {
-        receiver.feed();
-    }
-    for (auto _ : state) {
-        receiver.feed();
-    }
-    benchmark::DoNotOptimize(receiver.bytes());
-}
 BENCHMARK(receive)->Name("depayload/talrtp")->Apply(receiveShapes);
 
 // --- FFmpeg ---

@@ -114,6 +114,19 @@ private:
     Stream m_stream;
 };
 
+// One packet an iteration. Before the first one the session is full, and every sequence number was used.
+inline void receive(benchmark::State& state) {
+    const int kept = static_cast<int>(state.range(1));
+    SessionReceiver receiver(static_cast<int>(state.range(0)), kept);
+    for (int i = 0; i < kept + kNumbers; ++i) {
+        receiver.feed();
+    }
+    for (auto _ : state) {
+        receiver.feed();
+    }
+    benchmark::DoNotOptimize(receiver.bytes());
+}
+
 inline void receiveShapes(benchmark::internal::Benchmark* row) {
     for (const int unitPackets : {1, 10, 84, 1000, 4000}) {
         for (const int kept : {1000, 10000, 60000}) {
@@ -122,6 +135,7 @@ inline void receiveShapes(benchmark::internal::Benchmark* row) {
     }
     row->ArgNames({"unit", "kept"});
 }
+
 }  // namespace bench
 }  // namespace talrtp
 

@@ -133,18 +133,6 @@ BENCHMARK(xorFecFloor);
 
 // --- Receiving ---
 
-void receive(benchmark::State& state) {
-    const int kept = static_cast<int>(state.range(1));
-    SessionReceiver receiver(static_cast<int>(state.range(0)), kept);
-    for (int i = 0; i < kept + kNumbers; ++i) {
-        receiver.feed();
-    }
-    for (auto _ : state) {
-        receiver.feed();
-    }
-    benchmark::DoNotOptimize(receiver.bytes());
-}
-
 // One block for each packet, an array by sequence number, and a buffer in which each unit is gathered.
 class FloorReceiver {
 public:
