@@ -4,12 +4,63 @@
 #include "TalRtpFecWaiting.h"
 
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <algorithm>
 #include <bitset>
+#include <cstdlib>
+#include <new>
 #include <random>
 #include <set>
 #include <vector>
+
+namespace {
+
+// What operator new gave since the program began, and which of its calls is refused: 0 none, 1 the next.
+struct Heap {
+    std::size_t inUse = 0;
+    unsigned int calls = 0;
+    unsigned int refused = 0;
+};
+Heap s_heap;
+
+}  // namespace
+
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    ++s_heap.calls;
+    if (s_heap.refused != 0 && --s_heap.refused == 0) {
+        return nullptr;
+    }
+    void* const memory = std::malloc(size);
+    s_heap.inUse += malloc_usable_size(memory);
+    return memory;
+}
+void* operator new(std::size_t size) {
+    void* const memory = operator new(size, std::nothrow);
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    return memory;
+}
+void* operator new[](std::size_t size) {
+    return operator new(size);
+}
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+    return operator new(size, std::nothrow);
+}
+void operator delete(void* memory) noexcept {
+    s_heap.inUse -= malloc_usable_size(memory);
+    std::free(memory);
+}
+void operator delete(void* memory, std::size_t) noexcept {
+    operator delete(memory);
+}
+void operator delete[](void* memory) noexcept {
+    operator delete(memory);
+}
+void operator delete[](void* memory, std::size_t) noexcept {
+    operator delete(memory);
+}
 
 namespace talrtp {
 namespace {
@@ -54,13 +105,6 @@ struct Filed {
 
 class FecWaitingTest : public testing::Test {
 protected:
-    // As a session does: the pool gets every group back.
-    ~FecWaitingTest() override {
-        for (unsigned int seq = 0; seq < 65536; ++seq) {
-            waiting.remove(number(seq));
-        }
-    }
-
     void addRs(unsigned int seq, unsigned int base, unsigned int mediaCount, unsigned int fecBase,
                unsigned int fecCount) {
         filed.push_back({number(seq), number(base), 0, mediaCount, number(fecBase), fecCount});
@@ -75,6 +119,14 @@ protected:
                                    [seq](const Filed& packet) { return packet.seq == seq; }),
                     filed.end());
         waiting.remove(number(seq));
+    }
+    // All whose base is one of `count` numbers.
+    void removeFrom(unsigned int first, unsigned int count) {
+        for (std::size_t i = filed.size(); i-- > 0;) {
+            if (number(filed[i].base - first) < count) {
+                remove(filed[i].seq);
+            }
+        }
     }
     void mediaArrives(unsigned int seq) {
         if (!media[number(seq)]) {
@@ -109,7 +161,7 @@ protected:
     Numbers ready() const {
         Numbers result;
         unsigned short seq = 0;
-        while (waiting.ready().findUpward(seq, seq)) {
+        while (waiting.findReady(seq, seq)) {
             result.insert(seq);
             if (++seq == 0) {
                 break;
@@ -119,11 +171,10 @@ protected:
     }
 
     std::mt19937 random{kSeed};
-    CNodePool pool;
     CSequenceSet mediaNumbers{false};
     CSequenceSet fecNumbers{false};
     _uint64_t steps = 0;
-    CFecWaiting waiting{&pool, mediaNumbers, fecNumbers, steps};
+    CFecWaiting waiting{mediaNumbers, fecNumbers, steps};
     Arrived media;
     Arrived fec;
     std::vector<Filed> filed;
@@ -377,6 +428,175 @@ TEST_F(FecWaitingTest, MediaThatLeftAndCameAgainCountsOnce) {
     EXPECT_EQ(ready(), Numbers());
     mediaArrives(102);
     EXPECT_EQ(ready(), Numbers({1}));
+}
+
+// Groups come, are tried and leave while packets arrive and age out, over borders of pages, at numbers far
+// apart and with every other allocation refused. A packet that lacks nothing is ready; one that is ready and
+// lacks something is not any more once it was tried.
+TEST_F(FecWaitingTest, RandomGroupsAreReadyWhileMediaComesAndLeaves) {
+    const unsigned int kPlaces[] = {0, 64 * 31, 30000, 65200};
+    unsigned int refusals = 0;
+    for (unsigned int i = 0; i < 5000; ++i) {
+        SCOPED_TRACE(testing::Message() << "seed " << kSeed << ", step " << i);
+        const unsigned int place = kPlaces[random() % 4];
+        const unsigned int seq = (i * 3 + random() % 200) % 65536;
+        const unsigned int kind = random() % 16;
+        if (kind <= 3) {
+            remove(seq);
+            s_heap.refused = random() % 2 == 0 ? 0 : 1 + random() % 3;
+            try {
+                if (kind == 0) {
+                    addXor(seq, place + random() % 300, 0x800001u | (random() & random() & 0xffffff));
+                } else {
+                    const unsigned int k = random() % 4 == 0 ? 255 : 1 + random() % 30;
+                    addRs(seq, place + random() % 300, k, place + random() % 90, 1 + random() % (256 - k));
+                }
+            } catch (const std::bad_alloc&) {
+                filed.pop_back();
+                ++refusals;
+            }
+            s_heap.refused = 0;
+        } else if (kind <= 8) {
+            const unsigned int calls = s_heap.calls;
+            mediaArrives(place + random() % 400);
+            ASSERT_EQ(s_heap.calls, calls);
+        } else if (kind <= 12) {
+            const unsigned int gone = number(place + random() % 400);
+            const unsigned int calls = s_heap.calls;
+            if (media[gone]) {
+                mediaLeaves(gone);
+            }
+            ASSERT_EQ(s_heap.calls, calls);
+        } else if (kind == 13) {
+            fecArrives(place + random() % 150);
+        } else if (!filed.empty() && (filed.size() > 100 || kind == 14)) {
+            remove(filed[random() % filed.size()].seq);
+        }
+        if (i % 50 == 0) {  // the last one here takes the pages with it
+            removeFrom(place, 600);
+        }
+        const Numbers expected = expectedReady();
+        const Numbers actual = ready();
+        ASSERT_TRUE(std::includes(actual.begin(), actual.end(), expected.begin(), expected.end()));
+        if (kind > 3 && kind <= 8) {  // others are counted back at the latest with a media packet
+            for (const unsigned short tried : actual) {
+                if (expected.count(tried) == 0) {
+                    const unsigned int calls = s_heap.calls;
+                    waiting.waitAgain(tried);
+                    ASSERT_EQ(s_heap.calls, calls);
+                }
+            }
+            ASSERT_EQ(ready(), expected);
+        }
+    }
+    EXPECT_GT(refusals, 40u);
+}
+
+// --- Memory ---
+
+constexpr std::size_t kHeapHeader = 8;
+
+class FecMemoryTest : public FecWaitingTest {
+protected:
+    // What the groups take of the heap, with the headers of its blocks; the plain lists of the test reserve
+    // theirs before.
+    FecMemoryTest() {
+        filed.reserve(70000);
+        m_before = s_heap;
+    }
+    std::size_t inUse() const { return s_heap.inUse - m_before.inUse; }
+    unsigned int calls() const { return s_heap.calls - m_before.calls; }
+
+    // As many media packets come and age out.
+    void passMedia(unsigned int count) {
+        for (unsigned int i = 0; i < count; ++i) {
+            mediaArrives(m_next);
+            mediaLeaves(m_next - 20);
+            ++m_next;
+        }
+    }
+
+    unsigned int m_next = 64000;
+
+private:
+    Heap m_before;
+};
+
+TEST_F(FecMemoryTest, SessionWithoutParityPaysForNothing) {
+    EXPECT_LE(sizeof(CFecWaiting), 100u);
+    passMedia(10000);
+    fecArrives(1);
+    waiting.remove(1);
+    waiting.waitAgain(1);
+    waiting.prefetchGroup(1);
+    EXPECT_TRUE(ready().empty());
+    EXPECT_EQ(calls(), 0u);
+}
+
+TEST_F(FecMemoryTest, TenPacketsThatWaitTakeAtMost8Kb) {
+    for (unsigned int i = 0; i < 10; ++i) {
+        addRs(65530 + i, 100 + 40 * i, 40, 65530 + i, 4);
+    }
+    EXPECT_LE(inUse() + calls() * kHeapHeader, 8192u);
+    for (unsigned int i = 0; i < 10; ++i) {
+        remove(65530 + i);
+        addXor(65530 + i, 65500 + 20 * i, 0xffffff);
+    }
+    EXPECT_LE(inUse() + calls() * kHeapHeader, 8192u);
+    EXPECT_TRUE(ready().empty());
+}
+
+TEST_F(FecMemoryTest, PacketOfAGroupOfItsOwnTakesAtMost44Bytes) {
+    constexpr unsigned int kPackets = 65536;
+    for (unsigned int i = 0; i < kPackets; ++i) {
+        addRs(i, 2 * i, 129, i, 127);
+    }
+    EXPECT_LE(inUse(), kPackets * 44u);
+    for (unsigned int i = 0; i < kPackets; ++i) {
+        waiting.remove(number(i));
+    }
+    EXPECT_LE(inUse(), 16384u);
+}
+
+TEST_F(FecMemoryTest, AllOfItGoesOnceNothingWasFiledForLong) {
+    for (unsigned int i = 0; i < 1000; ++i) {
+        addRs(i, 100 * i, 255, 50 * i, 1);
+        addXor(1000 + i, 100 * i, 0xffffff);
+    }
+    for (unsigned int i = 0; i < 2000; ++i) {
+        waiting.remove(number(i));
+    }
+    passMedia(200);
+    EXPECT_GT(inUse(), 0u);  // a stream would go on soon
+    passMedia(2000);
+    EXPECT_EQ(inUse(), 0u);
+    addXor(1, m_next, 0xc00000);
+    mediaArrives(m_next);
+    EXPECT_EQ(ready(), Numbers({1}));
+}
+
+// The parity of each group comes behind its media packets, or before one of them, and is dropped.
+TEST_F(FecMemoryTest, StreamThatGoesOnAsksForNothing) {
+    constexpr unsigned int kWarm = 40;
+    unsigned int warmCalls = 0;
+    for (unsigned int group = 0; group < 1000; ++group) {
+        const unsigned int base = m_next;
+        const unsigned int fecBase = 3 * group;
+        const bool isEarly = group % 3 == 0;
+        passMedia(254 - isEarly);
+        for (unsigned int i = 0; i < 2; ++i) {
+            waiting.addRs(number(fecBase + i), number(base), 254, number(fecBase), 2);
+        }
+        waiting.addXor(number(fecBase + 2), number(base + 240), 0xffffff);
+        passMedia(isEarly);
+        for (unsigned int i = 0; i < 3; ++i) {
+            waiting.remove(number(fecBase + i));
+        }
+        if (group == kWarm) {
+            warmCalls = calls();
+        }
+    }
+    EXPECT_EQ(calls(), warmCalls);
 }
 
 }  // namespace

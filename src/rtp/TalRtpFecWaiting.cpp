@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <functional>
+#include <memory>
 #include <new>
+
+#include "TalRtpNumberPages.h"
 
 namespace talrtp {
 
@@ -13,11 +15,97 @@ namespace {
 constexpr _uint32_t kRandomFactor = 1664525;
 constexpr _uint32_t kRandomStep = 1013904223;
 
+constexpr unsigned int kNumbers = 65536;
 constexpr unsigned int kWordBits = 32;
+constexpr unsigned int kReach = 255;  // the farthest that a packet of a group is from its first
+constexpr short kNever = 1 << 14;     // the slack that groups which do not wait count for
+
+// How many media packets come and leave before the memory of an idle session goes. A stream with parity files
+// a packet after at most 255 of each.
+constexpr unsigned int kMaxIdle = 4 * 256;
 
 bool isTwoOrMore(_uint32_t bits) {
     return (bits & (bits - 1)) != 0;
 }
+
+// The trees are parted by the kind of their groups, which is the index of what belongs to a tree.
+constexpr unsigned int kRs = 0;
+constexpr unsigned int kXor = 1;
+constexpr unsigned int kKinds = 2;
+
+// FEC packets with the same numbers: a node of a treap over its media base. The number of a group stands for
+// no group where it is its own neighbour.
+struct Group {
+    _uint16_t left;
+    _uint16_t right;
+    _uint16_t base;         // of the media packets
+    _uint16_t firstMember;  // FEC sequence number
+    _uint16_t priority : 14;
+    _uint16_t isRoot : 1;
+    _uint16_t isWaiting : 1;
+    unsigned char mediaCount;  // 0: XOR
+    unsigned char fecCount;
+
+    struct Rs {
+        _uint16_t next;      // of those whose parity packets begin at the same number
+        _uint16_t previous;  // likewise
+        _uint16_t fecBase;
+        // No media packet counts twice, so sums of changes stay within 255 either way.
+        short slack;    // how many packets more it needs, without what ancestors are still to pass on
+        short least;    // the smallest slack of the groups in this subtree that wait
+        short pending;  // to be added to the slack of everything below
+    };
+    // Media packets that groups protect: bit i is the packet base + i.
+    struct Span {
+        _uint32_t common;  // all of them
+        _uint32_t any;     // at least one
+    };
+    // In the tree while it waits.
+    struct Xor {
+        _uint32_t window;  // what the group protects
+        union {
+            Span span;          // of this subtree
+            _uint32_t nextDue;  // while all of it are taken out
+        };
+    };
+    union {
+        Rs rs;
+        Xor exclusiveOr;
+    };
+
+    unsigned int kind() const { return mediaCount == 0 ? kXor : kRs; }
+};
+
+// What 64 media numbers keep. A group holds the pages of all its media packets, so that what leaves can be
+// noted without memory.
+struct MediaPage {
+    // By base.
+    struct Trees {
+        _uint64_t bases;  // that have a tree
+        _uint16_t roots[kPageNumbers];
+    };
+
+    _uint64_t left;  // numbers that left, and are still counted as if they had not
+    Trees trees[kKinds];
+    unsigned int holders;
+};
+
+// What 64 FEC numbers keep; a filed packet holds its page.
+struct FecPage {
+    // One of the ring of the packets of a group.
+    struct Member {
+        _uint16_t group;
+        _uint16_t next;
+        _uint16_t previous;
+    };
+
+    _uint64_t filed;
+    _uint64_t ready;
+    _uint64_t bases;  // at which the parity packets of groups begin
+    Member members[kPageNumbers];
+    _uint16_t firstGroups[kPageNumbers];  // by base: the first of a list
+    unsigned int holders;
+};
 
 }  // namespace
 
@@ -29,293 +117,532 @@ _uint32_t xorMaskWindow(_uint32_t mask) {
     return (window >> 1 & 0x55555555) | (window & 0x55555555) << 1;
 }
 
-CFecWaiting::CFecWaiting(CNodePool* pool, const CSequenceSet& media, const CSequenceSet& fec,
-                         _uint64_t& steps)
-    : m_pool(pool),
-      m_media(media),
+class CFecGroups {
+public:
+    CFecGroups(const CSequenceSet& media, const CSequenceSet& fec, _uint64_t& steps,
+               unsigned int& readyCount);
+
+    bool isEmpty() const { return m_filedCount == 0; }
+
+    void addXor(_uint16_t fecSeq, _uint16_t base, _uint32_t window);
+    void addRs(_uint16_t fecSeq, _uint16_t base, unsigned int mediaCount, _uint16_t fecBase,
+               unsigned int fecCount);
+    void remove(_uint16_t fecSeq);
+    void waitAgain(_uint16_t fecSeq);
+    void prefetch(_uint16_t fecSeq) const;
+    bool findReady(_uint16_t seq, _uint16_t& found) const;
+
+    void mediaArrived(_uint16_t seq);
+    void mediaLeft(_uint16_t seq);
+    void fecArrived(_uint16_t seq);
+
+private:
+    typedef CRecordStore<Group> Store;
+    typedef _uint32_t Id;  // of a group
+    static constexpr Id kNone = Store::kNone;
+
+    // A group lies in five pages of media numbers at most.
+    static constexpr unsigned int kSpareMediaPages = 6;
+    static constexpr unsigned int kSpareFecPages = 3;
+
+    // --- Members ---
+
+    Id make(const Group& wanted);
+    Id makeXor(const Group& wanted);
+    Id makeRs(const Group& wanted);
+    bool holdMedia(_uint16_t base, unsigned int count);
+    void releaseMedia(_uint16_t base, unsigned int count);
+    void releaseMediaPage(unsigned int page);
+    void join(Id id, bool isNew, _uint16_t fecSeq);
+    void freeGroup(Id id);
+    void wait(Id id);
+    void markReady(Id id);
+    FecPage::Member& memberOf(_uint16_t fecSeq) { return m_fecPages[fecSeq].members[placeOf(fecSeq)]; }
+    void setReady(_uint16_t fecSeq);
+    void unsetReady(_uint16_t fecSeq);
+
+    // --- Reed-Solomon ---
+
+    Id findRs(const Group& wanted) const;
+    void waitRs(Id id);
+    void countMedia(_uint16_t seq);
+    void countFecFrom(_uint16_t fecBase, unsigned int distance);
+    void countFec(Id id);
+    void countBack(_uint16_t first, unsigned int count);
+    void addAround(_uint16_t seq, int change);
+    void linkFec(Id id);
+    void unlinkFec(Id id);
+    bool takeLeft(_uint16_t seq);
+
+    // --- The tree ---
+
+    Id left(Id id) const { return linkOf(id, m_groups[id].left); }
+    Id right(Id id) const { return linkOf(id, m_groups[id].right); }
+    static Id linkOf(Id id, _uint16_t link) { return link == id ? kNone : link; }
+    void setLeft(Id id, Id child) { m_groups[id].left = static_cast<_uint16_t>(child == kNone ? id : child); }
+    void setRight(Id id, Id child) {
+        m_groups[id].right = static_cast<_uint16_t>(child == kNone ? id : child);
+    }
+
+    static _uint32_t rsKey(const Group& group);
+    template <unsigned int kKind>
+    bool isBefore(Id a, Id b) const;
+    template <unsigned int kKind>
+    Id root(_uint16_t base) const;
+    template <unsigned int kKind>
+    void setRoot(_uint16_t base, Id root);
+    void add(Id id, int change);
+    template <unsigned int kKind>
+    void passOn(Id id);
+    template <unsigned int kKind>
+    void sumUp(Id id);
+    void sumUpRs(Id id);
+    void sumUpXor(Id id);
+    // These call themselves once for each level. NOLINTBEGIN(misc-no-recursion)
+    template <unsigned int kKind>
+    void split(Id id, Id at, Id& below, Id& rest);
+    template <unsigned int kKind>
+    Id merge(Id below, Id rest);
+    template <unsigned int kKind>
+    Id insert(Id root, Id id);
+    template <unsigned int kKind>
+    Id erase(Id root, Id id);
+    template <typename Change>
+    void change(Id root, Id id, Change apply);
+    // NOLINTEND(misc-no-recursion)
+    void addToLonger(Id id, unsigned int distance, int change);
+    void takeReady(Id id);
+
+    // --- XOR ---
+
+    Id findXor(_uint16_t base, _uint32_t window) const;
+    _uint32_t missing(_uint16_t base) const;
+    void waitXor(Id id);
+    void takeReadyAround(_uint16_t seq);
+    Id takeReady(Id id, _uint32_t missing);
+    void takeAll(Id id);
+
+    const CSequenceSet& m_media;
+    const CSequenceSet& m_fec;
+    _uint64_t& m_steps;
+    unsigned int& m_readyCount;
+    _uint32_t m_random;  // out of a sender's sight, so that nobody outside can guess the trees
+    unsigned int m_filedCount = 0;
+    unsigned int m_baseCounts[kKinds] = {};  // how many bases have a tree
+    Store m_groups;
+    CPageTable<MediaPage, kSpareMediaPages> m_mediaPages;
+    CPageTable<FecPage, kSpareFecPages> m_fecPages;
+    CPageBits m_leftPages;   // the media pages that note numbers that left
+    CPageBits m_readyPages;  // the FEC pages with numbers that are ready
+};
+
+CFecGroups::CFecGroups(const CSequenceSet& media, const CSequenceSet& fec, _uint64_t& steps,
+                       unsigned int& readyCount)
+    : m_media(media),
       m_fec(fec),
       m_steps(steps),
-      m_random(static_cast<_uint32_t>(reinterpret_cast<std::uintptr_t>(this) >> 4)),
-      m_ready(false),
-      m_bases(false),
-      m_fecBases(false),
-      m_left(false),
-      m_xorBases(false) {}
-
-CFecWaiting::~CFecWaiting() = default;
+      m_readyCount(readyCount),
+      m_random(static_cast<_uint32_t>(reinterpret_cast<std::uintptr_t>(this) >> 4)) {}
 
 // --- Members ---
 
-void CFecWaiting::addXor(_uint16_t fecSeq, _uint16_t base, _uint32_t mask) {
-    const _uint32_t window = xorMaskWindow(mask);
-    m_members.reserve(fecSeq);
-    m_xorRoots.reserve(base);
-    XorGroup* group = findXor(base, window);
-    if (group == nullptr) {
-        group = make<XorGroup>(base);
-        group->isXor = true;
-        group->priority = m_random;
-        group->window = window;
+void CFecGroups::addXor(_uint16_t fecSeq, _uint16_t base, _uint32_t window) {
+    if (!m_fecPages.hold(fecSeq)) {
+        throw std::bad_alloc();
     }
-    join(group, fecSeq);
+    Id id = findXor(base, window);
+    const bool isNew = id == kNone;
+    if (isNew) {
+        Group wanted = Group();
+        wanted.base = base;
+        wanted.exclusiveOr.window = window;
+        id = makeXor(wanted);
+    }
+    join(id, isNew, fecSeq);
 }
 
-void CFecWaiting::addRs(_uint16_t fecSeq, _uint16_t base, unsigned int mediaCount, _uint16_t fecBase,
-                        unsigned int fecCount) {
-    m_members.reserve(fecSeq);
-    m_roots.reserve(base);
-    m_fecGroups.reserve(fecBase);
-    RsGroup wanted = RsGroup();
+void CFecGroups::addRs(_uint16_t fecSeq, _uint16_t base, unsigned int mediaCount, _uint16_t fecBase,
+                       unsigned int fecCount) {
+    if (!m_fecPages.hold(fecSeq)) {
+        throw std::bad_alloc();
+    }
+    Group wanted = Group();
     wanted.base = base;
-    wanted.fecBase = fecBase;
     wanted.mediaCount = static_cast<unsigned char>(mediaCount);
     wanted.fecCount = static_cast<unsigned char>(fecCount);
-    RsGroup* group = findRs(wanted);
-    if (group == nullptr) {
-        group = make<RsGroup>(base);
-        group->least = kNever;
-        group->priority = m_random;
-        group->fecBase = fecBase;
-        group->mediaCount = wanted.mediaCount;
-        group->fecCount = wanted.fecCount;
-        setRoot(base, insert(m_roots.peek(base), group));
-        linkFec(group);
+    wanted.rs.fecBase = fecBase;
+    Id id = findRs(wanted);
+    const bool isNew = id == kNone;
+    if (isNew) {
+        id = makeRs(wanted);
     }
-    join(group, fecSeq);
+    join(id, isNew, fecSeq);
 }
 
-void CFecWaiting::remove(_uint16_t fecSeq) {
-    const Member& member = m_members.peek(fecSeq);
-    Group* const group = member.group;
-    if (group == nullptr) {
+// Returns a group without members, in no tree; kNone when memory is short.
+CFecGroups::Id CFecGroups::make(const Group& wanted) {
+    const Id id = m_groups.take(wanted);
+    if (id != kNone) {
+        m_random = m_random * kRandomFactor + kRandomStep;
+        m_groups[id].priority = m_random >> 18 & 0x3fff;
+        setLeft(id, kNone);
+        setRight(id, kNone);
+    }
+    return id;
+}
+
+CFecGroups::Id CFecGroups::makeXor(const Group& wanted) {
+    if (!holdMedia(wanted.base, 1)) {
+        return kNone;
+    }
+    const Id id = make(wanted);
+    if (id == kNone) {
+        releaseMedia(wanted.base, 1);
+    }
+    return id;
+}
+
+// The same for Reed-Solomon, in the tree of its base.
+CFecGroups::Id CFecGroups::makeRs(const Group& wanted) {
+    if (!m_fecPages.hold(wanted.rs.fecBase)) {
+        return kNone;
+    }
+    if (holdMedia(wanted.base, wanted.mediaCount)) {
+        const Id id = make(wanted);
+        if (id != kNone) {
+            m_groups[id].rs.least = kNever;
+            setRoot<kRs>(wanted.base, insert<kRs>(root<kRs>(wanted.base), id));
+            linkFec(id);
+            return id;
+        }
+        releaseMedia(wanted.base, wanted.mediaCount);
+    }
+    m_fecPages.release(wanted.rs.fecBase);
+    return kNone;
+}
+
+// Holds the pages of `count` media numbers. False, with none held, when memory is short.
+bool CFecGroups::holdMedia(_uint16_t base, unsigned int count) {
+    const unsigned int first = pageOf(base);
+    const unsigned int end = pageOf(base + count - 1) + 1;
+    for (unsigned int page = first; page < end; ++page) {
+        if (!m_mediaPages.hold(page % kPageCount * kPageNumbers)) {
+            while (page-- > first) {
+                releaseMediaPage(page % kPageCount);
+            }
+            return false;
+        }
+    }
+    return true;
+}
+
+void CFecGroups::releaseMedia(_uint16_t base, unsigned int count) {
+    const unsigned int end = pageOf(base + count - 1) + 1;
+    for (unsigned int page = pageOf(base); page < end; ++page) {
+        releaseMediaPage(page % kPageCount);
+    }
+}
+
+// A page that nobody holds covers no group, so what left there matters to none.
+void CFecGroups::releaseMediaPage(unsigned int page) {
+    const unsigned int number = page * kPageNumbers;
+    if (m_mediaPages[number].holders == 1) {
+        m_leftPages.erase(page);
+    }
+    m_mediaPages.release(number);
+}
+
+// Files a packet, whose page is held for it, with a group; throws where there is none.
+void CFecGroups::join(Id id, bool isNew, _uint16_t fecSeq) {
+    if (id == kNone) {
+        m_fecPages.release(fecSeq);
+        throw std::bad_alloc();
+    }
+    Group& group = m_groups[id];
+    const _uint16_t next = isNew ? fecSeq : group.firstMember;
+    const _uint16_t previous = isNew ? fecSeq : memberOf(next).previous;
+    m_fecPages[fecSeq].filed |= bitOf(fecSeq);
+    memberOf(fecSeq) = FecPage::Member{static_cast<_uint16_t>(id), next, previous};
+    memberOf(previous).next = fecSeq;
+    memberOf(next).previous = fecSeq;
+    group.firstMember = fecSeq;
+    ++m_filedCount;
+    if (isNew) {
+        wait(id);
+    } else if (!group.isWaiting) {
+        setReady(fecSeq);
+    }
+}
+
+void CFecGroups::remove(_uint16_t fecSeq) {
+    FecPage* const page = m_fecPages.find(fecSeq);
+    if (page == nullptr || (page->filed & bitOf(fecSeq)) == 0) {
         return;
     }
-    if (member.previous != kNone) {
-        m_members[static_cast<unsigned int>(member.previous)].next = member.next;
+    const FecPage::Member member = memberOf(fecSeq);
+    unsetReady(fecSeq);
+    page->filed &= ~bitOf(fecSeq);
+    --m_filedCount;
+    if (member.next == fecSeq) {
+        freeGroup(member.group);
     } else {
-        group->firstMember = member.next;
+        memberOf(member.previous).next = member.next;
+        memberOf(member.next).previous = member.previous;
+        m_groups[member.group].firstMember = member.next;
     }
-    if (member.next != kNone) {
-        m_members[static_cast<unsigned int>(member.next)].previous = member.previous;
-    }
-    m_members.release(fecSeq);
-    m_ready.erase(fecSeq);
-    if (group->firstMember == kNone) {
-        freeGroup(group);
-    }
+    m_fecPages.release(fecSeq);
 }
 
-void CFecWaiting::waitAgain(_uint16_t fecSeq) {
-    Group* const group = m_members.peek(fecSeq).group;
-    m_ready.erase(fecSeq);
-    if (group == nullptr || group->isWaiting) {
+void CFecGroups::waitAgain(_uint16_t fecSeq) {
+    const FecPage* const page = m_fecPages.find(fecSeq);
+    if (page == nullptr || (page->filed & bitOf(fecSeq)) == 0) {
         return;
     }
-    for (int member = group->firstMember; member != kNone;
-         member = m_members.peek(static_cast<unsigned int>(member)).next) {
+    const Id id = memberOf(fecSeq).group;
+    if (m_groups[id].isWaiting) {
+        return;
+    }
+    _uint16_t member = fecSeq;
+    do {
         ++m_steps;
-        m_ready.erase(static_cast<_uint16_t>(member));
-    }
-    wait(*group);
+        unsetReady(member);
+        member = memberOf(member).next;
+    } while (member != fecSeq);
+    wait(id);
 }
 
-// **Returns** a group without members, from the pool.
-template <typename Kind>
-Kind* CFecWaiting::make(_uint16_t base) {
-    Kind* const group = new (m_pool->take(sizeof(Kind))) Kind();
-    m_random = m_random * kRandomFactor + kRandomStep;
-    group->firstMember = kNone;
-    group->base = base;
-    return group;
-}
-
-void CFecWaiting::join(Group* group, _uint16_t fecSeq) {
-    const int first = group->firstMember;
-    m_members.claim(fecSeq) = Member{group, first, kNone};
-    if (first != kNone) {
-        m_members[static_cast<unsigned int>(first)].previous = fecSeq;
-        group->hadMore = true;
-    }
-    group->firstMember = fecSeq;
-    if (first == kNone) {
-        wait(*group);
-    } else if (!group->isWaiting) {
-        m_ready.insert(fecSeq);
+void CFecGroups::prefetch(_uint16_t fecSeq) const {
+    const FecPage* const page = m_fecPages.find(fecSeq);
+    if (page != nullptr && (page->filed & bitOf(fecSeq)) != 0) {
+        __builtin_prefetch(&m_groups[page->members[placeOf(fecSeq)].group], 1);
     }
 }
 
-void CFecWaiting::freeGroup(Group* group) {
-    if (group->isXor) {
-        freeXor(static_cast<XorGroup*>(group));
+bool CFecGroups::findReady(_uint16_t seq, _uint16_t& found) const {
+    unsigned int first = seq;
+    const FecPage* page = m_fecPages.find(first);
+    _uint64_t rest = page != nullptr ? page->ready >> placeOf(first) : 0;
+    if (rest == 0) {
+        first = m_readyPages.findUpward(pageOf(first) + 1) * kPageNumbers;
+        if (first == kPageCount * kPageNumbers) {
+            return false;
+        }
+        rest = m_fecPages[first].ready;
+    }
+    found = static_cast<_uint16_t>(first + static_cast<unsigned int>(__builtin_ctzll(rest)));
+    return true;
+}
+
+void CFecGroups::freeGroup(Id id) {
+    const Group group = m_groups[id];
+    if (group.kind() == kXor) {
+        if (group.isWaiting) {
+            setRoot<kXor>(group.base, erase<kXor>(root<kXor>(group.base), id));
+        }
+        releaseMedia(group.base, 1);
     } else {
-        freeRs(static_cast<RsGroup*>(group));
+        setRoot<kRs>(group.base, erase<kRs>(root<kRs>(group.base), id));
+        unlinkFec(id);
+        m_fecPages.release(group.rs.fecBase);
+        releaseMedia(group.base, group.mediaCount);
     }
-}
-
-void CFecWaiting::freeRs(RsGroup* group) {
-    setRoot(group->base, erase(m_roots.peek(group->base), *group));
-    if (m_bases.isEmpty() && !m_left.isEmpty()) {
-        m_left.clear();
-    }
-    unlinkFec(group);
-    m_pool->give(group, sizeof(RsGroup));
-}
-
-void CFecWaiting::freeXor(XorGroup* group) {
-    if (group->isWaiting) {
-        setRoot(group->base, erase(m_xorRoots.peek(group->base), *group));
-    }
-    m_pool->give(group, sizeof(XorGroup));
+    m_groups.give(id);
 }
 
 // Lets a group wait for as many packets as it lacks; one that lacks none is ready.
-void CFecWaiting::wait(Group& group) {
-    if (group.isXor) {
-        waitXor(static_cast<XorGroup&>(group));
+void CFecGroups::wait(Id id) {
+    if (m_groups[id].kind() == kXor) {
+        waitXor(id);
     } else {
-        waitRs(static_cast<RsGroup&>(group));
+        waitRs(id);
     }
-    if (!group.isWaiting) {
-        markReady(group);
+    if (!m_groups[id].isWaiting) {
+        markReady(id);
     }
 }
 
-void CFecWaiting::markReady(const Group& group) {
-    int fecSeq = group.firstMember;
-    while (fecSeq != kNone) {
+void CFecGroups::markReady(Id id) {
+    const _uint16_t first = m_groups[id].firstMember;
+    _uint16_t member = first;
+    do {
         ++m_steps;
-        m_ready.insert(static_cast<_uint16_t>(fecSeq));
-        fecSeq = group.hadMore ? m_members.peek(static_cast<unsigned int>(fecSeq)).next : kNone;
+        setReady(member);
+        member = memberOf(member).next;
+    } while (member != first);
+}
+
+void CFecGroups::setReady(_uint16_t fecSeq) {
+    FecPage& page = m_fecPages[fecSeq];
+    m_readyCount += (page.ready & bitOf(fecSeq)) == 0;
+    page.ready |= bitOf(fecSeq);
+    m_readyPages.insert(pageOf(fecSeq));
+}
+
+void CFecGroups::unsetReady(_uint16_t fecSeq) {
+    FecPage& page = m_fecPages[fecSeq];
+    m_readyCount -= (page.ready & bitOf(fecSeq)) != 0;
+    page.ready &= ~bitOf(fecSeq);
+    if (page.ready == 0) {
+        m_readyPages.erase(pageOf(fecSeq));
     }
 }
 
 // --- Reed-Solomon ---
 
-CFecWaiting::RsGroup* CFecWaiting::findRs(const RsGroup& wanted) const {
-    RsGroup* group = m_roots.peek(wanted.base);
-    while (group != nullptr) {
+CFecGroups::Id CFecGroups::findRs(const Group& wanted) const {
+    Id id = root<kRs>(wanted.base);
+    while (id != kNone && rsKey(wanted) != rsKey(m_groups[id])) {
         ++m_steps;
-        if (isBefore(wanted, *group)) {
-            group = group->left;
-        } else if (isBefore(*group, wanted)) {
-            group = group->right;
-        } else {
-            return group;
-        }
+        id = rsKey(wanted) < rsKey(m_groups[id]) ? left(id) : right(id);
     }
-    return nullptr;
+    return id;
 }
 
-void CFecWaiting::waitRs(RsGroup& group) {
+void CFecGroups::waitRs(Id id) {
+    const Group& group = m_groups[id];
     const unsigned int k = group.mediaCount;
     countBack(group.base, k);
-    const unsigned int known = m_media.count(group.base, k) + m_fec.count(group.fecBase, group.fecCount);
+    const unsigned int known = m_media.count(group.base, k) + m_fec.count(group.rs.fecBase, group.fecCount);
     if (known >= k) {
         return;
     }
-    const int slack = static_cast<int>(k - known);
-    change(m_roots.peek(group.base), group, [slack](RsGroup& waiting) {
-        waiting.slack = slack;
+    const short slack = static_cast<short>(k - known);
+    change(root<kRs>(group.base), id, [slack](Group& waiting) {
+        waiting.rs.slack = slack;
         waiting.isWaiting = true;
     });
 }
 
+void CFecGroups::mediaArrived(_uint16_t seq) {
+    if (m_baseCounts[kXor] != 0) {
+        takeReadyAround(seq);
+    }
+    if (m_baseCounts[kRs] != 0) {
+        countMedia(seq);
+    }
+}
+
+void CFecGroups::mediaLeft(_uint16_t seq) {
+    MediaPage* const page = m_baseCounts[kRs] != 0 ? m_mediaPages.find(seq) : nullptr;
+    if (page != nullptr) {
+        page->left |= bitOf(seq);
+        m_leftPages.insert(pageOf(seq));
+    }
+}
+
+void CFecGroups::fecArrived(_uint16_t seq) {
+    m_steps += kReach / kPageNumbers;
+    const auto countFrom = [this, seq](_uint16_t fecBase) {
+        countFecFrom(fecBase, static_cast<_uint16_t>(seq - fecBase));
+    };
+    visitNumbers(
+        m_fecPages, static_cast<_uint16_t>(seq - kReach), kReach + 1,
+        [](const FecPage& page) { return page.bases; }, countFrom);
+}
+
 // A packet that left and came again near a waiting group has changed nothing.
-void CFecWaiting::countMedia(_uint16_t seq) {
-    const bool isCounted = m_left.contains(seq);
-    m_left.erase(seq);
+void CFecGroups::countMedia(_uint16_t seq) {
+    const bool isCounted = takeLeft(seq);
     countBack(static_cast<_uint16_t>(seq - kReach), 2 * kReach + 1);
     if (!isCounted) {
         addAround(seq, -1);
     }
 }
 
+// Tells whether a number was noted as one that left. It is not any more.
+bool CFecGroups::takeLeft(_uint16_t seq) {
+    if (!m_leftPages.contains(pageOf(seq))) {
+        return false;
+    }
+    _uint64_t& left = m_mediaPages[seq].left;
+    const bool isNoted = (left & bitOf(seq)) != 0;
+    left &= ~bitOf(seq);
+    if (left == 0) {
+        m_leftPages.erase(pageOf(seq));
+    }
+    return isNoted;
+}
+
 // Counts the media numbers back that left, of `count` from `first` on.
-void CFecWaiting::countBack(_uint16_t first, unsigned int count) {
-    if (m_left.isEmpty()) {
+void CFecGroups::countBack(_uint16_t first, unsigned int count) {
+    if (m_leftPages.isEmpty()) {
         return;
     }
-    _uint16_t seq;
-    while (m_left.findNext(first, seq) && static_cast<_uint16_t>(seq - first) < count) {
+    const auto countOneBack = [this](_uint16_t seq) {
         ++m_steps;
-        m_left.erase(seq);
+        takeLeft(seq);
         addAround(seq, 1);
-    }
+    };
+    visitNumbers(
+        m_mediaPages, first, count, [](const MediaPage& page) { return page.left; }, countOneBack);
 }
 
 // Adds to the slack of every group that media packet `seq` belongs to.
-void CFecWaiting::addAround(_uint16_t seq, int change) {
-    constexpr unsigned int kWindow = 64;
-    for (unsigned int far = kReach + 1; far > 0; far -= kWindow) {
-        const _uint16_t first = static_cast<_uint16_t>(seq + 1 - far);
-        _uint64_t bases = m_bases.window(first, kWindow);
-        ++m_steps;
-        while (bases != 0) {
-            const unsigned int i = static_cast<unsigned int>(__builtin_ctzll(bases));
-            bases &= bases - 1;
-            RsGroup* const root = m_roots.peek(static_cast<_uint16_t>(first + i));
-            addToLonger(root, far - 1 - i, change);
-            takeReady(root);
-        }
-    }
-}
-
-void CFecWaiting::countFec(_uint16_t seq) {
-    constexpr unsigned int kWindow = 64;
-    for (unsigned int far = kReach + 1; far > 0; far -= kWindow) {
-        const _uint16_t first = static_cast<_uint16_t>(seq + 1 - far);
-        _uint64_t bases = m_fecBases.window(first, kWindow);
-        ++m_steps;
-        while (bases != 0) {
-            const unsigned int i = static_cast<unsigned int>(__builtin_ctzll(bases));
-            bases &= bases - 1;
-            countFecFrom(static_cast<_uint16_t>(first + i), far - 1 - i);
-        }
-    }
+void CFecGroups::addAround(_uint16_t seq, int change) {
+    m_steps += kReach / kPageNumbers;
+    const auto addFrom = [this, seq, change](_uint16_t base) {
+        const Id tree = root<kRs>(base);
+        addToLonger(tree, static_cast<_uint16_t>(seq - base), change);
+        takeReady(tree);
+    };
+    visitNumbers(
+        m_mediaPages, static_cast<_uint16_t>(seq - kReach), kReach + 1,
+        [](const MediaPage& page) { return page.trees[kRs].bases; }, addFrom);
 }
 
 // Counts parity packet `distance` of the groups whose parity packets begin at `fecBase`.
-void CFecWaiting::countFecFrom(_uint16_t fecBase, unsigned int distance) {
-    for (RsGroup* group = m_fecGroups.peek(fecBase); group != nullptr; group = group->next) {
+void CFecGroups::countFecFrom(_uint16_t fecBase, unsigned int distance) {
+    Id id = m_fecPages[fecBase].firstGroups[placeOf(fecBase)];
+    while (id != kNone) {
+        Group& group = m_groups[id];
         ++m_steps;
-        if (!group->isWaiting || distance >= group->fecCount) {
-            continue;
+        if (group.isWaiting && distance < group.fecCount) {
+            countFec(id);
         }
-        RsGroup* const root = m_roots.peek(group->base);
-        if (root == group && group->left == nullptr && group->right == nullptr) {
-            group->least = --group->slack;
-        } else {
-            change(root, *group, [](RsGroup& waiting) { --waiting.slack; });
-        }
-        takeReady(root);
+        id = linkOf(id, group.rs.next);
     }
 }
 
-void CFecWaiting::linkFec(RsGroup* group) {
-    const _uint16_t base = group->fecBase;
-    RsGroup* const first = m_fecGroups.peek(base);
-    group->next = first;
-    if (first != nullptr) {
-        first->previous = group;
-        m_fecGroups[base] = group;
-    } else {
-        m_fecGroups.claim(base) = group;
-        m_fecBases.insert(base);
+// Counts a parity packet of one group that waits.
+void CFecGroups::countFec(Id id) {
+    Group& group = m_groups[id];
+    if (group.isRoot && left(id) == kNone && right(id) == kNone) {
+        group.rs.least = --group.rs.slack;
+        takeReady(id);
+        return;
     }
+    const Id tree = root<kRs>(group.base);
+    change(tree, id, [](Group& waiting) { --waiting.rs.slack; });
+    takeReady(tree);
 }
 
-void CFecWaiting::unlinkFec(RsGroup* group) {
-    const _uint16_t base = group->fecBase;
-    if (group->next != nullptr) {
-        group->next->previous = group->previous;
+void CFecGroups::linkFec(Id id) {
+    Group& group = m_groups[id];
+    const unsigned int place = placeOf(group.rs.fecBase);
+    FecPage& page = m_fecPages[group.rs.fecBase];
+    const bool isOnly = (page.bases & bitOf(place)) == 0;
+    group.rs.previous = static_cast<_uint16_t>(id);
+    group.rs.next = isOnly ? static_cast<_uint16_t>(id) : page.firstGroups[place];
+    m_groups[group.rs.next].rs.previous = static_cast<_uint16_t>(id);
+    page.firstGroups[place] = static_cast<_uint16_t>(id);
+    page.bases |= bitOf(place);
+}
+
+void CFecGroups::unlinkFec(Id id) {
+    const Group& group = m_groups[id];
+    const unsigned int place = placeOf(group.rs.fecBase);
+    FecPage& page = m_fecPages[group.rs.fecBase];
+    const Id next = linkOf(id, group.rs.next);
+    const Id previous = linkOf(id, group.rs.previous);
+    if (next != kNone) {
+        m_groups[next].rs.previous = static_cast<_uint16_t>(previous != kNone ? previous : next);
     }
-    if (group->previous != nullptr) {
-        group->previous->next = group->next;
-    } else if (group->next != nullptr) {
-        m_fecGroups[base] = group->next;
+    if (previous != kNone) {
+        m_groups[previous].rs.next = static_cast<_uint16_t>(next != kNone ? next : previous);
+    } else if (next != kNone) {
+        page.firstGroups[place] = static_cast<_uint16_t>(next);
     } else {
-        m_fecGroups.release(base);
-        m_fecBases.erase(base);
+        page.bases &= ~bitOf(place);
     }
 }
 
@@ -325,270 +652,380 @@ void CFecWaiting::unlinkFec(RsGroup* group) {
 // groups make some 40 levels. NOLINTBEGIN(misc-no-recursion)
 
 // The order of the tree: by length, then by the other numbers.
-bool CFecWaiting::isBefore(const RsGroup& a, const RsGroup& b) {
-    const auto key = [](const RsGroup& group) {
-        return _uint32_t(group.mediaCount) << 24 | _uint32_t(group.fecBase) << 8 | group.fecCount;
-    };
-    return key(a) < key(b);
+_uint32_t CFecGroups::rsKey(const Group& group) {
+    return _uint32_t(group.mediaCount) << 24 | _uint32_t(group.rs.fecBase) << 8 | group.fecCount;
 }
 
-// Groups that protect the same are apart by their addresses: one may have been ready while the other came.
-bool CFecWaiting::isBefore(const XorGroup& a, const XorGroup& b) {
-    return a.window < b.window || (a.window == b.window && std::less<const XorGroup*>()(&a, &b));
-}
-
-void CFecWaiting::setRoot(_uint16_t base, RsGroup* root) {
-    RsGroup* const before = m_roots.peek(base);
-    if (before == nullptr && root != nullptr) {
-        m_roots.claim(base) = root;
-        m_bases.insert(base);
-    } else if (before != nullptr && root == nullptr) {
-        m_roots.release(base);
-        m_bases.erase(base);
-    } else if (before != root) {
-        m_roots[base] = root;
+// XOR groups that protect the same are apart by their ids: one may have been ready while the other came.
+template <unsigned int kKind>
+bool CFecGroups::isBefore(Id a, Id b) const {
+    if (kKind == kRs) {
+        return rsKey(m_groups[a]) < rsKey(m_groups[b]);
     }
+    const _uint32_t windowA = m_groups[a].exclusiveOr.window;
+    const _uint32_t windowB = m_groups[b].exclusiveOr.window;
+    return windowA < windowB || (windowA == windowB && a < b);
 }
 
-void CFecWaiting::setRoot(_uint16_t base, XorGroup* root) {
-    XorGroup* const before = m_xorRoots.peek(base);
-    if (before == nullptr && root != nullptr) {
-        m_xorRoots.claim(base) = root;
-        m_xorBases.insert(base);
-    } else if (before != nullptr && root == nullptr) {
-        m_xorRoots.release(base);
-        m_xorBases.erase(base);
-    } else if (before != root) {
-        m_xorRoots[base] = root;
+template <unsigned int kKind>
+CFecGroups::Id CFecGroups::root(_uint16_t base) const {
+    const MediaPage* const page = m_mediaPages.find(base);
+    const bool hasTree = page != nullptr && (page->trees[kKind].bases & bitOf(base)) != 0;
+    return hasTree ? page->trees[kKind].roots[placeOf(base)] : kNone;
+}
+
+template <unsigned int kKind>
+void CFecGroups::setRoot(_uint16_t base, Id root) {
+    MediaPage::Trees& trees = m_mediaPages[base].trees[kKind];
+    const bool hadTree = (trees.bases & bitOf(base)) != 0;
+    if (hadTree) {
+        m_groups[trees.roots[placeOf(base)]].isRoot = false;
+    }
+    if (root != kNone) {
+        m_groups[root].isRoot = true;
+        trees.roots[placeOf(base)] = static_cast<_uint16_t>(root);
+        trees.bases |= bitOf(base);
+        m_baseCounts[kKind] += !hadTree;
+    } else {
+        trees.bases &= ~bitOf(base);
+        m_baseCounts[kKind] -= hadTree;
     }
 }
 
 // Adds to the slack of a whole subtree.
-void CFecWaiting::add(RsGroup* group, int change) {
-    if (group != nullptr) {
-        group->slack += change;
-        group->least += change;
-        group->pending += change;
+void CFecGroups::add(Id id, int change) {
+    if (id != kNone) {
+        Group::Rs& rs = m_groups[id].rs;
+        rs.slack = static_cast<short>(rs.slack + change);
+        rs.least = static_cast<short>(rs.least + change);
+        rs.pending = static_cast<short>(rs.pending + change);
     }
 }
 
-void CFecWaiting::passOn(RsGroup* group) {
-    if (group->pending != 0) {
-        add(group->left, group->pending);
-        add(group->right, group->pending);
-        group->pending = 0;
+template <unsigned int kKind>
+void CFecGroups::passOn(Id id) {
+    if (kKind == kRs && m_groups[id].rs.pending != 0) {
+        const int pending = m_groups[id].rs.pending;
+        add(left(id), pending);
+        add(right(id), pending);
+        m_groups[id].rs.pending = 0;
     }
 }
 
-void CFecWaiting::sumUp(RsGroup* group) {
-    int least = group->isWaiting ? group->slack : kNever;
-    least = group->left != nullptr ? std::min(least, group->left->least) : least;
-    group->least = group->right != nullptr ? std::min(least, group->right->least) : least;
+template <unsigned int kKind>
+void CFecGroups::sumUp(Id id) {
+    if (kKind == kRs) {
+        sumUpRs(id);
+    } else {
+        sumUpXor(id);
+    }
 }
 
-void CFecWaiting::sumUp(XorGroup* group) {
-    Span span = {group->window, group->window};
-    for (const XorGroup* const child : {group->left, group->right}) {
-        if (child != nullptr) {
-            span.common &= child->span.common;
-            span.any |= child->span.any;
+void CFecGroups::sumUpRs(Id id) {
+    Group& group = m_groups[id];
+    short least = group.isWaiting ? group.rs.slack : kNever;
+    for (const _uint16_t child : {group.left, group.right}) {
+        if (child != id) {
+            least = std::min(least, m_groups[child].rs.least);
         }
     }
-    group->span = span;
+    group.rs.least = least;
+}
+
+void CFecGroups::sumUpXor(Id id) {
+    Group& group = m_groups[id];
+    Group::Span span = {group.exclusiveOr.window, group.exclusiveOr.window};
+    for (const _uint16_t child : {group.left, group.right}) {
+        if (child != id) {
+            const Group::Span& below = m_groups[child].exclusiveOr.span;
+            span.common &= below.common;
+            span.any |= below.any;
+        }
+    }
+    group.exclusiveOr.span = span;
 }
 
 // Parts a subtree into the groups before `at` and the rest.
-template <typename Kind>
-void CFecWaiting::split(Kind* group, const Kind& at, Kind*& below, Kind*& rest) {
-    if (group == nullptr) {
-        below = nullptr;
-        rest = nullptr;
+template <unsigned int kKind>
+void CFecGroups::split(Id id, Id at, Id& below, Id& rest) {
+    if (id == kNone) {
+        below = kNone;
+        rest = kNone;
         return;
     }
-    passOn(group);
-    if (isBefore(*group, at)) {
-        below = group;
-        split(group->right, at, group->right, rest);
+    passOn<kKind>(id);
+    Id part;
+    if (isBefore<kKind>(id, at)) {
+        below = id;
+        split<kKind>(right(id), at, part, rest);
+        setRight(id, part);
     } else {
-        rest = group;
-        split(group->left, at, below, group->left);
+        rest = id;
+        split<kKind>(left(id), at, below, part);
+        setLeft(id, part);
     }
-    sumUp(group);
+    sumUp<kKind>(id);
 }
 
-template <typename Kind>
-Kind* CFecWaiting::merge(Kind* below, Kind* rest) {
-    if (below == nullptr || rest == nullptr) {
-        return below != nullptr ? below : rest;
+template <unsigned int kKind>
+CFecGroups::Id CFecGroups::merge(Id below, Id rest) {
+    if (below == kNone || rest == kNone) {
+        return below != kNone ? below : rest;
     }
-    if (below->priority >= rest->priority) {
-        passOn(below);
-        below->right = merge(below->right, rest);
-        sumUp(below);
+    if (m_groups[below].priority >= m_groups[rest].priority) {
+        passOn<kKind>(below);
+        setRight(below, merge<kKind>(right(below), rest));
+        sumUp<kKind>(below);
         return below;
     }
-    passOn(rest);
-    rest->left = merge(below, rest->left);
-    sumUp(rest);
+    passOn<kKind>(rest);
+    setLeft(rest, merge<kKind>(below, left(rest)));
+    sumUp<kKind>(rest);
     return rest;
 }
 
 // Returns the new root.
-template <typename Kind>
-Kind* CFecWaiting::insert(Kind* root, Kind* group) {
-    if (root == nullptr || root->priority < group->priority) {
-        split(root, *group, group->left, group->right);
-        sumUp(group);
-        return group;
+template <unsigned int kKind>
+CFecGroups::Id CFecGroups::insert(Id root, Id id) {
+    if (root == kNone || m_groups[root].priority < m_groups[id].priority) {
+        Id below;
+        Id rest;
+        split<kKind>(root, id, below, rest);
+        setLeft(id, below);
+        setRight(id, rest);
+        sumUp<kKind>(id);
+        return id;
     }
-    passOn(root);
-    Kind*& child = isBefore(*group, *root) ? root->left : root->right;
-    child = insert(child, group);
-    sumUp(root);
+    passOn<kKind>(root);
+    if (isBefore<kKind>(id, root)) {
+        setLeft(root, insert<kKind>(left(root), id));
+    } else {
+        setRight(root, insert<kKind>(right(root), id));
+    }
+    sumUp<kKind>(root);
     return root;
 }
 
-template <typename Kind>
-Kind* CFecWaiting::erase(Kind* root, const Kind& group) {
-    passOn(root);
-    if (root == &group) {
-        return merge(root->left, root->right);
+template <unsigned int kKind>
+CFecGroups::Id CFecGroups::erase(Id root, Id id) {
+    passOn<kKind>(root);
+    if (root == id) {
+        return merge<kKind>(left(root), right(root));
     }
-    Kind*& child = isBefore(group, *root) ? root->left : root->right;
-    child = erase(child, group);
-    sumUp(root);
+    if (isBefore<kKind>(id, root)) {
+        setLeft(root, erase<kKind>(left(root), id));
+    } else {
+        setRight(root, erase<kKind>(right(root), id));
+    }
+    sumUp<kKind>(root);
     return root;
 }
 
 // Applies a change to one group in the subtree of `root`.
 template <typename Change>
-void CFecWaiting::change(RsGroup* root, RsGroup& group, Change apply) {
+void CFecGroups::change(Id root, Id id, Change apply) {
     ++m_steps;
-    passOn(root);
-    if (root == &group) {
-        apply(group);
+    passOn<kRs>(root);
+    if (root == id) {
+        apply(m_groups[id]);
     } else {
-        change(isBefore(group, *root) ? root->left : root->right, group, apply);
+        change(isBefore<kRs>(id, root) ? left(root) : right(root), id, apply);
     }
-    sumUp(root);
+    sumUp<kRs>(root);
 }
 
 // Adds to the slack of the groups with more than `distance` media packets.
-void CFecWaiting::addToLonger(RsGroup* group, unsigned int distance, int change) {
-    if (group == nullptr) {
+void CFecGroups::addToLonger(Id id, unsigned int distance, int change) {
+    if (id == kNone) {
         return;
     }
     ++m_steps;
-    passOn(group);
-    if (group->mediaCount > distance) {
-        group->slack += change;
-        add(group->right, change);
-        addToLonger(group->left, distance, change);
+    passOn<kRs>(id);
+    Group& group = m_groups[id];
+    if (group.mediaCount > distance) {
+        group.rs.slack = static_cast<short>(group.rs.slack + change);
+        add(right(id), change);
+        addToLonger(left(id), distance, change);
     } else {
-        addToLonger(group->right, distance, change);
+        addToLonger(right(id), distance, change);
     }
-    sumUp(group);
+    sumUp<kRs>(id);
 }
 
 // Marks the groups ready that lack nothing any more; they wait no longer.
-void CFecWaiting::takeReady(RsGroup* group) {
-    if (group == nullptr || group->least > 0) {
+void CFecGroups::takeReady(Id id) {
+    if (id == kNone || m_groups[id].rs.least > 0) {
         return;
     }
     ++m_steps;
-    passOn(group);
-    takeReady(group->left);
-    takeReady(group->right);
-    if (group->isWaiting && group->slack <= 0) {
-        group->isWaiting = false;
-        markReady(*group);
+    passOn<kRs>(id);
+    takeReady(left(id));
+    takeReady(right(id));
+    Group& group = m_groups[id];
+    if (group.isWaiting && group.rs.slack <= 0) {
+        group.isWaiting = false;
+        markReady(id);
     }
-    sumUp(group);
+    sumUp<kRs>(id);
 }
 
 // Takes the groups out of a subtree that lack one packet or none any more, and marks them ready. `missing`
-// and `arrived` are bits as in `window`. Returns the new root.
-CFecWaiting::XorGroup* CFecWaiting::takeReady(XorGroup* group, _uint32_t missing) {
-    if (group == nullptr || isTwoOrMore(group->span.common & missing)) {
-        return group;
+// has bits as a window has. Returns the new root.
+CFecGroups::Id CFecGroups::takeReady(Id id, _uint32_t missing) {
+    if (id == kNone || isTwoOrMore(m_groups[id].exclusiveOr.span.common & missing)) {
+        return id;
     }
-    if (!isTwoOrMore(group->span.any & missing)) {
-        takeAll(group);
-        return nullptr;
+    Group& group = m_groups[id];
+    if (!isTwoOrMore(group.exclusiveOr.span.any & missing)) {
+        takeAll(id);
+        return kNone;
     }
     ++m_steps;
-    group->left = takeReady(group->left, missing);
-    group->right = takeReady(group->right, missing);
-    if (isTwoOrMore(group->window & missing)) {
-        sumUp(group);
-        return group;
+    const Id below = takeReady(left(id), missing);
+    const Id rest = takeReady(right(id), missing);
+    if (isTwoOrMore(group.exclusiveOr.window & missing)) {
+        setLeft(id, below);
+        setRight(id, rest);
+        sumUp<kXor>(id);
+        return id;
     }
-    group->isWaiting = false;
-    markReady(*group);
-    return merge(group->left, group->right);
+    group.isWaiting = false;
+    markReady(id);
+    return merge<kXor>(below, rest);
 }
 
 // NOLINTEND(misc-no-recursion)
 
 // Marks a whole subtree ready. Level by level, so that a group is in the caches when its turn comes: noting
 // it among those due has touched it.
-void CFecWaiting::takeAll(XorGroup* group) {
-    XorGroup* last = group;
-    const auto append = [&last](XorGroup* due) {
-        if (due != nullptr) {
-            last->nextDue = due;
+void CFecGroups::takeAll(Id id) {
+    Id last = id;
+    const auto append = [this, &last](Id due) {
+        if (due != kNone) {
+            m_groups[last].exclusiveOr.nextDue = due;
             last = due;
-            due->nextDue = nullptr;
+            m_groups[due].exclusiveOr.nextDue = kNone;
         }
     };
-    group->nextDue = nullptr;
-    while (group != nullptr) {
+    m_groups[id].exclusiveOr.nextDue = kNone;
+    while (id != kNone) {
         ++m_steps;
-        append(group->left);
-        append(group->right);
-        group->isWaiting = false;
-        markReady(*group);
-        group = group->nextDue;
+        append(left(id));
+        append(right(id));
+        m_groups[id].isWaiting = false;
+        markReady(id);
+        id = m_groups[id].exclusiveOr.nextDue;
     }
 }
 
 // --- XOR ---
 
-CFecWaiting::XorGroup* CFecWaiting::findXor(_uint16_t base, _uint32_t window) const {
-    XorGroup* group = m_xorRoots.peek(base);
-    while (group != nullptr && group->window != window) {
+CFecGroups::Id CFecGroups::findXor(_uint16_t base, _uint32_t window) const {
+    Id id = root<kXor>(base);
+    while (id != kNone && m_groups[id].exclusiveOr.window != window) {
         ++m_steps;
-        group = window < group->window ? group->left : group->right;
+        id = window < m_groups[id].exclusiveOr.window ? left(id) : right(id);
     }
-    return group;
+    return id;
 }
 
 // The packets from `base` on that are missing.
-_uint32_t CFecWaiting::missing(_uint16_t base) const {
+_uint32_t CFecGroups::missing(_uint16_t base) const {
     return ~static_cast<_uint32_t>(m_media.window(base, kFecMaskBits));
 }
 
-// Where too few packets are missing, or memory is short, the group does not wait: it is tried again with the
-// next arrival.
-void CFecWaiting::waitXor(XorGroup& group) {
+// Where too few packets are missing, the group does not wait.
+void CFecGroups::waitXor(Id id) {
     ++m_steps;
-    if (isTwoOrMore(group.window & missing(group.base)) && m_xorRoots.tryReserve(group.base)) {
-        group.left = nullptr;
-        group.right = nullptr;
+    Group& group = m_groups[id];
+    if (isTwoOrMore(group.exclusiveOr.window & missing(group.base))) {
+        setLeft(id, kNone);
+        setRight(id, kNone);
         group.isWaiting = true;
-        setRoot(group.base, insert(m_xorRoots.peek(group.base), &group));
+        setRoot<kXor>(group.base, insert<kXor>(root<kXor>(group.base), id));
     }
 }
 
 // Marks the groups ready that media packet `seq` was the last but one for.
-void CFecWaiting::takeReadyAround(_uint16_t seq) {
-    const _uint16_t first = static_cast<_uint16_t>(seq + 1 - kFecMaskBits);
-    _uint64_t bases = m_xorBases.window(first, kFecMaskBits);
-    while (bases != 0) {
-        const _uint16_t base = static_cast<_uint16_t>(first + __builtin_ctzll(bases));
-        bases &= bases - 1;
-        setRoot(base, takeReady(m_xorRoots.peek(base), missing(base)));
+void CFecGroups::takeReadyAround(_uint16_t seq) {
+    const auto takeFrom = [this](_uint16_t base) {
+        setRoot<kXor>(base, takeReady(root<kXor>(base), missing(base)));
+    };
+    visitNumbers(
+        m_mediaPages, static_cast<_uint16_t>(seq + 1 - kFecMaskBits), kFecMaskBits,
+        [](const MediaPage& page) { return page.trees[kXor].bases; }, takeFrom);
+}
+
+// --- What a session calls ---
+
+CFecWaiting::CFecWaiting(const CSequenceSet& media, const CSequenceSet& fec, _uint64_t& steps)
+    : m_media(media), m_fec(fec), m_steps(steps) {}
+
+CFecWaiting::~CFecWaiting() = default;
+
+CFecGroups& CFecWaiting::makeGroups() {
+    if (m_groups == nullptr) {
+        m_groups = std::make_unique<CFecGroups>(m_media, m_fec, m_steps, m_readyCount);
     }
+    m_idle = 0;
+    return *m_groups;
+}
+
+void CFecWaiting::rest() {
+    if (++m_idle == kMaxIdle) {
+        m_groups.reset();
+    }
+}
+
+void CFecWaiting::addXor(_uint16_t fecSeq, _uint16_t base, _uint32_t mask) {
+    makeGroups().addXor(fecSeq, base, xorMaskWindow(mask));
+}
+
+void CFecWaiting::addRs(_uint16_t fecSeq, _uint16_t base, unsigned int mediaCount, _uint16_t fecBase,
+                        unsigned int fecCount) {
+    makeGroups().addRs(fecSeq, base, mediaCount, fecBase, fecCount);
+}
+
+void CFecWaiting::remove(_uint16_t fecSeq) {
+    if (m_groups != nullptr) {
+        m_groups->remove(fecSeq);
+    }
+}
+
+bool CFecWaiting::findReady(_uint16_t seq, _uint16_t& found) const {
+    return m_readyCount != 0 && m_groups->findReady(seq, found);
+}
+
+void CFecWaiting::waitAgain(_uint16_t fecSeq) {
+    if (m_groups != nullptr) {
+        m_groups->waitAgain(fecSeq);
+    }
+}
+
+void CFecWaiting::prefetchGroup(_uint16_t fecSeq) const {
+    if (m_groups != nullptr) {
+        m_groups->prefetch(fecSeq);
+    }
+}
+
+void CFecWaiting::countMedia(_uint16_t seq) {
+    if (m_groups->isEmpty()) {
+        rest();
+    } else {
+        m_groups->mediaArrived(seq);
+    }
+}
+
+void CFecWaiting::countMediaBack(_uint16_t seq) {
+    if (m_groups->isEmpty()) {
+        rest();
+    } else {
+        m_groups->mediaLeft(seq);
+    }
+}
+
+void CFecWaiting::countFec(_uint16_t seq) {
+    m_groups->fecArrived(seq);
 }
 
 }  // namespace talrtp

@@ -36,11 +36,11 @@ void CAgeOrder::remove(stTalRtpTSRecord* record) {
     }
 }
 
-CReceiveIndex::CReceiveIndex(CNodePool* pool)
+CReceiveIndex::CReceiveIndex()
     : mediaNumbers(false),
       knownNumbers(false),
       fecNumbers(false),
-      waiting(pool, knownNumbers, fecNumbers, steps),
+      waiting(knownNumbers, fecNumbers, steps),
       ageOrder(steps),
       m_startStops(true),
       m_endStops(true) {}

@@ -94,7 +94,7 @@ struct stFecSlot {
 
 class CReceiveIndex {
 public:
-    explicit CReceiveIndex(CNodePool* pool);
+    CReceiveIndex();
 
     // Steps taken over lists, the index and FEC groups so far; tests bound their growth for each datagram.
     _uint64_t steps = 0;
@@ -160,7 +160,7 @@ public:
 
     // Tells whether FEC packets are worth a try, now that the session's FEC type is `fecType`.
     bool hasFecWork(_uint32_t fecType) const {
-        return !waiting.ready().isEmpty() || retryEveryFec || fecTypeAtStore != fecType;
+        return waiting.hasReady() || retryEveryFec || fecTypeAtStore != fecType;
     }
 
     // --- Timestamps ---

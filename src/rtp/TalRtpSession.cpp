@@ -27,7 +27,7 @@ constexpr _uint64_t kMaxAgeMs = 5000;
 // **Returns** an index over `pool`, which is freed when there is no memory for one.
 CReceiveIndex* makeIndex(CNodePool* pool) {
     std::unique_ptr<CNodePool> owned(pool);
-    CReceiveIndex* const index = new CReceiveIndex(pool);
+    CReceiveIndex* const index = new CReceiveIndex();
     static_cast<void>(owned.release());
     return index;
 }

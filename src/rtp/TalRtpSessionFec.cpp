@@ -197,8 +197,7 @@ void CMMRTPSessionBase::retryFecPackets() {
     m_index->retryEveryFec = false;
     m_index->fecTypeAtStore = m_fecType;
     _uint16_t seq = 0;
-    const CSequenceSet& worthTrying = isEvery ? m_index->fecNumbers : m_index->waiting.ready();
-    while (worthTrying.findUpward(seq, seq)) {
+    while (isEvery ? m_index->fecNumbers.findUpward(seq, seq) : m_index->waiting.findReady(seq, seq)) {
         ++m_index->steps;
         m_index->prefetchFecAfter(seq);
         retryFecPacket(seq);
