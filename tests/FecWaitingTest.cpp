@@ -320,6 +320,25 @@ TEST_F(FecWaitingTest, CountsOfAllGroupsAndOfSingleOnesAddUp) {
     EXPECT_EQ(ready().size(), kGroups);
 }
 
+// The groups over a base stand below each other as chance wants it, and come in any order.
+TEST_F(FecWaitingTest, GroupBelowOthersIsReadyInTime) {
+    constexpr unsigned int kBases = 200;
+    constexpr unsigned int kGroups = 8;
+    for (unsigned int i = 0; i < kBases; ++i) {
+        const unsigned int base = 300 * i;
+        const unsigned int some = base + 10 * (random() % kGroups);
+        for (unsigned int j = 0; j < kGroups; ++j) {
+            addRs(kGroups * i + j, base, 4, base + 10 * ((j * 3 + i) % kGroups), 2);
+        }
+        fecArrives(some);
+        fecArrives(some + 1);
+        mediaArrives(base);
+        mediaArrives(base + 1);
+        EXPECT_EQ(ready().size(), i + 1) << "seed " << kSeed << ", base " << base;
+    }
+    EXPECT_EQ(ready(), expectedReady());
+}
+
 TEST_F(FecWaitingTest, MediaPacketCompletesTheGroupsThatAFecPacketBroughtNear) {
     constexpr unsigned int kGroups = 64;
     for (unsigned int i = 0; i < kGroups; ++i) {
@@ -441,6 +460,7 @@ TEST_F(FecWaitingTest, RandomGroupsAreReadyWhileMediaComesAndLeaves) {
         const unsigned int place = kPlaces[random() % 4];
         const unsigned int seq = (i * 3 + random() % 200) % 65536;
         const unsigned int kind = random() % 16;
+        const Numbers before = ready();
         if (kind <= 3) {
             remove(seq);
             s_heap.refused = random() % 2 == 0 ? 0 : 1 + random() % 3;
@@ -481,6 +501,7 @@ TEST_F(FecWaitingTest, RandomGroupsAreReadyWhileMediaComesAndLeaves) {
         if (kind > 3 && kind <= 8) {  // others are counted back at the latest with a media packet
             for (const unsigned short tried : actual) {
                 if (expected.count(tried) == 0) {
+                    ASSERT_EQ(before.count(tried), 1u);  // what left is counted back first
                     const unsigned int calls = s_heap.calls;
                     waiting.waitAgain(tried);
                     ASSERT_EQ(s_heap.calls, calls);
@@ -558,6 +579,29 @@ TEST_F(FecMemoryTest, PacketOfAGroupOfItsOwnTakesAtMost44Bytes) {
     EXPECT_LE(inUse(), 16384u);
 }
 
+TEST_F(FecMemoryTest, RefusedPacketKeepsNothing) {
+    unsigned int refusals = 0;
+    for (unsigned int base = 0; base < 65536; base += 512) {
+        bool isRefused = true;
+        for (unsigned int nth = 1; isRefused; ++nth) {
+            s_heap.refused = nth;
+            try {
+                waiting.remove(number(base));
+                waiting.addRs(number(base), number(base), 255, number(base + 100), 1);
+                isRefused = s_heap.refused == 0;  // what only serves later was refused
+            } catch (const std::bad_alloc&) {
+                ++refusals;
+            }
+            s_heap.refused = 0;
+        }
+    }
+    EXPECT_GT(refusals, 300u);
+    for (unsigned int base = 0; base < 65536; base += 512) {
+        waiting.remove(number(base));
+    }
+    EXPECT_LE(inUse(), 16384u);
+}
+
 TEST_F(FecMemoryTest, AllOfItGoesOnceNothingWasFiledForLong) {
     for (unsigned int i = 0; i < 1000; ++i) {
         addRs(i, 100 * i, 255, 50 * i, 1);
@@ -573,6 +617,9 @@ TEST_F(FecMemoryTest, AllOfItGoesOnceNothingWasFiledForLong) {
     addXor(1, m_next, 0xc00000);
     mediaArrives(m_next);
     EXPECT_EQ(ready(), Numbers({1}));
+    remove(1);
+    passMedia(2000);
+    EXPECT_EQ(inUse(), 0u);
 }
 
 // The parity of each group comes behind its media packets, or before one of them, and is dropped.

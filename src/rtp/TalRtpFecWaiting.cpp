@@ -15,7 +15,6 @@ namespace {
 constexpr _uint32_t kRandomFactor = 1664525;
 constexpr _uint32_t kRandomStep = 1013904223;
 
-constexpr unsigned int kNumbers = 65536;
 constexpr unsigned int kWordBits = 32;
 constexpr unsigned int kReach = 255;  // the farthest that a packet of a group is from its first
 constexpr short kNever = 1 << 14;     // the slack that groups which do not wait count for
