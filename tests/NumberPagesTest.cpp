@@ -90,7 +90,7 @@ TEST(PageTableTest, PageIsThereWhileItIsHeld) {
             }
             visitNumbers(
                 table, first, count, [](const Page& of) { return of.numbers; },
-                [&visited](unsigned short visitedNumber) { visited.push_back(visitedNumber); });
+                [&visited](const Page&, unsigned short visitedNumber) { visited.push_back(visitedNumber); });
             ASSERT_EQ(visited, expected) << first << " + " << count;
         }
         ASSERT_FALSE(holders.empty());

@@ -165,7 +165,7 @@ private:
     Id findRs(const Group& wanted) const;
     void waitRs(Id id);
     void countMedia(_uint16_t seq);
-    void countFecFrom(_uint16_t fecBase, unsigned int distance);
+    void countFecOf(Id id, unsigned int distance);
     void countFec(Id id);
     void countBack(_uint16_t first, unsigned int count);
     void addAround(_uint16_t seq, int change);
@@ -531,8 +531,8 @@ void CFecGroups::mediaLeft(_uint16_t seq) {
 
 void CFecGroups::fecArrived(_uint16_t seq) {
     m_steps += kReach / kPageNumbers;
-    const auto countFrom = [this, seq](_uint16_t fecBase) {
-        countFecFrom(fecBase, static_cast<_uint16_t>(seq - fecBase));
+    const auto countFrom = [this, seq](const FecPage& page, _uint16_t fecBase) {
+        countFecOf(page.firstGroups[placeOf(fecBase)], static_cast<_uint16_t>(seq - fecBase));
     };
     visitNumbers(
         m_fecPages, static_cast<_uint16_t>(seq - kReach), kReach + 1,
@@ -567,7 +567,7 @@ void CFecGroups::countBack(_uint16_t first, unsigned int count) {
     if (m_leftPages.isEmpty()) {
         return;
     }
-    const auto countOneBack = [this](_uint16_t seq) {
+    const auto countOneBack = [this](const MediaPage&, _uint16_t seq) {
         ++m_steps;
         takeLeft(seq);
         addAround(seq, 1);
@@ -579,8 +579,8 @@ void CFecGroups::countBack(_uint16_t first, unsigned int count) {
 // Adds to the slack of every group that media packet `seq` belongs to.
 void CFecGroups::addAround(_uint16_t seq, int change) {
     m_steps += kReach / kPageNumbers;
-    const auto addFrom = [this, seq, change](_uint16_t base) {
-        const Id tree = root<kRs>(base);
+    const auto addFrom = [this, seq, change](const MediaPage& page, _uint16_t base) {
+        const Id tree = page.trees[kRs].roots[placeOf(base)];
         addToLonger(tree, static_cast<_uint16_t>(seq - base), change);
         takeReady(tree);
     };
@@ -589,11 +589,10 @@ void CFecGroups::addAround(_uint16_t seq, int change) {
         [](const MediaPage& page) { return page.trees[kRs].bases; }, addFrom);
 }
 
-// Counts parity packet `distance` of the groups whose parity packets begin at `fecBase`.
-void CFecGroups::countFecFrom(_uint16_t fecBase, unsigned int distance) {
-    Id id = m_fecPages[fecBase].firstGroups[placeOf(fecBase)];
+// Counts parity packet `distance` of the groups in a list.
+void CFecGroups::countFecOf(Id id, unsigned int distance) {
     while (id != kNone) {
-        Group& group = m_groups[id];
+        const Group& group = m_groups[id];
         ++m_steps;
         if (group.isWaiting && distance < group.fecCount) {
             countFec(id);
@@ -605,9 +604,11 @@ void CFecGroups::countFecFrom(_uint16_t fecBase, unsigned int distance) {
 // Counts a parity packet of one group that waits.
 void CFecGroups::countFec(Id id) {
     Group& group = m_groups[id];
-    if (group.isRoot && left(id) == kNone && right(id) == kNone) {
+    if (group.isRoot && group.left == id && group.right == id) {
         group.rs.least = --group.rs.slack;
-        takeReady(id);
+        if (group.rs.least <= 0) {
+            takeReady(id);
+        }
         return;
     }
     const Id tree = root<kRs>(group.base);
@@ -947,8 +948,8 @@ void CFecGroups::waitXor(Id id) {
 
 // Marks the groups ready that media packet `seq` was the last but one for.
 void CFecGroups::takeReadyAround(_uint16_t seq) {
-    const auto takeFrom = [this](_uint16_t base) {
-        setRoot<kXor>(base, takeReady(root<kXor>(base), missing(base)));
+    const auto takeFrom = [this](const MediaPage& page, _uint16_t base) {
+        setRoot<kXor>(base, takeReady(page.trees[kXor].roots[placeOf(base)], missing(base)));
     };
     visitNumbers(
         m_mediaPages, static_cast<_uint16_t>(seq + 1 - kFecMaskBits), kFecMaskBits,

@@ -193,7 +193,8 @@ private:
 };
 
 // Visits the numbers that are in a set, of `count` from `first` on in ascending order: `wordOf` tells the
-// word of a page with its 64 numbers of the set. The visitor may change the set.
+// word of a page with its 64 numbers of the set. The visitor gets the page and the number, and may change the
+// set.
 template <typename Page, unsigned int kSpares, typename Word, typename Visit>
 void visitNumbers(const CPageTable<Page, kSpares>& pages, _uint16_t first, unsigned int count, Word wordOf,
                   Visit visit) {
@@ -208,7 +209,7 @@ void visitNumbers(const CPageTable<Page, kSpares>& pages, _uint16_t first, unsig
             word &= bitOf(end - begin) - 1;
         }
         for (; word != 0; word &= word - 1) {
-            visit(static_cast<_uint16_t>(begin + static_cast<unsigned int>(__builtin_ctzll(word))));
+            visit(*page, static_cast<_uint16_t>(begin + static_cast<unsigned int>(__builtin_ctzll(word))));
         }
     }
 }
