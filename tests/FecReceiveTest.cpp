@@ -438,6 +438,17 @@ TEST_F(FecReceiveTest, SecondNoteOfAStoredPacketStaysWhenTheFirstIsForgotten) {
     EXPECT_THAT(session.tsInfo(kTimestamp)->fecSeqList, ElementsAre(500, 501));
 }
 
+TEST_F(FecReceiveTest, FirstEqualNoteIsForgottenThoughItIsOlderThanItsPacket) {
+    at(1000);
+    media(1);
+    session.updateFECListInfo(kTimestamp, 500);
+    session.updateFECListInfo(kTimestamp, 7);
+    receive(parityOver(500, {4, 5}));
+    EXPECT_THAT(session.tsInfo(kTimestamp)->fecSeqList, ElementsAre(500, 7, 500));
+    session.removeFECInfoFromList(kTimestamp, 500);
+    EXPECT_THAT(session.tsInfo(kTimestamp)->fecSeqList, ElementsAre(7, 500));
+}
+
 TEST_F(FecReceiveTest, NoteOfAPacketThatIsNotStoredAgesOutWithItsTimestamp) {
     at(1000);
     media(1);

@@ -74,6 +74,25 @@ unsigned short number(unsigned int value) {
     return static_cast<unsigned short>(value);
 }
 
+// Numbers as a store keeps them.
+class NumberSet {
+public:
+    // Has all pages for good, so that the allocations of the groups alone are counted.
+    NumberSet() {
+        for (unsigned int seq = 0; seq < CNumberSets::kNumbers; ++seq) {
+            m_table.reserve(static_cast<unsigned short>(seq));
+            m_table.claim(static_cast<unsigned short>(seq));
+        }
+    }
+
+    void insert(unsigned short seq) { m_table.assign(seq, CNumberSets::kFull | 1); }
+    void erase(unsigned short seq) { m_table.assign(seq, CNumberSets::kFull); }
+    CNumberSet view() const { return {m_table, 0}; }
+
+private:
+    CNumberTable<int> m_table;
+};
+
 // A filed FEC packet and what it protects.
 struct Filed {
     unsigned short seq;
@@ -171,10 +190,10 @@ protected:
     }
 
     std::mt19937 random{kSeed};
-    CSequenceSet mediaNumbers{false};
-    CSequenceSet fecNumbers{false};
+    NumberSet mediaNumbers;
+    NumberSet fecNumbers;
     _uint64_t steps = 0;
-    CFecWaiting waiting{mediaNumbers, fecNumbers, steps};
+    CFecWaiting waiting{mediaNumbers.view(), fecNumbers.view(), steps};
     Arrived media;
     Arrived fec;
     std::vector<Filed> filed;

@@ -14,8 +14,8 @@ namespace talrtp {
 // Reads what no host can.
 class CSessionInspector {
 public:
-    static _uint64_t steps(const CMMRTPSessionBase& session) { return session.m_index->steps; }
-    static _uint64_t products(const CMMRTPSessionBase& session) { return session.m_index->products; }
+    static _uint64_t steps(const CMMRTPSessionBase& session) { return session.m_index->meter.steps; }
+    static _uint64_t products(const CMMRTPSessionBase& session) { return session.m_index->meter.products; }
 };
 
 namespace {

@@ -37,10 +37,6 @@ TALRTP_API void deployXorProcess(unsigned char* dst, unsigned char* src1, unsign
 // its own. Each session owns one.
 class TALRTP_API CNodePool {
 public:
-    // Makes an empty pool. Allocates nothing yet.
-    CNodePool();
-    // Frees all memory of the pool. No node is in use any more.
-    ~CNodePool();
     CNodePool(const CNodePool&) = delete;
     CNodePool& operator=(const CNodePool&) = delete;
 
@@ -51,31 +47,9 @@ public:
     // that no node uses.
     void give(void* node, std::size_t size);
 
-private:
-    struct Node;
-    struct Page;
-    // Nodes that came back last.
-    struct Stash {
-        Node* first;
-        int room;  // nodes of the class that are in use, less eight for each node here: never negative
-    };
-    static constexpr std::size_t kGranularity = 16;
-    static constexpr std::size_t kClasses = 64;  // nodes of up to 1008 bytes; larger ones go through the heap
-
-    TALRTP_LOCAL void giveFromStash(std::size_t index);
-    TALRTP_LOCAL void giveToPage(Node* node, std::size_t index);
-    TALRTP_LOCAL void refill(std::size_t index);
-    TALRTP_LOCAL Page* makePage(std::size_t index);
-    TALRTP_LOCAL void settle(Page* page);
-    TALRTP_LOCAL void givePage(Page* page);
-    TALRTP_LOCAL void link(Page* page);
-    TALRTP_LOCAL void unlink(Page* page);
-
-    Stash m_stash[kClasses];  // the nodes to take next, by class
-    Node* m_free[kClasses];   // the nodes to take after those: all of one page
-    Page* m_open[kClasses];   // pages to take nodes from after that
-    Page* m_spare;            // pages without nodes in use
-    unsigned int m_spareCount;
+protected:
+    CNodePool() = default;
+    ~CNodePool() = default;
 };
 
 // The allocator of the session's lists: one node at a time out of a `CNodePool`. A host meets it only as a
@@ -149,6 +123,7 @@ struct stTalRtpTSInfo {
 class CMMRTPSession4SVC;
 class CReceiveIndex;
 class CRsGroup;
+struct stPayloadHead;
 struct stTalRtpTSRecord;
 
 // A session without knowledge of H.264: a packet carries one unit and is handed over as it arrives.
@@ -357,33 +332,13 @@ private:
     TALRTP_LOCAL int inputDatagram(unsigned char* data, int dataLen, unsigned long receivedTime);
     // **Takes** a packet that is new: stores it, counts it, records it, deals it.
     TALRTP_LOCAL void takeMediaPacket(CTalRtpPacket* packet, _uint64_t& counter, _uint64_t& byteCounter);
-    // **Takes** a packet into the media list and the index.
-    TALRTP_LOCAL void storeMediaPacket(CTalRtpPacket* packet, unsigned short seq);
     // Destroys a packet that was stored last and could not be recorded.
     TALRTP_LOCAL void dropMediaPacket(unsigned int timestamp, unsigned short seq);
-    // Records a packet under its timestamp. **Lends** the record.
-    TALRTP_LOCAL stTalRtpTSRecord* noteMediaPacket(unsigned int timestamp, unsigned short seq);
-    // Extends a unit to `endSeq`, unless it reaches further already.
-    TALRTP_LOCAL static void growUnit(stTalRtpDataInfo& unit, unsigned short endSeq, bool isComplete);
-    // **Lends** the record of `timestamp`, or null.
-    TALRTP_LOCAL stTalRtpTSRecord* findTSRecord(unsigned int timestamp) const;
-    // The same, and makes the record if none exists.
-    TALRTP_LOCAL stTalRtpTSRecord* findOrMakeTSRecord(unsigned int timestamp);
-    // **Lends** the record of the unit that starts at `startSeq`, or null.
-    TALRTP_LOCAL stTalRtpDataInfo* findDataInfo(stTalRtpTSRecord* record, unsigned short startSeq) const;
-    // The same, and makes the record if none exists.
-    TALRTP_LOCAL stTalRtpDataInfo* findOrMakeDataInfo(stTalRtpTSRecord* record, unsigned short startSeq);
     // Frees a timestamp with its packets.
     TALRTP_LOCAL void ageOut(stTalRtpTSRecord* record);
-    // Frees the record of a timestamp that already left its list, with the records of its units.
-    TALRTP_LOCAL void freeTSRecord(stTalRtpTSRecord* record);
 
-    // **Takes** a packet into the FEC list, the index and the groups that wait.
-    TALRTP_LOCAL void storeFecPacket(CTalRtpPacket* fecPacket);
     // **Takes** a packet: stores it and notes it. False when memory is short; the packet is destroyed then.
     TALRTP_LOCAL bool keepFecPacket(CTalRtpPacket* fecPacket);
-    // Destroys the FEC packet stored under `seq`, if any.
-    TALRTP_LOCAL void eraseFecPacket(unsigned short seq);
     // Tries every stored FEC packet that may have something new to rebuild, in ascending order.
     TALRTP_LOCAL void retryFecPackets();
     // Tries one stored FEC packet and drops it once it is spent.
@@ -477,14 +432,12 @@ private:
     // Makes fragments of `pieceSize` bytes, the last of 1 to `pieceSize`.
     TALRTP_LOCAL void makeOwnFuaPackets(_uint32_t timestamp, int size, const unsigned char* data,
                                         int pieceSize, int packetCount, CTalRtpPacket* packets);
-    // Records a packet under its timestamp and its unit. **Lends** the unit's record; null without a start.
-    TALRTP_LOCAL stTalRtpDataInfo* updateOwnDataInfo(unsigned int timestamp, unsigned short seq, bool starts,
-                                                     bool ends);
     // Records a stored packet. **Lends** its unit's record; null without a start.
-    TALRTP_LOCAL stTalRtpDataInfo* recordOwnPacket(const CTalRtpPacket& packet, unsigned int timestamp,
+    TALRTP_LOCAL stTalRtpDataInfo* recordOwnPacket(const stPayloadHead& head, unsigned int timestamp,
                                                    unsigned short seq);
     // Deals a recorded packet.
-    TALRTP_LOCAL void dealOwnPacket(CTalRtpPacket* packet, const stTalRtpDataInfo* unit);
+    TALRTP_LOCAL void dealOwnPacket(const stPayloadHead& head, CTalRtpPacket* packet,
+                                    const stTalRtpDataInfo* unit);
     // Returns the bytes of fragment data in a run, up to the first gap.
     TALRTP_LOCAL _uint64_t fragmentRunSize(unsigned short start, unsigned short end) const;
 };

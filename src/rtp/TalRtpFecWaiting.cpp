@@ -118,8 +118,7 @@ _uint32_t xorMaskWindow(_uint32_t mask) {
 
 class CFecGroups {
 public:
-    CFecGroups(const CSequenceSet& media, const CSequenceSet& fec, _uint64_t& steps,
-               unsigned int& readyCount);
+    CFecGroups(CNumberSet media, CNumberSet fec, _uint64_t& steps, unsigned int& readyCount);
 
     bool isEmpty() const { return m_filedCount == 0; }
 
@@ -221,8 +220,8 @@ private:
     Id takeReady(Id id, _uint32_t missing);
     void takeAll(Id id);
 
-    const CSequenceSet& m_media;
-    const CSequenceSet& m_fec;
+    const CNumberSet m_media;
+    const CNumberSet m_fec;
     _uint64_t& m_steps;
     unsigned int& m_readyCount;
     _uint32_t m_random;  // out of a sender's sight, so that nobody outside can guess the trees
@@ -235,8 +234,7 @@ private:
     CPageBits m_readyPages;  // the FEC pages with numbers that are ready
 };
 
-CFecGroups::CFecGroups(const CSequenceSet& media, const CSequenceSet& fec, _uint64_t& steps,
-                       unsigned int& readyCount)
+CFecGroups::CFecGroups(CNumberSet media, CNumberSet fec, _uint64_t& steps, unsigned int& readyCount)
     : m_media(media),
       m_fec(fec),
       m_steps(steps),
@@ -958,7 +956,7 @@ void CFecGroups::takeReadyAround(_uint16_t seq) {
 
 // --- What a session calls ---
 
-CFecWaiting::CFecWaiting(const CSequenceSet& media, const CSequenceSet& fec, _uint64_t& steps)
+CFecWaiting::CFecWaiting(CNumberSet media, CNumberSet fec, _uint64_t& steps)
     : m_media(media), m_fec(fec), m_steps(steps) {}
 
 CFecWaiting::~CFecWaiting() = default;

@@ -32,13 +32,13 @@
 #include <memory>
 
 #include "TalRtpPacketLayout.h"
-#include "TalRtpSequenceSet.h"
+#include "receive/NumberTable.h"
 
 namespace talrtp {
 
 class CFecGroups;
 
-// Turns the mask of an XOR FEC packet round into the order of `CSequenceSet::window`: bit 0 for the first
+// Turns the mask of an XOR FEC packet round into the order of `CNumberSet::window`: bit 0 for the first
 // packet.
 _uint32_t xorMaskWindow(_uint32_t mask);
 
@@ -46,7 +46,7 @@ class CFecWaiting {
 public:
     // `media` and `fec` hold the numbers of the packets that are at hand; they are read whenever something
     // arrives.
-    CFecWaiting(const CSequenceSet& media, const CSequenceSet& fec, _uint64_t& steps);
+    CFecWaiting(CNumberSet media, CNumberSet fec, _uint64_t& steps);
     ~CFecWaiting();
     CFecWaiting(const CFecWaiting&) = delete;
     CFecWaiting& operator=(const CFecWaiting&) = delete;
@@ -96,8 +96,8 @@ private:
     CFecGroups& makeGroups();
     void rest();
 
-    const CSequenceSet& m_media;
-    const CSequenceSet& m_fec;
+    const CNumberSet m_media;
+    const CNumberSet m_fec;
     _uint64_t& m_steps;
     std::unique_ptr<CFecGroups> m_groups;  // null while nothing was filed for long
     unsigned int m_readyCount = 0;

@@ -9,10 +9,14 @@
 #include <memory>
 #include <new>
 
+#include "TalRtpPacketAccess.h"
 #include "TalRtpPacketLayout.h"
 #include "TalRtpRandom.h"
 #include "TalRtpReceiveIndex.h"
 #include "TalRtpTraceLine.h"
+#include "memory/NodePool.h"
+#include "receive/Prefetch.h"
+#include "wire/H264Payload.h"
 
 namespace talrtp {
 
@@ -23,14 +27,6 @@ constexpr _uint32_t kDefaultFecPayloadType = 111;
 
 // A timestamp ages out when this many milliseconds have passed since its last packet: more than 5000.
 constexpr _uint64_t kMaxAgeMs = 5000;
-
-// **Returns** an index over `pool`, which is freed when there is no memory for one.
-CReceiveIndex* makeIndex(CNodePool* pool) {
-    std::unique_ptr<CNodePool> owned(pool);
-    CReceiveIndex* const index = new CReceiveIndex();
-    static_cast<void>(owned.release());
-    return index;
-}
 
 bool isStale(const stTalRtpTSInfo& info, _uint64_t now) {
     // Compatibility: unsigned, so that a host clock that steps back ages everything out at once.
@@ -44,7 +40,7 @@ bool isStale(const stTalRtpTSInfo& info, _uint64_t now) {
 ITalRTPSession::~ITalRTPSession() = default;
 
 CMMRTPSessionBase::CMMRTPSessionBase(ITalRTPSessionSink* pSink, unsigned int sourceId)
-    : CMMRTPSessionBase(pSink, sourceId, new CNodePool) {}
+    : CMMRTPSessionBase(pSink, sourceId, new CPagedNodePool) {}
 
 // `pool` is **taken**; the lists need it before the members behind them exist.
 CMMRTPSessionBase::CMMRTPSessionBase(ITalRTPSessionSink* pSink, unsigned int sourceId, CNodePool* pool)
@@ -77,7 +73,10 @@ CMMRTPSessionBase::CMMRTPSessionBase(ITalRTPSessionSink* pSink, unsigned int sou
       m_recoveredMediaPacketBytes(0),
       m_deliveredDataBytes(0),
       m_pool(pool),
-      m_index(makeIndex(pool)) {
+      m_index(nullptr) {
+    std::unique_ptr<CPagedNodePool> owned(static_cast<CPagedNodePool*>(pool));  // until there is an index
+    m_index = new CReceiveIndex(pool, m_mediaPacketList, m_fecPacketList, m_tsInfoList);
+    static_cast<void>(owned.release());
     RsMapRetain();
 }
 
@@ -88,7 +87,7 @@ CMMRTPSessionBase::~CMMRTPSessionBase() {
     RsMapRelease();
     // The lists, destroyed after this, are empty: no node of the pool is in use.
     delete m_index;
-    delete m_pool;
+    delete static_cast<CPagedNodePool*>(m_pool);
 }
 
 int CMMRTPSessionBase::SetPayloadType(unsigned long payloadType, unsigned long fecPayloadType) {
@@ -224,7 +223,7 @@ int CMMRTPSessionBase::inputReceivedMediaPacket(CTalRtpPacket* packet) {
                   "CMMRTPSessionBase::inputReceivedMediaPacket invalid parameter: packet = " << packet);
         return -1;
     }
-    if (m_mediaPacketList.size() == CSequenceSet::kNumbers) {
+    if (m_index->media.isFull()) {
         checkAllLists();  // every packet is a duplicate now, and nothing else would ever age out again
     }
     const _uint16_t seq = packet->get_sequence_number();
@@ -245,16 +244,21 @@ void CMMRTPSessionBase::takeMediaPacket(CTalRtpPacket* packet, _uint64_t& counte
     const _uint32_t timestamp = packet->get_timestamp();
     const _uint16_t seq = packet->get_sequence_number();
     const _uint64_t size = static_cast<_uint64_t>(packet->get_buffer_size());
-    storeMediaPacket(packet, seq);
+    CMMRTPSession4SVC* const own = ownClass();
+    // The library made the packets of its own class, so their sizes tell where the payload is. For a derived
+    // class a packet is a unit by itself until its hooks were asked.
+    const stPayloadHead head =
+        own != nullptr ? stPayloadHead(CPacketAccess::payload(*packet), packet->get_payload_size())
+                       : stPayloadHead(nullptr, 0);
+    m_index->addMedia(seq, packet, own == nullptr || head.starts(), own == nullptr || head.ends());
     ++counter;
     byteCounter += size;
-    CMMRTPSession4SVC* const own = ownClass();
     const stTalRtpDataInfo* unit = nullptr;
     try {
         if (own != nullptr) {
-            unit = own->recordOwnPacket(*packet, timestamp, seq);
+            unit = own->recordOwnPacket(head, timestamp, seq);
         } else {
-            m_index->setUnitBounds(seq, isStartSeq(seq), isEndSeq(seq));
+            m_index->media.setUnitBounds(seq, isStartSeq(seq), isEndSeq(seq));
             updateMediaDataInfo(timestamp, seq);
         }
     } catch (...) {
@@ -264,73 +268,35 @@ void CMMRTPSessionBase::takeMediaPacket(CTalRtpPacket* packet, _uint64_t& counte
         throw;
     }
     if (own != nullptr) {
-        own->dealOwnPacket(packet, unit);
+        own->dealOwnPacket(head, packet, unit);
     } else {
         dealPacket(packet);
     }
 }
 
-// **Takes** `packet` into the media list and the index, which is told its place in a unit afterwards. When
-// memory is short, the packet is destroyed and std::bad_alloc passes.
-void CMMRTPSessionBase::storeMediaPacket(CTalRtpPacket* packet, unsigned short seq) {
-    std::unique_ptr<CTalRtpPacket> owned(packet);
-    ++m_index->steps;
-    m_index->media.reserve(seq);
-    const auto place = CReceiveIndex::placeFor(seq, m_mediaPacketList, m_index->mediaNumbers, m_index->media);
-    const auto entry = m_mediaPacketList.emplace_hint(place, seq, packet);
-    entry->second = owned.release();  // an entry that held null is filled
-    m_index->addMedia(seq, packet, entry);
-    m_index->know(seq);
-}
-
 // Destroys a packet that was stored last and could not be recorded, and forgets its note if there is one.
 void CMMRTPSessionBase::dropMediaPacket(unsigned int timestamp, unsigned short seq) {
-    const stMediaSlot& slot = m_index->media.peek(seq);
-    delete slot.packet;
-    m_mediaPacketList.extract(slot.entry);
     m_index->removeMedia(seq);
-    stTalRtpTSRecord* const record = findTSRecord(timestamp);
-    if (record != nullptr && !record->mediaSeqList.empty() && record->mediaSeqList.back() == seq) {
-        record->mediaSeqList.pop_back();
-    }
+    m_index->records.forgetLastMedia(timestamp, seq);
 }
 
 CTalRtpPacket* CMMRTPSessionBase::getMediaPacketBySeq(unsigned short seq) const {
-    return m_index->media.peek(seq).packet;
+    return m_index->media.find(seq);
 }
 
 void CMMRTPSessionBase::updateMediaDataInfo(unsigned int timestamp, unsigned short seq) {
-    stTalRtpTSRecord* const record = noteMediaPacket(timestamp, seq);
+    stTalRtpTSRecord* const record = m_index->records.noteMedia(timestamp, seq, m_lastReceivedTime);
     unsigned short startSeq = 0;
     if (record == nullptr || !findStartSeq(seq, startSeq)) {
         return;
     }
-    stTalRtpDataInfo* const unit = findOrMakeDataInfo(record, startSeq);
+    stTalRtpDataInfo* const unit = m_index->records.findOrMakeUnit(record, startSeq);
     if (unit == nullptr || unit->complete) {
         return;
     }
     unsigned short endSeq = 0;
     const bool isComplete = findEndSeq(startSeq, endSeq);
-    growUnit(*unit, endSeq, isComplete);
-}
-
-// Records a packet under its timestamp. **Lends** the record; null when the list holds a null record.
-stTalRtpTSRecord* CMMRTPSessionBase::noteMediaPacket(unsigned int timestamp, unsigned short seq) {
-    stTalRtpTSRecord* const record = findOrMakeTSRecord(timestamp);
-    if (record != nullptr) {
-        record->mediaSeqList.push_back(seq);
-        m_index->ageOrder.touch(record, m_lastReceivedTime);
-    }
-    return record;
-}
-
-// Lets a unit span up to `endSeq`, unless it spans more.
-void CMMRTPSessionBase::growUnit(stTalRtpDataInfo& unit, unsigned short endSeq, bool isComplete) {
-    const int span = static_cast<unsigned short>(endSeq - unit.startSeq) + 1;
-    if (span >= unit.packetCount) {
-        unit.packetCount = span;
-        unit.complete = isComplete;
-    }
+    CTimestampRecords::grow(*unit, endSeq, isComplete);
 }
 
 stTalRtpDataInfo* CMMRTPSessionBase::getMediaDataInfo(unsigned int timestamp, unsigned short seq) {
@@ -338,110 +304,8 @@ stTalRtpDataInfo* CMMRTPSessionBase::getMediaDataInfo(unsigned int timestamp, un
     if (!findStartSeq(seq, startSeq)) {
         return nullptr;
     }
-    stTalRtpTSRecord* const record = findTSRecord(timestamp);
-    return record != nullptr ? findDataInfo(record, startSeq) : nullptr;
-}
-
-// --- Records of timestamps and units ---
-
-// **Lends** the record of `timestamp`, or null.
-stTalRtpTSRecord* CMMRTPSessionBase::findTSRecord(unsigned int timestamp) const {
-    if (m_index->lastRecord != nullptr && m_index->lastRecord->timestamp == timestamp) {
-        return m_index->lastRecord;
-    }
-    m_index->countSearch(m_tsInfoList.size());
-    const auto entry = m_tsInfoList.find(timestamp);
-    return entry != m_tsInfoList.end() ? static_cast<stTalRtpTSRecord*>(entry->second) : nullptr;
-}
-
-// **Lends** the record of `timestamp`, made now if there is none; null when the list holds a null record.
-stTalRtpTSRecord* CMMRTPSessionBase::findOrMakeTSRecord(unsigned int timestamp) {
-    if (m_index->lastRecord != nullptr && m_index->lastRecord->timestamp == timestamp) {
-        return m_index->lastRecord;
-    }
-    m_index->countSearch(m_tsInfoList.size());
-    const bool isNewest = m_tsInfoList.empty() || m_tsInfoList.rbegin()->first < timestamp;
-    const auto place = isNewest ? m_tsInfoList.end() : m_tsInfoList.lower_bound(timestamp);
-    if (!isNewest && place->first == timestamp) {
-        m_index->lastRecord = static_cast<stTalRtpTSRecord*>(place->second);
-        return m_index->lastRecord;
-    }
-    stTalRtpTSRecord* const record =
-        new (m_pool->take(sizeof(stTalRtpTSRecord))) stTalRtpTSRecord(timestamp, m_lastReceivedTime, m_pool);
-    try {
-        record->entry = m_tsInfoList.emplace_hint(place, timestamp, record);
-    } catch (...) {
-        record->~stTalRtpTSRecord();
-        m_pool->give(record, sizeof(stTalRtpTSRecord));
-        throw;
-    }
-    m_index->ageOrder.insert(record);
-    m_index->lastRecord = record;
-    return record;
-}
-
-// **Lends** the record of the unit that starts at `startSeq`, or null.
-stTalRtpDataInfo* CMMRTPSessionBase::findDataInfo(stTalRtpTSRecord* record, unsigned short startSeq) const {
-    const stMediaSlot& slot = m_index->media.peek(startSeq);
-    if (slot.unitOwner == record) {
-        return slot.unit;
-    }
-    m_index->countSearch(record->dataInfoMap.size());
-    const auto entry = record->dataInfoMap.find(startSeq);
-    return entry != record->dataInfoMap.end() ? entry->second : nullptr;
-}
-
-// The same, made now if there is none; null when the map holds a null record.
-stTalRtpDataInfo* CMMRTPSessionBase::findOrMakeDataInfo(stTalRtpTSRecord* record, unsigned short startSeq) {
-    const stMediaSlot& known = m_index->media.peek(startSeq);
-    if (known.unitOwner == record) {
-        return known.unit;
-    }
-    auto& units = record->dataInfoMap;
-    m_index->countSearch(units.size());
-    const bool isLast = units.empty() || units.rbegin()->first < startSeq;
-    const auto place = isLast ? units.end() : units.lower_bound(startSeq);
-    stTalRtpDataInfo* unit;
-    if (!isLast && place->first == startSeq) {
-        unit = place->second;
-    } else {
-        unit = new (m_pool->take(sizeof(stTalRtpDataInfo))) stTalRtpDataInfo{startSeq, 1, false, false};
-        try {
-            units.emplace_hint(place, startSeq, unit);
-        } catch (...) {
-            m_pool->give(unit, sizeof(stTalRtpDataInfo));
-            throw;
-        }
-    }
-    if (known.packet != nullptr) {
-        stMediaSlot& slot = m_index->media[startSeq];
-        slot.unit = unit;
-        slot.unitOwner = record;
-    }
-    return unit;
-}
-
-// Frees a record that is no more in the list of timestamps, with the records of its units. The FEC packets
-// that it notes have left the index, or leave it before anybody looks at their notes.
-void CMMRTPSessionBase::freeTSRecord(stTalRtpTSRecord* record) {
-    for (const auto& entry : record->dataInfoMap) {
-        ++m_index->steps;
-        if (m_index->media.peek(entry.first).unitOwner == record) {
-            stMediaSlot& slot = m_index->media[entry.first];
-            slot.unit = nullptr;
-            slot.unitOwner = nullptr;
-        }
-        if (entry.second != nullptr) {
-            m_pool->give(entry.second, sizeof(stTalRtpDataInfo));
-        }
-    }
-    m_index->ageOrder.remove(record);
-    m_index->openUnit = stOpenUnit();
-    if (m_index->lastRecord == record) {
-        m_index->lastRecord = nullptr;
-    }
-    record->~stTalRtpTSRecord();
-    m_pool->give(record, sizeof(stTalRtpTSRecord));
+    const stTalRtpTSRecord* const record = m_index->records.find(timestamp);
+    return record != nullptr ? m_index->records.findUnit(record, startSeq) : nullptr;
 }
 
 // --- Delivery ---
@@ -480,7 +344,7 @@ void CMMRTPSessionBase::deliverPacket(CTalRtpPacket* packet) {
 
 int CMMRTPSessionBase::ForceHandover(unsigned long timestamp) {
     m_index->isShort = false;
-    const stTalRtpTSRecord* const record = findTSRecord(static_cast<_uint32_t>(timestamp));
+    const stTalRtpTSRecord* const record = m_index->records.find(static_cast<_uint32_t>(timestamp));
     if (record == nullptr) {
         return 1;
     }
@@ -519,14 +383,14 @@ bool CMMRTPSessionBase::isEndSeq(unsigned short /*seq*/) {
 
 void CMMRTPSessionBase::checkAllLists() {
     m_index->handover.age(m_lastReceivedTime, kMaxAgeMs);
-    const CAgeOrder& order = m_index->ageOrder;
+    const CAgeOrder& order = m_index->records.order();
     while (order.oldest() != nullptr && isStale(*order.oldest(), m_lastReceivedTime)) {
         ageOut(order.oldest());
     }
-    // Behind a clock that stepped back lie the timestamps that seem to come from its future.
+    // After the clock stepped back, records newer than now count as stale too.
     stTalRtpTSRecord* record = order.newest();
     while (record != nullptr && record->updateTime > m_lastReceivedTime) {
-        ++m_index->steps;
+        ++m_index->meter.steps;
         stTalRtpTSRecord* const older = record->older;
         if (isStale(*record, m_lastReceivedTime)) {
             ageOut(record);
@@ -538,42 +402,26 @@ void CMMRTPSessionBase::checkAllLists() {
 // Frees a timestamp with its packets.
 void CMMRTPSessionBase::ageOut(stTalRtpTSRecord* record) {
     prefetch(record->newer);  // ages out next
-    m_index->steps += record->mediaSeqList.size() + record->fecSeqList.size();
+    m_index->meter.steps += record->mediaSeqList.size() + record->fecSeqList.size();
     for (const _uint16_t seq : record->mediaSeqList) {
-        m_index->prefetchBehind(seq);
-        const stMediaSlot& slot = m_index->media.peek(seq);
-        if (slot.packet != nullptr) {
-            delete slot.packet;
-            m_mediaPacketList.extract(slot.entry);  // as erase, without the search for the next one
-            m_index->removeMedia(seq);
-        }
+        m_index->media.prefetchAgeing(seq);
+        m_index->removeMedia(seq);
     }
     for (const _uint16_t seq : record->fecSeqList) {
-        eraseFecPacket(seq);
+        m_index->fec.remove(seq);
     }
-    m_tsInfoList.extract(record->entry);
-    freeTSRecord(record);
+    m_index->records.remove(record);
 }
 
 void CMMRTPSessionBase::clearAllList() {
-    while (stTalRtpTSRecord* const record = m_index->ageOrder.oldest()) {
-        freeTSRecord(record);
+    m_index->records.clear();
+    for (auto entry = m_mediaPacketList.begin(); entry != m_mediaPacketList.end();) {
+        const _uint16_t seq = entry->first;
+        ++entry;
+        m_index->removeMedia(seq);
     }
-    m_tsInfoList.clear();
-    for (const auto& entry : m_mediaPacketList) {
-        delete entry.second;
-        if (m_index->media.peek(entry.first).packet != nullptr) {
-            m_index->removeMedia(entry.first);
-        }
-    }
-    m_mediaPacketList.clear();
-    for (const auto& entry : m_fecPacketList) {
-        delete entry.second;
-        if (m_index->fec.peek(entry.first).packet != nullptr) {
-            m_index->removeFec(entry.first);
-        }
-    }
-    m_fecPacketList.clear();
+    m_mediaPacketList.clear();  // of null entries
+    m_index->fec.clear();
     for (const auto& entry : m_recoverPacketList) {
         delete entry.second;
         m_index->forget(entry.first);

@@ -40,7 +40,7 @@ constexpr _uint16_t kLastNumber = 0xffff;  // the next one is 0
 // **Lends** the media packet of a known number: stored, or rebuilt and not dealt yet.
 const CTalRtpPacket& knownPacket(_uint16_t seq, const CReceiveIndex& index,
                                  const CMMRTPSessionBase::PacketMap& rebuilt) {
-    const CTalRtpPacket* const stored = index.media.peek(seq).packet;
+    const CTalRtpPacket* const stored = index.media.find(seq);
     return stored != nullptr ? *stored : *rebuilt.find(seq)->second;
 }
 
@@ -91,97 +91,38 @@ int CMMRTPSessionBase::inputReceivedFECPacket(CTalRtpPacket* fecPacket) {
 bool CMMRTPSessionBase::keepFecPacket(CTalRtpPacket* fecPacket) {
     const _uint16_t seq = fecPacket->get_sequence_number();
     try {
-        storeFecPacket(fecPacket);
+        m_index->fec.add(seq, fecPacket, m_fecType);
         updateFECListInfo(fecPacket->get_timestamp(), seq);
         return true;
     } catch (const std::bad_alloc&) {
-        eraseFecPacket(seq);
+        m_index->fec.remove(seq);
         return false;
     }
 }
 
-// **Takes** `fecPacket` into the FEC list, the index and the groups that wait. When memory is short,
-// std::bad_alloc passes, and the packet is either destroyed or stored without a group.
-void CMMRTPSessionBase::storeFecPacket(CTalRtpPacket* fecPacket) {
-    std::unique_ptr<CTalRtpPacket> owned(fecPacket);
-    const _uint16_t seq = fecPacket->get_sequence_number();
-    ++m_index->steps;
-    m_index->fec.reserve(seq);
-    const auto place = CReceiveIndex::placeFor(seq, m_fecPacketList, m_index->fecNumbers, m_index->fec);
-    const auto entry = m_fecPacketList.emplace_hint(place, seq, fecPacket);
-    entry->second = owned.release();  // an entry that held null is filled
-    if (m_index->fecTypeAtStore != m_fecType) {
-        m_index->retryEveryFec |= !m_index->fecNumbers.isEmpty();
-        m_index->fecTypeAtStore = m_fecType;
-    }
-    m_index->fec.claim(seq) = stFecSlot{fecPacket, entry, nullptr, stTalRtpTSInfo::SeqList::iterator()};
-    m_index->fecNumbers.insert(seq);
-    m_index->waiting.fecArrived(seq);
-    if (const auto* const xorPacket = dynamic_cast<const CRTPFECPacket*>(fecPacket)) {
-        m_index->waiting.addXor(seq, xorPacket->get_fec_sequence_number_base(), xorPacket->get_fec_mask());
-    } else if (const auto* const rsPacket = dynamic_cast<const CRTPRSPacket*>(fecPacket)) {
-        const _uint16_t fecBase = static_cast<_uint16_t>(seq - rsPacket->get_rs_index());
-        m_index->waiting.addRs(seq, rsPacket->get_rs_sequence_number_base(), rsPacket->get_rs_mask(), fecBase,
-                               rsPacket->get_rs_count());
-    }
-}
-
-// Destroys the FEC packet stored under `seq`, if there is one, and takes it out of the FEC list and the
-// index.
-void CMMRTPSessionBase::eraseFecPacket(unsigned short seq) {
-    const stFecSlot& slot = m_index->fec.peek(seq);
-    if (slot.packet == nullptr) {
-        return;
-    }
-    delete slot.packet;
-    m_fecPacketList.extract(slot.entry);
-    m_index->removeFec(seq);
-}
-
 CTalRtpPacket* CMMRTPSessionBase::getFECPacketBySeq(unsigned short seq) const {
-    return m_index->fec.peek(seq).packet;
+    return m_index->fec.find(seq);
 }
 
 void CMMRTPSessionBase::updateFECListInfo(unsigned int timestamp, unsigned short seq) {
-    stTalRtpTSRecord* const record = findOrMakeTSRecord(timestamp);
-    if (record == nullptr) {
-        return;
-    }
-    record->fecSeqList.push_back(seq);
-    m_index->ageOrder.touch(record, m_lastReceivedTime);
-    const stFecSlot& known = m_index->fec.peek(seq);
-    // Of several equal notes the slot knows the first.
-    if (known.packet != nullptr && known.owner != record) {
-        stFecSlot& slot = m_index->fec[seq];
-        slot.owner = record;
-        slot.note = std::prev(record->fecSeqList.end());
+    stTalRtpTSRecord* const record = m_index->records.findOrMake(timestamp, m_lastReceivedTime);
+    if (record != nullptr) {
+        m_index->fec.note(record, seq);
+        m_index->records.touch(record, m_lastReceivedTime);
     }
 }
 
 void CMMRTPSessionBase::removeFECInfoFromList(unsigned int timestamp, unsigned short seq) {
-    stTalRtpTSRecord* const record = findTSRecord(timestamp);
-    if (record == nullptr) {
-        return;
-    }
-    stTalRtpTSInfo::SeqList& notes = record->fecSeqList;
-    const stFecSlot& slot = m_index->fec.peek(seq);
-    if (slot.owner == record) {
-        notes.erase(slot.note);
-        m_index->fec[seq].owner = nullptr;
-        return;
-    }
-    // Only a derived class can have noted a number that the slot does not know.
-    m_index->steps += notes.size();
-    const auto note = std::find(notes.begin(), notes.end(), seq);
-    if (note != notes.end()) {
-        notes.erase(note);
+    stTalRtpTSRecord* const record = m_index->records.find(timestamp);
+    if (record != nullptr) {
+        m_index->fec.forgetNote(record, seq);
     }
 }
 
 // --- The cycle ---
 
 void CMMRTPSessionBase::recoverPacketWithFEC() {
-    if (m_index->hasFecWork(m_fecType)) {
+    if (m_index->fec.hasWork(m_fecType)) {
         retryFecPackets();
     }
     if (!m_recoverPacketList.empty()) {
@@ -189,17 +130,13 @@ void CMMRTPSessionBase::recoverPacketWithFEC() {
     }
 }
 
-// Tries the stored FEC packets in ascending order. Those that wait for more than has come would change
-// nothing and are passed over, unless the FEC type changed: packets of the other kind have nothing more to
-// give.
+// Tries the stored FEC packets in ascending order.
 void CMMRTPSessionBase::retryFecPackets() {
-    const bool isEvery = m_index->retryEveryFec || m_index->fecTypeAtStore != m_fecType;
-    m_index->retryEveryFec = false;
-    m_index->fecTypeAtStore = m_fecType;
+    const bool isEveryDue = m_index->fec.beginRound(m_fecType);
     _uint16_t seq = 0;
-    while (isEvery ? m_index->fecNumbers.findUpward(seq, seq) : m_index->waiting.findReady(seq, seq)) {
-        ++m_index->steps;
-        m_index->prefetchFecAfter(seq);
+    while (m_index->fec.findNextTry(isEveryDue, seq)) {
+        ++m_index->meter.steps;
+        m_index->fec.prefetchAfter(seq);
         retryFecPacket(seq);
         if (seq == kLastNumber) {
             return;
@@ -213,12 +150,12 @@ void CMMRTPSessionBase::retryFecPacket(unsigned short seq) {
     bool keep = false;
     recoverPacketWithFEC(fecPacket, keep);
     if (keep) {
-        m_index->waiting.waitAgain(seq);
+        m_index->fec.waitAgain(seq);
         return;
     }
     // NOLINTNEXTLINE(clang-analyzer-core.CallAndMessage): only numbers of stored packets are worth trying
     removeFECInfoFromList(fecPacket->get_timestamp(), seq);
-    eraseFecPacket(seq);
+    m_index->fec.remove(seq);
 }
 
 void CMMRTPSessionBase::recoverPacketWithFEC(CTalRtpPacket* fecPacket, bool& keep) {
@@ -310,9 +247,14 @@ CTalRtpPacket* CMMRTPSessionBase::getRecoverPacketBySeq(unsigned short seq) cons
 // destroyed and std::bad_alloc passes.
 void CMMRTPSessionBase::storeRecoveredPacket(unsigned short seq, CTalRtpPacket* packet) {
     std::unique_ptr<CTalRtpPacket> owned(packet);
-    m_recoverPacketList[seq] = packet;
-    static_cast<void>(owned.release());
-    m_index->know(seq);
+    const auto entry = m_recoverPacketList.emplace(seq, nullptr).first;
+    try {
+        m_index->know(seq);
+    } catch (...) {
+        m_recoverPacketList.erase(entry);
+        throw;
+    }
+    entry->second = owned.release();
 }
 
 // --- XOR recovery (RFC 2733, 7) ---
@@ -326,7 +268,7 @@ void CMMRTPSessionBase::recoverPacketWithXORFEC(CRTPFECPacket* fecPacket, bool& 
     }
     const _uint16_t base = fecPacket->get_fec_sequence_number_base();
     const _uint64_t missing =
-        xorMaskWindow(fecPacket->get_fec_mask()) & ~m_index->knownNumbers.window(base, kFecMaskBits);
+        xorMaskWindow(fecPacket->get_fec_mask()) & ~m_index->media.known().window(base, kFecMaskBits);
     if (missing == 0) {
         return;
     }
@@ -384,13 +326,13 @@ CTalRtpPacket* CMMRTPSessionBase::recoverPacket(unsigned short seq, CRTPFECPacke
     if (bodyCapacity < 0) {
         return nullptr;
     }
-    m_index->steps += kFecMaskBits;
+    m_index->meter.steps += kFecMaskBits;
     const _uint16_t base = fecPacket->get_fec_sequence_number_base();
     const CTalRtpPacket* packets[kFecMaskBits];
     int count = 0;
     int length = fecPacket->get_fec_recover_length();
     _uint64_t present =
-        xorMaskWindow(fecPacket->get_fec_mask()) & m_index->knownNumbers.window(base, kFecMaskBits);
+        xorMaskWindow(fecPacket->get_fec_mask()) & m_index->media.known().window(base, kFecMaskBits);
     for (; present != 0; present &= present - 1) {
         const int i = __builtin_ctzll(present);
         packets[count] = &knownPacket(static_cast<_uint16_t>(base + i), *m_index, m_recoverPacketList);
@@ -456,9 +398,9 @@ public:
         if (availableMedia() + mostParity() < packetCount) {
             return false;
         }
-        m_index.steps += static_cast<unsigned int>(packetCount + fecCount);
+        m_index.meter.steps += static_cast<unsigned int>(packetCount + fecCount);
         for (int i = 0; i < packetCount; ++i) {
-            if (m_index.knownNumbers.contains(mediaSeq(i))) {
+            if (m_index.media.known().contains(mediaSeq(i))) {
                 group.listAvailable(i);
             } else {
                 group.listMissing(i);
@@ -494,12 +436,13 @@ public:
 private:
     _uint16_t mediaSeq(int i) const { return static_cast<_uint16_t>(firstSeq + i); }
     int availableMedia() const {
-        return static_cast<int>(m_index.knownNumbers.count(firstSeq, static_cast<unsigned int>(packetCount)));
+        return static_cast<int>(
+            m_index.media.known().count(firstSeq, static_cast<unsigned int>(packetCount)));
     }
     // A bound that costs no look at any packet.
     int mostParity() const {
         const unsigned int stored =
-            m_index.fecNumbers.count(firstFecSeq, static_cast<unsigned int>(fecCount));
+            m_index.fec.numbers().count(firstFecSeq, static_cast<unsigned int>(fecCount));
         return static_cast<int>(stored) + 1;  // this packet may not be stored yet
     }
 
@@ -507,7 +450,7 @@ private:
     // before the FEC type was changed, counts too, so what is returned is read as bytes.
     const CTalRtpPacket* parityPacket(int j) const {
         const _uint16_t seq = static_cast<_uint16_t>(firstFecSeq + j);
-        return seq == fecSeq ? &m_fecPacket : m_index.fec.peek(seq).packet;
+        return seq == fecSeq ? &m_fecPacket : m_index.fec.find(seq);
     }
 
     CReceiveIndex& m_index;
@@ -619,7 +562,7 @@ void CMMRTPSessionBase::recoverPacketWithRSFEC(CRTPRSPacket* fecPacket, bool& ke
         return;
     }
     const ERsRebuilding outcome = group.rebuild(isTraced(TRACE_WARNING));
-    m_index->products += group.products();
+    m_index->meter.products += group.products();
     if (outcome == ERsRebuilding::kTooLong) {
         reportTooLongToDecode(group.largestParity());
     } else if (outcome == ERsRebuilding::kShortOfMemory) {

@@ -17,27 +17,11 @@
 #include "TalRtpPacketAccess.h"
 #include "TalRtpReceiveIndex.h"
 #include "TalRtpTraceLine.h"
+#include "wire/H264Payload.h"
 
 namespace talrtp {
 
 namespace {
-
-constexpr unsigned char kForbiddenAndNriMask = 0xe0;
-constexpr unsigned char kNriMask = 0x60;
-constexpr unsigned char kUnitTypeMask = 0x1f;
-
-constexpr unsigned int kLastSingleType = 23;
-constexpr unsigned int kStapAType = 24;
-constexpr unsigned int kFuAType = 28;
-
-constexpr int kStapAHeaderSize = 1;
-constexpr int kUnitSizeSize = 2;
-constexpr int kMinAggregatedUnit = kUnitSizeSize + 1;
-
-constexpr int kFuHeaderOffset = 1;
-constexpr int kFuHeadersSize = 2;  // FU indicator and FU header
-constexpr unsigned char kFuStartMask = 0x80;
-constexpr unsigned char kFuEndMask = 0x40;
 
 constexpr unsigned char kStartCode[] = {0, 0, 0, 1};
 constexpr int kStartCodeSize = static_cast<int>(sizeof(kStartCode));
@@ -48,40 +32,10 @@ constexpr int kStartCodeSize = static_cast<int>(sizeof(kStartCode));
 #endif
 constexpr int kLargestHandover = TALRTP_LARGEST_HANDOVER;
 
-bool isSingleUnit(unsigned int type) {
-    return type >= 1 && type <= kLastSingleType;
-}
-
 // A payload byte; 0 beyond the end of the payload.
 unsigned char payloadByte(const CTalRtpPacket& packet, int offset) {
     return offset < packet.get_payload_size() ? packet.get_payload_ptr()[offset] : 0;
 }
-
-// The content of a payload.
-enum class PayloadKind { kUnit, kAggregate, kFragment, kUnknown };
-
-// The facts in the first bytes of a payload.
-struct stPayloadHead {
-    stPayloadHead(const unsigned char* payload, int size)
-        : type(size > 0 ? payload[0] & kUnitTypeMask : 0),
-          fuHeader(type == kFuAType && size > kFuHeaderOffset ? payload[kFuHeaderOffset] : 0) {}
-    explicit stPayloadHead(const CTalRtpPacket& packet)
-        : stPayloadHead(packet.get_payload_ptr(), packet.get_payload_size()) {}
-
-    PayloadKind kind() const {
-        return isSingleUnit(type)   ? PayloadKind::kUnit
-               : type == kFuAType   ? PayloadKind::kFragment
-               : type == kStapAType ? PayloadKind::kAggregate
-                                    : PayloadKind::kUnknown;
-    }
-    bool isFragment() const { return type == kFuAType; }
-    bool isUnfragmented() const { return isSingleUnit(type) || type == kStapAType; }
-    bool starts() const { return isUnfragmented() || (fuHeader & kFuStartMask) != 0; }
-    bool ends() const { return isUnfragmented() || (fuHeader & kFuEndMask) != 0; }
-
-    unsigned int type;       // 0 of an empty payload
-    unsigned char fuHeader;  // 0 unless it is a fragment
-};
 
 // Bytes of a fragment after its two headers.
 int fragmentDataSize(const CTalRtpPacket& packet) {
@@ -233,53 +187,23 @@ void CMMRTPSession4SVC::dealPacket(CTalRtpPacket* packet) {
 }
 
 // These two do what `isStartSeq`, `isEndSeq`, `updateMediaDataInfo` and then `dealPacket` do for a packet
-// just stored. No derived class overrides any of them here, so the payload head is read at once, and the
-// record of the unit is looked up once. The first **lends** that record, if the unit's start is known.
-stTalRtpDataInfo* CMMRTPSession4SVC::recordOwnPacket(const CTalRtpPacket& packet, unsigned int timestamp,
+// just stored. No derived class overrides any of them here, so the payload head is read once, and the record
+// of the unit is looked up once. The first **lends** that record, if the unit's start is known.
+stTalRtpDataInfo* CMMRTPSession4SVC::recordOwnPacket(const stPayloadHead& head, unsigned int timestamp,
                                                      unsigned short seq) {
-    // The library made the packet, so its sizes tell where the payload is.
-    const stPayloadHead head(CPacketAccess::payload(packet), packet.get_payload_size());
-    m_index->setUnitBounds(seq, head.starts(), head.ends());
-    return updateOwnDataInfo(timestamp, seq, head.starts(), head.ends());
+    CTimestampRecords& records = m_index->records;
+    stTalRtpTSRecord* const record = records.noteMedia(timestamp, seq, m_lastReceivedTime);
+    return records.growUnitOf(record, seq, head.starts(), head.ends());
 }
 
-void CMMRTPSession4SVC::dealOwnPacket(CTalRtpPacket* packet, const stTalRtpDataInfo* unit) {
-    if (!stPayloadHead(CPacketAccess::payload(*packet), packet->get_payload_size()).isFragment()) {
+void CMMRTPSession4SVC::dealOwnPacket(const stPayloadHead& head, CTalRtpPacket* packet,
+                                      const stTalRtpDataInfo* unit) {
+    if (!head.isFragment()) {
         CMMRTPSession4SVC::dealPacket(packet);
     } else if (unit != nullptr && unit->complete) {
         deliveFUPacket(unit->startSeq, static_cast<unsigned short>(unit->startSeq + unit->packetCount - 1),
                        true);
     }
-}
-
-// Does what `updateMediaDataInfo` does. **Lends** the record of the packet's unit, if its start is known.
-// Only a derived class can put null records into the lists, so there are none.
-stTalRtpDataInfo* CMMRTPSession4SVC::updateOwnDataInfo(unsigned int timestamp, unsigned short seq,
-                                                       bool starts, bool ends) {
-    stTalRtpTSRecord* const record = noteMediaPacket(timestamp, seq);
-    stOpenUnit& open = m_index->openUnit;
-    const unsigned short next = static_cast<unsigned short>(seq + 1);
-    if (open.owner == record && open.next == seq && !starts && !m_index->mediaNumbers.contains(next)) {
-        stTalRtpDataInfo* const unit = open.unit;
-        growUnit(*unit, seq, ends);
-        open = ends ? stOpenUnit() : stOpenUnit{unit, record, next};
-        return unit;
-    }
-    unsigned short start;
-    if (!m_index->findStart(seq, start)) {
-        return nullptr;
-    }
-    stTalRtpDataInfo* const unit = findOrMakeDataInfo(record, start);
-    if (unit->complete) {
-        return unit;
-    }
-    unsigned short end;
-    const bool isComplete = m_index->findEnd(start, end);
-    growUnit(*unit, end, isComplete);
-    if (end == seq && !isComplete) {
-        open = stOpenUnit{unit, record, next};
-    }
-    return unit;
 }
 
 void CMMRTPSession4SVC::forceHandoverPacket(CTalRtpPacket* packet) {
@@ -491,11 +415,11 @@ bool CMMRTPSession4SVC::isEndSeq(unsigned short seq) {
 }
 
 bool CMMRTPSession4SVC::findStartSeq(unsigned short seq, unsigned short& startSeq) {
-    return m_index->findStart(seq, startSeq);
+    return m_index->media.findStart(seq, startSeq);
 }
 
 bool CMMRTPSession4SVC::findEndSeq(unsigned short startSeq, unsigned short& endSeq) {
-    return m_index->findEnd(startSeq, endSeq);
+    return m_index->media.findEnd(startSeq, endSeq);
 }
 
 void CMMRTPSession4SVC::combineFUPacket(CTalRtpPacket* packet) {
@@ -553,9 +477,9 @@ _uint64_t CMMRTPSession4SVC::fragmentRunSize(unsigned short start, unsigned shor
     _uint64_t size = 0;
     const int last = static_cast<unsigned short>(end - start);
     for (int i = 0; i <= last; ++i) {
-        ++m_index->steps;
+        ++m_index->meter.steps;
         const unsigned short seq = static_cast<unsigned short>(start + i);
-        m_index->prefetchRun(seq);
+        m_index->media.prefetchRun(seq);
         const CTalRtpPacket* const packet = getMediaPacketBySeq(seq);
         if (packet == nullptr) {
             TAL_TRACE(WARNING, "CMMRTPSession4SVC::getFUPacketsPayloadSize can't find packet, seq = " << seq);
@@ -594,7 +518,7 @@ void CMMRTPSession4SVC::deliveFUPacket(unsigned short start, unsigned short end,
     target = append(target, first->get_payload_ptr() + kFuHeadersSize, fragmentDataSize(*first));
     const int last = static_cast<unsigned short>(end - start);
     for (int i = 1; i <= last; ++i) {
-        ++m_index->steps;
+        ++m_index->meter.steps;
         const unsigned short seq = static_cast<unsigned short>(start + i);
         const CTalRtpPacket* const packet = getMediaPacketBySeq(seq);
         if (packet == nullptr) {

@@ -1,8 +1,8 @@
 // What AddressSanitizer is told of memory that is used again behind the allocator's back: a block that waits
 // for its next use must not be touched.
 
-#ifndef TALRTP_SRC_TALRTPSANITIZERS_H
-#define TALRTP_SRC_TALRTPSANITIZERS_H
+#ifndef TALRTP_SRC_MEMORY_SANITIZERS_H
+#define TALRTP_SRC_MEMORY_SANITIZERS_H
 
 #include <cstddef>
 
@@ -40,4 +40,4 @@ inline void unpoison(const void* memory, std::size_t size) {
 
 }  // namespace talrtp
 
-#endif  // TALRTP_SRC_TALRTPSANITIZERS_H
+#endif  // TALRTP_SRC_MEMORY_SANITIZERS_H

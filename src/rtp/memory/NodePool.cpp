@@ -1,55 +1,46 @@
-// The node pool of a session: pages of nodes of one size each. A page begins at a multiple of its size, so a
-// node tells its page, and a page whose last node came back serves another size or goes back to the heap.
-//
-//   m_stash[class] -> node -> node -> ...    those that came back last, still in the caches
-//   m_free[class] -> node -> node -> ...     taken when the stash is empty; all of one page
-//   page->returned -> node -> node -> ...    more than the stash has room for
-//
-// The stash holds at most one node for eight in use: enough for most of what ages out at once, so a steady
-// flow touches no page. With no node in use it is empty and keeps no page.
-//
-// A page waits in m_open[class] once a quarter of its nodes came back, and they move to m_free when that is
-// empty. Without the quarter, a flow that takes as many nodes as it gives would find one node in each page.
-
-#include <talrtp/TalRtpSession.h>
+#include "NodePool.h"
 
 #include <cstdint>
 #include <cstdlib>
 #include <new>
 
-#include "TalRtpSanitizers.h"
+#include "Sanitizers.h"
 
 namespace talrtp {
 
 namespace {
 
 constexpr std::size_t kPageSize = 4096;
-constexpr std::size_t kHeapHeader = 16;  // left to the heap, so that pages lie one behind the other
+constexpr std::size_t kSmallPageSize = 1024;
+constexpr unsigned int kSmallPages = 4;  // of a class, before the first that is not small
+constexpr std::size_t kHeapHeader = 16;  // left to the heap, so that pages lie one after the other
 constexpr unsigned int kMaxSpare = 2;    // enough for what a steady flow frees and takes
 constexpr unsigned int kOpenShare = 4;   // a page is open when one node in four came back
 constexpr int kStashShare = 8;           // at most one node in the stash for eight in use
 
 }  // namespace
 
-struct CNodePool::Node {
+struct CPagedNodePool::Node {
     Node* next;
 };
 
-struct alignas(16) CNodePool::Page {
+struct alignas(16) CPagedNodePool::Page {
     Page* next;  // of the open pages of its class, or of the spare ones
     Page* previous;
     Node* returned;  // nodes that came back, one linked to the next
     std::size_t index;
+    std::size_t size;       // of all of it
     unsigned int used;      // nodes that are not among them
     unsigned int settleAt;  // the next value of `used` at which the page changes its place
     bool isOpen;
 
-    // A page begins at a multiple of its size, so the address of a node tells it.
+    // A page begins at a multiple of the page size, so the address of a node tells it.
     static Page* of(void* node) {
         // NOLINTNEXTLINE(performance-no-int-to-ptr)
         return reinterpret_cast<Page*>(reinterpret_cast<std::uintptr_t>(node) & ~(kPageSize - 1));
     }
-    static constexpr std::size_t room() { return kPageSize - kHeapHeader - sizeof(Page); }
+    std::size_t room() const { return size - sizeof(Page); }
+    unsigned int capacity() const { return static_cast<unsigned int>(room() / (index * kGranularity)); }
     void free() {
         unpoison(nodes(), room());
         std::free(this);
@@ -57,9 +48,10 @@ struct alignas(16) CNodePool::Page {
     char* nodes() { return reinterpret_cast<char*>(this + 1); }
 };
 
-CNodePool::CNodePool() : m_stash(), m_free(), m_open(), m_spare(nullptr), m_spareCount(0) {}
+CPagedNodePool::CPagedNodePool()
+    : m_stash(), m_free(), m_open(), m_pagesMade(), m_spare(nullptr), m_spareCount(0) {}
 
-CNodePool::~CNodePool() {
+CPagedNodePool::~CPagedNodePool() {
     for (Node* const node : m_free) {
         if (node != nullptr) {
             Page::of(node)->free();
@@ -72,6 +64,14 @@ CNodePool::~CNodePool() {
 }
 
 void* CNodePool::take(std::size_t size) {
+    return static_cast<CPagedNodePool*>(this)->takeNode(size);
+}
+
+void CNodePool::give(void* node, std::size_t size) {
+    static_cast<CPagedNodePool*>(this)->giveNode(node, size);
+}
+
+inline void* CPagedNodePool::takeNode(std::size_t size) {
     const std::size_t index = (size + kGranularity - 1) / kGranularity;
     if (index >= kClasses) {
         return ::operator new(size);
@@ -94,7 +94,7 @@ void* CNodePool::take(std::size_t size) {
     return node;
 }
 
-void CNodePool::give(void* node, std::size_t size) {
+inline void CPagedNodePool::giveNode(void* node, std::size_t size) {
     const std::size_t index = (size + kGranularity - 1) / kGranularity;
     if (index >= kClasses) {
         ::operator delete(node);
@@ -116,7 +116,7 @@ void CNodePool::give(void* node, std::size_t size) {
 }
 
 // Shrinks the stash, which holds a node or more, by one.
-void CNodePool::giveFromStash(std::size_t index) {
+void CPagedNodePool::giveFromStash(std::size_t index) {
     Stash& stash = m_stash[index];
     Node* const node = stash.first;
     unpoison(node, index * kGranularity);
@@ -126,7 +126,7 @@ void CNodePool::giveFromStash(std::size_t index) {
 }
 
 // **Takes** a node of class `index` that is not in the stash.
-void CNodePool::giveToPage(Node* node, std::size_t index) {
+void CPagedNodePool::giveToPage(Node* node, std::size_t index) {
     Page* const page = Page::of(node);
     Node*& first = m_free[index];
     if (first != nullptr && Page::of(first) == page) {
@@ -144,49 +144,52 @@ void CNodePool::giveToPage(Node* node, std::size_t index) {
 }
 
 // Makes nodes ready to be taken. Throws std::bad_alloc when memory is short.
-void CNodePool::refill(std::size_t index) {
+void CPagedNodePool::refill(std::size_t index) {
     Page* page = m_open[index];
     if (page != nullptr) {
         unlink(page);
     } else {
         page = makePage(index);
     }
-    const unsigned int capacity = static_cast<unsigned int>(Page::room() / (index * kGranularity));
+    const unsigned int capacity = page->capacity();
     m_free[index] = page->returned;
     page->returned = nullptr;
     page->used = capacity;
     page->settleAt = capacity - (capacity + kOpenShare - 1) / kOpenShare;
 }
 
-// **Lends** a page of which every node came back.
-CNodePool::Page* CNodePool::makePage(std::size_t index) {
+// **Lends** a page of which every node came back. Throws std::bad_alloc when memory is short.
+CPagedNodePool::Page* CPagedNodePool::makePage(std::size_t index) {
     Page* page = m_spare;
+    std::size_t size = (m_pagesMade[index] < kSmallPages ? kSmallPageSize : kPageSize) - kHeapHeader;
     if (page != nullptr) {
         m_spare = page->next;
         --m_spareCount;
-        unpoison(page->nodes(), Page::room());
+        size = page->size;
+        unpoison(page->nodes(), page->room());
     } else {
         void* memory = nullptr;
-        if (posix_memalign(&memory, kPageSize, kPageSize - kHeapHeader) != 0) {
+        if (posix_memalign(&memory, kPageSize, size) != 0) {
             throw std::bad_alloc();
         }
         page = static_cast<Page*>(memory);
     }
-    *page = Page{nullptr, nullptr, nullptr, index, 0, 0, false};
+    *page = Page{nullptr, nullptr, nullptr, index, size, 0, 0, false};
+    ++m_pagesMade[index];
     const std::size_t nodeSize = index * kGranularity;
-    std::size_t count = Page::room() / nodeSize;  // at least one
+    std::size_t count = page->capacity();  // at least one
     do {
         --count;
         Node* const node = reinterpret_cast<Node*>(page->nodes() + count * nodeSize);
         node->next = page->returned;
         page->returned = node;
     } while (count > 0);
-    poison(page->nodes(), Page::room());
+    poison(page->nodes(), page->room());
     return page;
 }
 
 // Opens a page of which a quarter came back; puts one aside of which everything did.
-void CNodePool::settle(Page* page) {
+void CPagedNodePool::settle(Page* page) {
     if (page->used == 0) {
         if (page->isOpen) {
             unlink(page);
@@ -199,7 +202,7 @@ void CNodePool::settle(Page* page) {
 }
 
 // **Takes** a page without nodes in use.
-void CNodePool::givePage(Page* page) {
+void CPagedNodePool::givePage(Page* page) {
     if (m_spareCount == kMaxSpare) {
         page->free();
         return;
@@ -209,7 +212,7 @@ void CNodePool::givePage(Page* page) {
     ++m_spareCount;
 }
 
-void CNodePool::link(Page* page) {
+void CPagedNodePool::link(Page* page) {
     Page*& first = m_open[page->index];
     page->next = first;
     page->previous = nullptr;
@@ -220,7 +223,7 @@ void CNodePool::link(Page* page) {
     first = page;
 }
 
-void CNodePool::unlink(Page* page) {
+void CPagedNodePool::unlink(Page* page) {
     if (page->next != nullptr) {
         page->next->previous = page->previous;
     }

@@ -1,0 +1,141 @@
+#include "MediaStore.h"
+
+#include <memory>
+
+#include "../TalRtpPacketLayout.h"
+#include "Prefetch.h"
+
+namespace talrtp {
+
+bool CMediaStore::add(_uint16_t seq, CTalRtpPacket* packet, bool starts, bool ends) {
+    std::unique_ptr<CTalRtpPacket> owned(packet);
+    ++m_meter.steps;
+    m_slots.reserve(seq);
+    const auto entry = m_list.emplace_hint(placeFor(seq), seq, packet);
+    entry->second = owned.release();  // an entry that held null is filled
+    const bool isNew = !m_slots.contains(kKnown, seq);
+    if (isNew) {
+        m_slots.claim(seq);
+    }
+    m_slots[seq] = Slot{packet, entry, nullptr, nullptr};
+    m_slots.assign(seq, setsOfStored(starts, ends));
+    return isNew;
+}
+
+// Where an entry for `seq` belongs in the list: before the next higher number.
+CMediaStore::List::iterator CMediaStore::placeFor(_uint16_t seq) const {
+    if (m_list.empty() || m_list.rbegin()->first < seq) {
+        return m_list.end();
+    }
+    _uint16_t higher;
+    return m_slots.findUpward(kStored, seq, higher) ? m_slots.peek(higher).entry : m_list.end();
+}
+
+void CMediaStore::setUnitBounds(_uint16_t seq, bool starts, bool ends) {
+    m_slots.assign(seq, setsOfStored(starts, ends));
+}
+
+bool CMediaStore::remove(_uint16_t seq) {
+    const Slot& slot = m_slots.peek(seq);
+    if (slot.packet == nullptr) {
+        return false;
+    }
+    delete slot.packet;
+    m_list.extract(slot.entry);  // as erase, without the search for the next one
+    m_slots.release(seq);
+    return true;
+}
+
+bool CMediaStore::know(_uint16_t seq) {
+    if (m_slots.contains(kKnown, seq)) {
+        return false;
+    }
+    m_slots.reserve(seq);
+    m_slots.claim(seq);
+    m_slots.assign(seq, CNumberSets::kFull | 1u << kKnown);
+    return true;
+}
+
+bool CMediaStore::forget(_uint16_t seq) {
+    if (!m_slots.contains(kKnown, seq) || contains(seq)) {
+        return false;
+    }
+    m_slots.release(seq);
+    return true;
+}
+
+bool CMediaStore::findStart(_uint16_t seq, _uint16_t& start) const {
+    _uint16_t stop;
+    if (!m_slots.findPrevious(kStartStops, seq, stop) || !contains(stop)) {
+        return false;
+    }
+    start = stop;
+    return true;
+}
+
+bool CMediaStore::findEnd(_uint16_t start, _uint16_t& end) const {
+    if (!contains(start)) {
+        return false;
+    }
+    _uint16_t stop;
+    if (!m_slots.findNext(kEndStops, start, stop)) {  // every number is stored and none is an end
+        end = static_cast<_uint16_t>(start - 1);
+        return false;
+    }
+    const bool isEnd = contains(stop);
+    end = isEnd ? stop : static_cast<_uint16_t>(stop - 1);
+    return isEnd;
+}
+
+void CMediaStore::setUnit(_uint16_t seq, stTalRtpDataInfo* unit, const stTalRtpTSRecord* owner) {
+    if (contains(seq)) {
+        Slot& slot = m_slots[seq];
+        slot.unit = unit;
+        slot.unitOwner = owner;
+    }
+}
+
+void CMediaStore::forgetUnit(_uint16_t seq, const stTalRtpTSRecord* owner) {
+    if (m_slots.peek(seq).unitOwner == owner) {
+        setUnit(seq, nullptr, nullptr);
+    }
+}
+
+void CMediaStore::prefetchRun(_uint16_t seq) const {
+    constexpr int kFar = 8;
+    prefetch(find(static_cast<_uint16_t>(seq + kFar)));
+    const CTalRtpPacket* const packet = find(seq);
+    if (packet != nullptr) {
+        prefetch(packet->get_buffer());
+    }
+}
+
+void CMediaStore::prefetchAgeing(_uint16_t seq) const {
+    constexpr int kFar = 8;   // its slot is in the caches, as slots lie in a row
+    constexpr int kNear = 4;  // the objects that its slot points to have been fetched since
+    const Slot& far = m_slots.peek(static_cast<_uint16_t>(seq + kFar));
+    if (far.packet != nullptr) {
+        prefetch(far.packet);
+        prefetch(&*far.entry);
+    }
+    if (far.unitOwner != nullptr) {
+        prefetch(far.unit);
+        prefetch(far.unitOwner);
+        prefetch(reinterpret_cast<const unsigned char*>(far.unitOwner) + kCacheLine);
+        prefetch(reinterpret_cast<const unsigned char*>(far.unitOwner) + 2 * kCacheLine);
+    }
+    const Slot& near = m_slots.peek(static_cast<_uint16_t>(seq + kNear));
+    if (near.packet != nullptr) {
+        // What allocators keep beside the bytes.
+        const unsigned char* const bytes = near.packet->get_buffer();
+        prefetch(bytes);
+        prefetch(bytes + near.packet->get_buffer_size() + kSpareSize);
+    }
+    if (near.unitOwner != nullptr) {
+        prefetch(&*near.unitOwner->entry);
+        prefetch(&*near.unitOwner->mediaSeqList.begin());
+        prefetch(&*near.unitOwner->dataInfoMap.begin());
+    }
+}
+
+}  // namespace talrtp

@@ -1,0 +1,103 @@
+// The media packets of a session and the runs that they form. The session's list owns the packets; the store
+// finds them, and the ends of their runs, in constant time:
+//
+//   number        7    8    9   10   11   12   13        F fragment, S its start, E its end,
+//   stored        S    F    F         S    E    U        U whole unit, 10 is missing
+//   findStart     7    7    7    -   11   11   13
+//   findEnd       9!   9!   9!   -   12   12   13        ! no end: the last of the run
+//
+// A search for a start walks down to the first *start stop*: a start, or a number without packet. A search
+// for an end walks up to the first *end stop*. Rebuilt packets that are not dealt yet are known but not
+// stored.
+
+#ifndef TALRTP_SRC_RECEIVE_MEDIASTORE_H
+#define TALRTP_SRC_RECEIVE_MEDIASTORE_H
+
+#include <talrtp/TalRtpSession.h>
+
+#include "AgeOrder.h"
+#include "NumberTable.h"
+#include "StepMeter.h"
+
+namespace talrtp {
+
+class CMediaStore {
+public:
+    typedef CMMRTPSessionBase::PacketMap List;
+
+    // Borrows all for its life. `list` is empty.
+    CMediaStore(List& list, stStepMeter& meter) : m_list(list), m_meter(meter) {}
+
+    // **Lends** the packet stored under `seq`, or null.
+    CTalRtpPacket* find(_uint16_t seq) const { return m_slots.peek(seq).packet; }
+    bool contains(_uint16_t seq) const { return m_slots.contains(kStored, seq); }
+    // Returns whether every number has a packet.
+    bool isFull() const { return m_list.size() == CNumberSets::kNumbers; }
+
+    // **Takes** a packet, which may start and end a unit, under a number that has none. Returns whether the
+    // number was unknown before. Throws std::bad_alloc when memory is short; the packet is destroyed then.
+    bool add(_uint16_t seq, CTalRtpPacket* packet, bool starts, bool ends);
+    // Tells anew whether a stored packet starts and ends a unit.
+    void setUnitBounds(_uint16_t seq, bool starts, bool ends);
+    // Destroys the packet stored under `seq`; the number is not known any more. Returns false when there was
+    // none.
+    bool remove(_uint16_t seq);
+    // Notes that the packet of a number was rebuilt. Returns whether the number was unknown before. Throws
+    // std::bad_alloc when memory is short.
+    bool know(_uint16_t seq);
+    // Notes that a rebuilt packet is gone. Returns false, and does nothing, unless the number was known and
+    // is not stored.
+    bool forget(_uint16_t seq);
+    // The numbers of stored and of rebuilt packets.
+    CNumberSet known() const { return {m_slots, kKnown}; }
+
+    // Finds the start packet nearest to `seq`, at it or before it, in a run without gap. False, with `start`
+    // unchanged, when there is none.
+    bool findStart(_uint16_t seq, _uint16_t& start) const;
+    // Finds the end packet nearest to `start`, at it or after it, in a run without gap. When there is none,
+    // `end` is the last of the run. False then, and when `start` is not stored, with `end` unchanged.
+    bool findEnd(_uint16_t start, _uint16_t& end) const;
+
+    // **Lends** the record of the unit that starts at `seq`, if it is the one that was set last and is kept
+    // under `owner`; else null.
+    stTalRtpDataInfo* unitOf(_uint16_t seq, const stTalRtpTSRecord* owner) const {
+        const Slot& slot = m_slots.peek(seq);
+        return slot.unitOwner == owner ? slot.unit : nullptr;
+    }
+    // Borrows the record of the unit that starts at `seq` until `forgetUnit`. Several timestamps can have
+    // one, since a unit is found across timestamps; the one set last is kept. Does nothing unless `seq` is
+    // stored.
+    void setUnit(_uint16_t seq, stTalRtpDataInfo* unit, const stTalRtpTSRecord* owner);
+    // Forgets the record of the unit that starts at `seq` if it is kept under `owner`.
+    void forgetUnit(_uint16_t seq, const stTalRtpTSRecord* owner);
+
+    // Fetches what a walk over a run, now at `seq`, will read: the packet, and packet objects some numbers
+    // after it.
+    void prefetchRun(_uint16_t seq) const;
+    // Fetches what ageing will touch of the packets some numbers after `seq`, which nobody touched for
+    // seconds.
+    void prefetchAgeing(_uint16_t seq) const;
+
+private:
+    enum : unsigned int { kStored, kKnown, kStartStops, kEndStops };
+    static unsigned int setsOfStored(bool starts, bool ends) {
+        return 1u << kStored | 1u << kKnown | unsigned(starts) << kStartStops | unsigned(ends) << kEndStops;
+    }
+
+    struct Slot {
+        CTalRtpPacket* packet;  // null: nothing is stored under this number
+        List::iterator entry;
+        stTalRtpDataInfo* unit;
+        const stTalRtpTSRecord* unitOwner;
+    };
+
+    List::iterator placeFor(_uint16_t seq) const;
+
+    List& m_list;
+    stStepMeter& m_meter;
+    CNumberTable<Slot> m_slots;  // claimed while the number is known
+};
+
+}  // namespace talrtp
+
+#endif  // TALRTP_SRC_RECEIVE_MEDIASTORE_H
