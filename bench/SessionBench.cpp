@@ -10,6 +10,10 @@
 #include <talrtp/kit/Receiver.h>
 #include <talrtp/talrtp.h>
 
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
+
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
@@ -306,5 +310,60 @@ void receiveWithWaitingFec(benchmark::State& state) {
     }
 }
 BENCHMARK(receiveWithWaitingFec)->ArgName("fec")->Arg(0)->Arg(255)->Iterations(45000);
+
+// --- What a session costs before it has work ---
+
+void makeAndDestroySession(benchmark::State& state) {
+    CountingSink sink;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(makeSession(&sink, talrtp::RTP_FEC_RS));
+    }
+}
+BENCHMARK(makeAndDestroySession);
+
+#ifdef __GLIBC__
+// What the heap has given away, the blocks in malloc's cache of small ones included.
+std::size_t heapBytes() {
+    return mallinfo2().uordblks;
+}
+
+// The bytes of a thousand sessions that sent a unit, for each; and of those that keep ten packets, without
+// the packets' own blocks.
+void sessionBytes(benchmark::State& state, bool isReceiving) {
+    constexpr std::size_t kSessions = 1000;
+    constexpr int kKept = 10;
+    CountingSink sink;
+    std::vector<unsigned char> unit = makeUnit(100);
+    talrtp::CTalRtpPacket packet(1500);
+    double bytes = 0;
+    for (auto _ : state) {
+        std::vector<Session> sessions;
+        sessions.reserve(kSessions);
+        const std::size_t before = heapBytes();
+        while (sessions.size() < kSessions) {
+            sessions.push_back(makeSession(&sink, talrtp::RTP_FEC_RS));
+            sessions.back()->CreateSinglePacket(1, static_cast<int>(unit.size()), unit.data(), &packet);
+            Stream stream(1, kKept);
+            for (int i = 0; isReceiving && i < kKept; ++i) {
+                unsigned char* const datagram = stream.next();
+                sessions.back()->InputReceivedData(datagram, 100, stream.now());
+            }
+        }
+        bytes = static_cast<double>(heapBytes() - before) / kSessions;
+        if (isReceiving) {
+            std::vector<std::unique_ptr<talrtp::CTalRtpPacket>> packets;
+            packets.reserve(kSessions);
+            const std::size_t beforePackets = heapBytes();
+            while (packets.size() < kSessions) {
+                packets.push_back(std::make_unique<talrtp::CTalRtpPacket>(unit.data(), 100));
+            }
+            bytes -= kKept * static_cast<double>(heapBytes() - beforePackets) / kSessions;
+        }
+    }
+    state.counters["bytes"] = bytes;
+}
+BENCHMARK_CAPTURE(sessionBytes, sending, false)->Iterations(3);
+BENCHMARK_CAPTURE(sessionBytes, receiving, true)->Iterations(3);
+#endif
 
 }  // namespace
