@@ -537,7 +537,7 @@ void CFecGroups::fecArrived(_uint16_t seq) {
         [](const FecPage& page) { return page.bases; }, countFrom);
 }
 
-// A packet that left and came again near a waiting group has changed nothing.
+// A packet that left and arrived again near a waiting group has changed nothing.
 void CFecGroups::countMedia(_uint16_t seq) {
     const bool isCounted = takeLeft(seq);
     countBack(static_cast<_uint16_t>(seq - kReach), 2 * kReach + 1);
@@ -654,7 +654,7 @@ _uint32_t CFecGroups::rsKey(const Group& group) {
     return _uint32_t(group.mediaCount) << 24 | _uint32_t(group.rs.fecBase) << 8 | group.fecCount;
 }
 
-// XOR groups that protect the same are apart by their ids: one may have been ready while the other came.
+// XOR groups that protect the same are apart by their ids: one may have been ready when the other was filed.
 template <unsigned int kKind>
 bool CFecGroups::isBefore(Id a, Id b) const {
     if (kKind == kRs) {

@@ -1,28 +1,28 @@
-// Which stored FEC packets may have something new to give.
+// The stored FEC packets that may rebuild something new.
 //
-// A FEC packet is kept while more of its group's packets are missing than its code can do without: 1 for XOR,
-// the number of parity packets m for Reed-Solomon. Trying it again before enough of them came is in vain. An
-// arrival must not cost a look at every group that waits for its number either, for forged groups overlap as
-// their senders like.
+// An FEC packet is kept while more of its group's packets are missing than its code can do without: 1 for
+// XOR, the number of parity packets m for Reed-Solomon. Retrying earlier cannot succeed. An arrival must not
+// cost a look at every group that waits for its number either, since the sender of forged groups chooses how
+// they overlap.
 //
 // Reed-Solomon groups lack a number of packets, their *slack*, and become ready when it reaches 0. The groups
 // over one media base form a tree by their length k, in which each subtree knows its smallest slack. A media
 // packet at distance d from a base lowers the slack of all groups there with k > d: the right part of the
-// tree, noted at log(n) nodes. There are at most 255 such bases. A FEC packet is counted in each of its
-// groups by itself: those begin at most 255 numbers before it, and each was filed for a FEC packet at most
-// 255 numbers behind its begin, so there are at most 511.
+// tree, noted at log(n) nodes. There are at most 255 such bases. An FEC packet is counted in each of its
+// groups by itself: those begin at most 255 numbers before it, and each was filed for an FEC packet at most
+// 255 numbers after its begin, so there are at most 511.
 //
-// XOR groups protect any of 24 packets, and are ready when all but one of these are available. Those that
-// wait over one base form a tree by what they protect, in which each subtree knows what all of it protect,
-// and what any of it does. An arrival leaves out the subtrees that all protect two missing packets, and those
-// that nobody of protects the one that arrived.
+// XOR groups protect any of 24 packets, and are ready when all but one of these are available. The groups
+// that wait over one base form a tree by the packets that they protect. Each subtree knows which packets all
+// of its groups protect, and which at least one does. An arrival skips the subtrees in which all groups lack
+// two packets, and those in which no group protects the packet that arrived.
 //
 // A number that leaves again (its timestamp aged out) makes groups wait longer. Media numbers that left are
 // counted back when something arrives near them; FEC numbers are not, so a group is then only tried too
 // early.
 //
-// A session pays for what waits: the trees and the lists stand in pages made when a packet is filed, and all
-// pages go once nothing was filed for a while.
+// A session pays for the groups that wait: the trees and the lists lie in pages that are allocated when a
+// packet is filed, and all pages are freed once nothing was filed for a while.
 
 #ifndef TALRTP_SRC_TALRTPFECWAITING_H
 #define TALRTP_SRC_TALRTPFECWAITING_H
@@ -44,24 +44,24 @@ _uint32_t xorMaskWindow(_uint32_t mask);
 
 class CFecWaiting {
 public:
-    // `media` and `fec` hold the numbers of the packets that are at hand; they are read whenever something
-    // arrives.
+    // `media` and `fec` hold the numbers of the available packets. They are read whenever a packet arrives.
     CFecWaiting(CNumberSet media, CNumberSet fec, _uint64_t& steps);
     ~CFecWaiting();
     CFecWaiting(const CFecWaiting&) = delete;
     CFecWaiting& operator=(const CFecWaiting&) = delete;
 
-    // Files a FEC packet just stored, by what it protects. Throws std::bad_alloc, with nothing changed, when
-    // memory is short. `mask`: bit 23 - i for packet base + i.
+    // Files an FEC packet just stored, by the packets that it protects. Throws std::bad_alloc, with nothing
+    // changed, when memory is short. `mask`: bit 23 - i for packet base + i.
     void addXor(_uint16_t fecSeq, _uint16_t base, _uint32_t mask);
     // The same for parity of `mediaCount` packets from `base` on and `fecCount` parity packets from `fecBase`
     // on; both together are at most 256.
     void addRs(_uint16_t fecSeq, _uint16_t base, unsigned int mediaCount, _uint16_t fecBase,
                unsigned int fecCount);
-    // Forgets a FEC packet, if it is filed.
+    // Forgets an FEC packet, if it is filed.
     void remove(_uint16_t fecSeq);
 
-    // A packet came to be at hand, or left. Of a FEC packet that is to be filed, this is told before.
+    // A packet became available, or is not available any more. For an FEC packet that will be filed, call
+    // this first.
     void mediaArrived(_uint16_t seq) {
         if (m_groups != nullptr) {
             countMedia(seq);
@@ -82,10 +82,9 @@ public:
     bool hasReady() const { return m_readyCount != 0; }
     // Finds the lowest of them that is not below `seq`, without wrap-around; false when there is none.
     bool findReady(_uint16_t seq, _uint16_t& found) const;
-    // Lets a FEC packet whose try was in vain wait again, and with it all that are filed for the same
-    // numbers.
+    // Lets an FEC packet wait again whose try failed, and with it all that are filed for the same numbers.
     void waitAgain(_uint16_t fecSeq);
-    // Fetches into the caches what the removal of a FEC packet will touch.
+    // Fetches the memory that the removal of an FEC packet will touch into the caches.
     void prefetchGroup(_uint16_t fecSeq) const;
 
 private:
@@ -99,9 +98,9 @@ private:
     const CNumberSet m_media;
     const CNumberSet m_fec;
     _uint64_t& m_steps;
-    std::unique_ptr<CFecGroups> m_groups;  // null while nothing was filed for long
+    std::unique_ptr<CFecGroups> m_groups;  // null until a packet is filed, and after a while without one
     unsigned int m_readyCount = 0;
-    unsigned int m_idle = 0;  // media packets that came or left since nothing is filed
+    unsigned int m_idle = 0;  // media packets that arrived or left since nothing is filed
 };
 
 }  // namespace talrtp

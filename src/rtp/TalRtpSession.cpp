@@ -42,7 +42,7 @@ ITalRTPSession::~ITalRTPSession() = default;
 CMMRTPSessionBase::CMMRTPSessionBase(ITalRTPSessionSink* pSink, unsigned int sourceId)
     : CMMRTPSessionBase(pSink, sourceId, new CPagedNodePool) {}
 
-// `pool` is **taken**; the lists need it before the members behind them exist.
+// `pool` is **taken**; the lists need it before the members after them exist.
 CMMRTPSessionBase::CMMRTPSessionBase(ITalRTPSessionSink* pSink, unsigned int sourceId, CNodePool* pool)
     : m_pSink(pSink),
       m_sourceId(sourceId),

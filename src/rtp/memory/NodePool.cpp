@@ -15,7 +15,7 @@ constexpr std::size_t kSmallPageSize = 1024;
 constexpr unsigned int kSmallPages = 4;  // of a class, before the first that is not small
 constexpr std::size_t kHeapHeader = 16;  // left to the heap, so that pages lie one after the other
 constexpr unsigned int kMaxSpare = 2;    // enough for what a steady flow frees and takes
-constexpr unsigned int kOpenShare = 4;   // a page is open when one node in four came back
+constexpr unsigned int kOpenShare = 4;   // a page is open when one node in four was returned
 constexpr int kStashShare = 8;           // at most one node in the stash for eight in use
 
 }  // namespace
@@ -27,7 +27,7 @@ struct CPagedNodePool::Node {
 struct alignas(16) CPagedNodePool::Page {
     Page* next;  // of the open pages of its class, or of the spare ones
     Page* previous;
-    Node* returned;  // nodes that came back, one linked to the next
+    Node* returned;  // returned nodes, one linked to the next
     std::size_t index;
     std::size_t size;       // of all of it
     unsigned int used;      // nodes that are not among them
@@ -158,7 +158,7 @@ void CPagedNodePool::refill(std::size_t index) {
     page->settleAt = capacity - (capacity + kOpenShare - 1) / kOpenShare;
 }
 
-// **Lends** a page of which every node came back. Throws std::bad_alloc when memory is short.
+// **Lends** a page without nodes in use. Throws std::bad_alloc when memory is short.
 CPagedNodePool::Page* CPagedNodePool::makePage(std::size_t index) {
     Page* page = m_spare;
     std::size_t size = (m_pagesMade[index] < kSmallPages ? kSmallPageSize : kPageSize) - kHeapHeader;
@@ -188,7 +188,7 @@ CPagedNodePool::Page* CPagedNodePool::makePage(std::size_t index) {
     return page;
 }
 
-// Opens a page of which a quarter came back; puts one aside of which everything did.
+// Opens a page once a quarter of its nodes were returned, and sets it aside once all were.
 void CPagedNodePool::settle(Page* page) {
     if (page->used == 0) {
         if (page->isOpen) {

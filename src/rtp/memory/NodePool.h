@@ -1,16 +1,17 @@
 // The node pool of a session: pages of nodes of one size each. A page begins at a multiple of the page size,
-// so a node tells its page, and a page whose last node came back serves another size or goes back to the
+// so a node tells its page, and a page whose last node was returned serves another size or goes back to the
 // heap.
 //
-//   m_stash[class] -> node -> node -> ...    those that came back last, still in the caches
+//   m_stash[class] -> node -> node -> ...    returned last, still in the caches
 //   m_free[class] -> node -> node -> ...     taken when the stash is empty; all of one page
 //   page->returned -> node -> node -> ...    more than the stash has room for
 //
 // The stash holds at most one node for eight in use: enough for most of what ages out at once, so a steady
 // flow touches no page. With no node in use it is empty and keeps no page.
 //
-// A page waits in m_open[class] once a quarter of its nodes came back, and they move to m_free when that is
-// empty. Without the quarter, a flow that takes as many nodes as it returns would find one node in each page.
+// A page waits in m_open[class] once a quarter of its nodes were returned, and they move to m_free when that
+// is empty. Without the quarter, a flow that takes as many nodes as it returns would find one node in each
+// page.
 //
 // The first pages of a class are small: a session that keeps little takes little.
 
@@ -36,7 +37,7 @@ private:
 
     struct Node;
     struct Page;
-    // Nodes that came back last.
+    // The nodes that were returned last.
     struct Stash {
         Node* first;
         int room;  // nodes of the class that are in use, less eight for each node here: never negative
