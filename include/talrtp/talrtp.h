@@ -7,6 +7,7 @@
 // - TalTime.h: the time value with NTP fractions, and the stopwatch
 // - RsFec.h: the Reed-Solomon code without packets, and the cache of its models
 // - TalRtpSession.h, TalRtcpStack.h: the classes themselves, for hosts that derive from them
+// - TalRtpRecords.h: the records of a session's timestamps and units, and the allocator of its lists
 // - TalRtpDefs.h: limits, codes, byte order, the export macro
 
 #ifndef TALRTP_TALRTP_H
@@ -19,6 +20,7 @@
 #include <talrtp/TalRtpDefs.h>
 #include <talrtp/TalRtpFecPacket.h>
 #include <talrtp/TalRtpPacket.h>
+#include <talrtp/TalRtpRecords.h>
 #include <talrtp/TalRtpSession.h>
 #include <talrtp/TalRtpTrace.h>
 #include <talrtp/TalTime.h>

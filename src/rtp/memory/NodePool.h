@@ -18,7 +18,7 @@
 #ifndef TALRTP_SRC_MEMORY_NODEPOOL_H
 #define TALRTP_SRC_MEMORY_NODEPOOL_H
 
-#include <talrtp/TalRtpSession.h>
+#include <talrtp/TalRtpRecords.h>
 
 #include <cstddef>
 
