@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "../TalRtpPacketLayout.h"
+#include "ListPlace.h"
 #include "Prefetch.h"
 
 namespace talrtp {
@@ -13,7 +14,7 @@ void CFecStore::add(_uint16_t seq, CTalRtpPacket* packet, _uint32_t fecType) {
     std::unique_ptr<CTalRtpPacket> owned(packet);
     ++m_meter.steps;
     m_slots.reserve(seq);
-    const auto entry = m_list.emplace_hint(placeFor(seq), seq, packet);
+    const auto entry = m_list.emplace_hint(placeFor(seq, m_list, m_slots, kStored), seq, packet);
     entry->second = owned.release();  // an entry that held null is filled
     if (m_typeAtAdd != fecType) {
         m_isEveryDue |= !m_slots.isEmpty(kStored);
@@ -35,15 +36,6 @@ void CFecStore::fileGroup(_uint16_t seq, const CTalRtpPacket& packet) {
         m_waiting.addRs(seq, rsPacket->get_rs_sequence_number_base(), rsPacket->get_rs_mask(), fecBase,
                         rsPacket->get_rs_count());
     }
-}
-
-// Where an entry for `seq` belongs in the list: before the next higher number.
-CFecStore::List::iterator CFecStore::placeFor(_uint16_t seq) const {
-    if (m_list.empty() || m_list.rbegin()->first < seq) {
-        return m_list.end();
-    }
-    _uint16_t higher;
-    return m_slots.findUpward(kStored, seq, higher) ? m_slots.peek(higher).entry : m_list.end();
 }
 
 void CFecStore::remove(_uint16_t seq) {
@@ -132,7 +124,7 @@ void CFecStore::prefetchAfter(_uint16_t seq) const {
     }
     const Slot& near = m_slots.peek(static_cast<_uint16_t>(seq + kNear));
     if (near.packet != nullptr) {
-        // The bytes, and what allocators keep beside them.
+        // The bytes, and the fields that allocators keep beside them.
         const unsigned char* const bytes = near.packet->get_buffer();
         prefetch(bytes);
         prefetch(bytes + near.packet->get_buffer_size() + kSpareSize);

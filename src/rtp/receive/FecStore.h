@@ -54,7 +54,7 @@ public:
     bool beginRound(_uint32_t fecType);
     // Finds the next packet of such a round, from `seq` on. False when there is none.
     bool findNextTry(bool isEveryDue, _uint16_t& seq) const;
-    // Lets a packet wait whose try was in vain.
+    // Lets a packet wait again whose try failed.
     void waitAgain(_uint16_t seq) { m_waiting.waitAgain(seq); }
     // Fetches what a try will read, and its end will touch, of the packets some numbers after `seq`.
     void prefetchAfter(_uint16_t seq) const;
@@ -69,7 +69,6 @@ private:
         stTalRtpTSInfo::SeqList::iterator note;
     };
 
-    List::iterator placeFor(_uint16_t seq) const;
     void fileGroup(_uint16_t seq, const CTalRtpPacket& packet);
     void erase(_uint16_t seq);
 

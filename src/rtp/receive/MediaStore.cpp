@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "../TalRtpPacketLayout.h"
+#include "ListPlace.h"
 #include "Prefetch.h"
 
 namespace talrtp {
@@ -11,7 +12,7 @@ bool CMediaStore::add(_uint16_t seq, CTalRtpPacket* packet, bool starts, bool en
     std::unique_ptr<CTalRtpPacket> owned(packet);
     ++m_meter.steps;
     m_slots.reserve(seq);
-    const auto entry = m_list.emplace_hint(placeFor(seq), seq, packet);
+    const auto entry = m_list.emplace_hint(placeFor(seq, m_list, m_slots, kStored), seq, packet);
     entry->second = owned.release();  // an entry that held null is filled
     const bool isNew = !m_slots.contains(kKnown, seq);
     if (isNew) {
@@ -20,15 +21,6 @@ bool CMediaStore::add(_uint16_t seq, CTalRtpPacket* packet, bool starts, bool en
     m_slots[seq] = Slot{packet, entry, nullptr, nullptr};
     m_slots.assign(seq, setsOfStored(starts, ends));
     return isNew;
-}
-
-// Where an entry for `seq` belongs in the list: before the next higher number.
-CMediaStore::List::iterator CMediaStore::placeFor(_uint16_t seq) const {
-    if (m_list.empty() || m_list.rbegin()->first < seq) {
-        return m_list.end();
-    }
-    _uint16_t higher;
-    return m_slots.findUpward(kStored, seq, higher) ? m_slots.peek(higher).entry : m_list.end();
 }
 
 void CMediaStore::setUnitBounds(_uint16_t seq, bool starts, bool ends) {
@@ -126,7 +118,7 @@ void CMediaStore::prefetchAgeing(_uint16_t seq) const {
     }
     const Slot& near = m_slots.peek(static_cast<_uint16_t>(seq + kNear));
     if (near.packet != nullptr) {
-        // What allocators keep beside the bytes.
+        // The fields that allocators keep beside the bytes.
         const unsigned char* const bytes = near.packet->get_buffer();
         prefetch(bytes);
         prefetch(bytes + near.packet->get_buffer_size() + kSpareSize);

@@ -91,8 +91,6 @@ private:
         const stTalRtpTSRecord* unitOwner;
     };
 
-    List::iterator placeFor(_uint16_t seq) const;
-
     List& m_list;
     stStepMeter& m_meter;
     CNumberTable<Slot> m_slots;  // claimed while the number is known
