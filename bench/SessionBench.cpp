@@ -311,7 +311,7 @@ void receiveWithWaitingFec(benchmark::State& state) {
 }
 BENCHMARK(receiveWithWaitingFec)->ArgName("fec")->Arg(0)->Arg(255)->Iterations(45000);
 
-// --- What a session costs before it has work ---
+// --- The cost of a session before it has work ---
 
 void makeAndDestroySession(benchmark::State& state) {
     CountingSink sink;
@@ -322,7 +322,7 @@ void makeAndDestroySession(benchmark::State& state) {
 BENCHMARK(makeAndDestroySession);
 
 #ifdef __GLIBC__
-// What the heap has given away, the blocks in malloc's cache of small ones included.
+// The bytes that the heap counts as in use, with the blocks in malloc's cache of small ones.
 std::size_t heapBytes() {
     return mallinfo2().uordblks;
 }

@@ -16,7 +16,8 @@
 
 namespace {
 
-// What operator new gave since the program began, and which of its calls is refused: 0 none, 1 the next.
+// The blocks that operator new returned since the program began, and the call that it refuses: 0 none, 1 the
+// next.
 struct Heap {
     std::size_t inUse = 0;
     unsigned int calls = 0;
@@ -538,8 +539,8 @@ constexpr std::size_t kHeapHeader = 8;
 
 class FecMemoryTest : public FecWaitingTest {
 protected:
-    // What the groups take of the heap, with the headers of its blocks; the plain lists of the test reserve
-    // theirs before.
+    // The bytes that the groups take of the heap, with the headers of its blocks; the plain lists of the test
+    // reserve theirs before.
     FecMemoryTest() {
         filed.reserve(70000);
         m_before = s_heap;
@@ -641,7 +642,7 @@ TEST_F(FecMemoryTest, AllOfItGoesOnceNothingWasFiledForLong) {
     EXPECT_EQ(inUse(), 0u);
 }
 
-// The parity of each group comes behind its media packets, or before one of them, and is dropped.
+// The parity of each group arrives after its media packets, or before one of them, and is dropped.
 TEST_F(FecMemoryTest, StreamThatGoesOnAsksForNothing) {
     constexpr unsigned int kWarm = 40;
     unsigned int warmCalls = 0;

@@ -1,4 +1,4 @@
-// What the tests of the receive stores share: packets made by hand, and a session's lists without a session.
+// Shared by the tests of the receive stores: packets made by hand, and a session's lists without a session.
 
 #ifndef TALRTP_TESTS_STOREFIXTURE_H
 #define TALRTP_TESTS_STOREFIXTURE_H

@@ -75,8 +75,8 @@ struct Group {
     unsigned int kind() const { return mediaCount == 0 ? kXor : kRs; }
 };
 
-// What 64 media numbers keep. A group holds the pages of all its media packets, so that what leaves can be
-// noted without memory.
+// The state of 64 media numbers. A group holds the pages of all its media packets, so that a number that
+// leaves is noted without memory.
 struct MediaPage {
     // By base.
     struct Trees {
@@ -89,7 +89,7 @@ struct MediaPage {
     unsigned int holders;
 };
 
-// What 64 FEC numbers keep; a filed packet holds its page.
+// The state of 64 FEC numbers. A filed packet holds its page.
 struct FecPage {
     // One of the ring of the packets of a group.
     struct Member {

@@ -53,8 +53,8 @@ public:
     // Files an FEC packet just stored, by the packets that it protects. Throws std::bad_alloc, with nothing
     // changed, when memory is short. `mask`: bit 23 - i for packet base + i.
     void addXor(_uint16_t fecSeq, _uint16_t base, _uint32_t mask);
-    // The same for parity of `mediaCount` packets from `base` on and `fecCount` parity packets from `fecBase`
-    // on; both together are at most 256.
+    // The same for parity of `mediaCount` packets, at least one, from `base` on and `fecCount` parity packets
+    // from `fecBase` on; both together are at most 256.
     void addRs(_uint16_t fecSeq, _uint16_t base, unsigned int mediaCount, _uint16_t fecBase,
                unsigned int fecCount);
     // Forgets an FEC packet, if it is filed.

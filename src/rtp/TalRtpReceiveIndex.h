@@ -1,5 +1,5 @@
-// The stores behind a session's documented lists, so that the work for one datagram does not grow with what
-// was received before it. The lists stay the owners of everything; the stores find their entries.
+// The stores that belong to a session's documented lists, so that the work for one datagram does not grow
+// with what was received before it. The lists stay the owners of everything; the stores find their entries.
 
 #ifndef TALRTP_SRC_TALRTPRECEIVEINDEX_H
 #define TALRTP_SRC_TALRTPRECEIVEINDEX_H
