@@ -1,7 +1,7 @@
 // Which waiting FEC packets may have something new to give: the index against a plain count, over groups
 // whose numbers differ in single bits, so that groups that fall together are found.
 
-#include "TalRtpFecWaiting.h"
+#include "receive/FecWaiting.h"
 
 #include <gtest/gtest.h>
 #include <malloc.h>

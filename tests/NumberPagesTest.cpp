@@ -1,6 +1,6 @@
 // The bits of pages against std::set, the pages and the store of records against std::map, over random calls.
 
-#include "TalRtpNumberPages.h"
+#include "receive/NumberPages.h"
 
 #include <gtest/gtest.h>
 

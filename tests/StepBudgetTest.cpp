@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <vector>
 
-#include "TalRtpReceiveIndex.h"
+#include "receive/ReceiveIndex.h"
 
 namespace talrtp {
 

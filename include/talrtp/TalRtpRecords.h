@@ -6,6 +6,7 @@
 #define TALRTP_TALRTPRECORDS_H
 
 #include <talrtp/TalRtpDefs.h>
+#include <talrtp/TalRtpPacket.h>
 
 #include <cstddef>
 #include <functional>
@@ -101,6 +102,15 @@ struct stTalRtpTSInfo {
     SeqList mediaSeqList;     // stored media packets of this timestamp, in order of arrival
     SeqList fecSeqList;       // stored FEC packets of this timestamp, in order of arrival
 };
+
+// Packets by sequence number, in plain numeric order: 0 comes before 65535.
+typedef std::map<_uint16_t, CTalRtpPacket*, std::less<_uint16_t>,
+                 CNodeAllocator<std::pair<const _uint16_t, CTalRtpPacket*> > >
+    CTalRtpPacketMap;
+// Records by timestamp, in plain numeric order.
+typedef std::map<_uint32_t, stTalRtpTSInfo*, std::less<_uint32_t>,
+                 CNodeAllocator<std::pair<const _uint32_t, stTalRtpTSInfo*> > >
+    CTalRtpTSInfoMap;
 
 }  // namespace talrtp
 

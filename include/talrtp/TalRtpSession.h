@@ -22,10 +22,6 @@
 #include <talrtp/TalRtpPacket.h>
 #include <talrtp/TalRtpRecords.h>
 
-#include <functional>
-#include <map>
-#include <utility>
-
 namespace talrtp {
 
 // Writes `src1[i]` XOR `src2[i]` to `dst[i]` for every i below `length`, which may be 0 or negative. Borrows
@@ -43,14 +39,9 @@ struct stTalRtpTSRecord;
 // Its virtual functions begin with those of `ITalRTPSession`; the order is binary interface.
 class TALRTP_API CMMRTPSessionBase : public ITalRTPSession {
 public:
-    // Packets by sequence number, in plain numeric order: 0 comes before 65535.
-    typedef std::map<_uint16_t, CTalRtpPacket*, std::less<_uint16_t>,
-                     CNodeAllocator<std::pair<const _uint16_t, CTalRtpPacket*> > >
-        PacketMap;
-    // Records by timestamp, in plain numeric order.
-    typedef std::map<_uint32_t, stTalRtpTSInfo*, std::less<_uint32_t>,
-                     CNodeAllocator<std::pair<const _uint32_t, stTalRtpTSInfo*> > >
-        TSInfoMap;
+    // The types of the receive lists.
+    typedef CTalRtpPacketMap PacketMap;
+    typedef CTalRtpTSInfoMap TSInfoMap;
 
     // Makes a session with the defaults of `ITalRTPSession`. `pSink` is borrowed for the life of the session;
     // with null nothing is handed over. `sourceId` is the SSRC of the packets that the session makes.

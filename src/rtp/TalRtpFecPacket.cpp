@@ -1,7 +1,7 @@
 #include <talrtp/TalRtpFecPacket.h>
 
-#include "TalRtpAssert.h"
-#include "TalRtpPacketLayout.h"
+#include "memory/Assert.h"
+#include "wire/PacketLayout.h"
 
 namespace talrtp {
 

@@ -9,11 +9,11 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "TalRtpAssert.h"
-#include "TalRtpByteOrder.h"
-#include "TalRtpPacketLayout.h"
 #include "TalRtpRandom.h"
 #include "TalRtpTraceLine.h"
+#include "memory/Assert.h"
+#include "wire/ByteOrder.h"
+#include "wire/PacketLayout.h"
 
 namespace talrtp {
 

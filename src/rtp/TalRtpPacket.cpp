@@ -10,10 +10,10 @@
 #include <new>
 #include <vector>
 
-#include "TalRtpAssert.h"
-#include "TalRtpPacketAccess.h"
-#include "TalRtpPacketLayout.h"
 #include "TalRtpTraceLine.h"
+#include "memory/Assert.h"
+#include "wire/PacketAccess.h"
+#include "wire/PacketLayout.h"
 
 namespace talrtp {
 

@@ -3,8 +3,8 @@
 #ifndef TALRTP_SRC_TALRTPPACKETVIEW_H
 #define TALRTP_SRC_TALRTPPACKETVIEW_H
 
-#include "TalRtpPacketAccess.h"
 #include "fec/ByteView.h"
+#include "wire/PacketAccess.h"
 
 namespace talrtp {
 

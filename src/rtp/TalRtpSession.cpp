@@ -9,14 +9,14 @@
 #include <memory>
 #include <new>
 
-#include "TalRtpPacketAccess.h"
-#include "TalRtpPacketLayout.h"
 #include "TalRtpRandom.h"
-#include "TalRtpReceiveIndex.h"
 #include "TalRtpTraceLine.h"
 #include "memory/NodePool.h"
 #include "receive/Prefetch.h"
+#include "receive/ReceiveIndex.h"
 #include "wire/H264Payload.h"
+#include "wire/PacketAccess.h"
+#include "wire/PacketLayout.h"
 
 namespace talrtp {
 

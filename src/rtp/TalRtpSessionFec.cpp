@@ -22,14 +22,14 @@
 #include <new>
 
 #include "RsFecLines.h"
-#include "TalRtpPacketAccess.h"
-#include "TalRtpPacketLayout.h"
 #include "TalRtpPacketView.h"
-#include "TalRtpReceiveIndex.h"
 #include "TalRtpTraceLine.h"
 #include "fec/RsGroup.h"
 #include "fec/XorRecovery.h"
 #include "kernels/XorKernel.h"
+#include "receive/ReceiveIndex.h"
+#include "wire/PacketAccess.h"
+#include "wire/PacketLayout.h"
 
 namespace talrtp {
 

@@ -9,12 +9,12 @@
 #include <typeinfo>
 
 #include "RsFecLines.h"
-#include "TalRtpPacketAccess.h"
 #include "TalRtpPacketView.h"
 #include "TalRtpTraceLine.h"
 #include "fec/GroupSpan.h"
 #include "fec/RsGroup.h"
 #include "fec/XorParity.h"
+#include "wire/PacketAccess.h"
 
 namespace talrtp {
 

@@ -14,10 +14,10 @@
 #include <climits>
 #include <cstring>
 
-#include "TalRtpPacketAccess.h"
-#include "TalRtpReceiveIndex.h"
 #include "TalRtpTraceLine.h"
+#include "receive/ReceiveIndex.h"
 #include "wire/H264Payload.h"
+#include "wire/PacketAccess.h"
 
 namespace talrtp {
 

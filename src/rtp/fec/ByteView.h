@@ -3,7 +3,7 @@
 #ifndef TALRTP_SRC_FEC_BYTEVIEW_H
 #define TALRTP_SRC_FEC_BYTEVIEW_H
 
-#include "TalRtpPacketLayout.h"
+#include "wire/PacketLayout.h"
 
 namespace talrtp {
 

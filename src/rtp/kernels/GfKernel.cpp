@@ -1,8 +1,7 @@
 #include "kernels/GfKernel.h"
+#include "kernels/GfTables.h"
 
 #include "kernels/Kernels.h"
-
-#include <talrtp/RsFec.h>
 
 #include <algorithm>
 #include <cstring>

@@ -1,6 +1,5 @@
 #include "kernels/GfKernel.h"
-
-#include <talrtp/RsFec.h>
+#include "kernels/GfTables.h"
 
 namespace talrtp {
 

@@ -7,6 +7,10 @@
 
 namespace talrtp {
 
+// [a][b] = a * b. The field's own table, which the library exports; declared here since kernels include no
+// header but their own.
+extern const unsigned char gf_mul_table[256][256];
+
 // The product of c and a byte is the XOR of the products of c and the byte's two nibbles:
 // low[x] = c * x and high[x] = c * (x << 4), each a 16-byte table for a byte shuffle.
 struct alignas(32) stNibbleProducts {

@@ -1,6 +1,5 @@
 #include "kernels/XorKernel.h"
 
-#include "TalRtpByteOrder.h"
 #include "kernels/Kernels.h"
 
 #include <algorithm>
@@ -60,7 +59,7 @@ Word paddedWord(const unsigned char* source, std::size_t size, std::size_t begin
     // The last word of the source, moved to where its bytes count.
     const std::size_t behind = 8 * (begin + sizeof(Word) - size);
     const Word word = loadWord(source + size - sizeof(Word));
-    return kHostIsLittleEndian ? word >> behind : word << behind;
+    return __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ ? word >> behind : word << behind;
 }
 
 // Writes the XOR of the bytes from `begin` to `end`, word by word over all sources. The last word ends at

@@ -8,7 +8,7 @@
 #ifndef TALRTP_SRC_RECEIVE_AGEORDER_H
 #define TALRTP_SRC_RECEIVE_AGEORDER_H
 
-#include <talrtp/TalRtpSession.h>
+#include <talrtp/TalRtpRecords.h>
 
 #include "StepMeter.h"
 
@@ -25,7 +25,7 @@ struct stTalRtpTSRecord : stTalRtpTSInfo {
 
     const _uint32_t timestamp;
     unsigned int strayFecNotes;  // FEC numbers in `fecSeqList` that no stored packet knows of
-    CMMRTPSessionBase::TSInfoMap::iterator entry;
+    CTalRtpTSInfoMap::iterator entry;
     stTalRtpTSRecord* older;
     stTalRtpTSRecord* newer;
 };

@@ -4,9 +4,9 @@
 #include <iterator>
 #include <memory>
 
-#include "../TalRtpPacketLayout.h"
 #include "ListPlace.h"
 #include "Prefetch.h"
+#include "wire/PacketLayout.h"
 
 namespace talrtp {
 

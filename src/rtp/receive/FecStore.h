@@ -5,10 +5,10 @@
 #define TALRTP_SRC_RECEIVE_FECSTORE_H
 
 #include <talrtp/TalRtpFecPacket.h>
-#include <talrtp/TalRtpSession.h>
+#include <talrtp/TalRtpRecords.h>
 
-#include "../TalRtpFecWaiting.h"
 #include "AgeOrder.h"
+#include "FecWaiting.h"
 #include "NumberTable.h"
 #include "StepMeter.h"
 
@@ -16,7 +16,7 @@ namespace talrtp {
 
 class CFecStore {
 public:
-    typedef CMMRTPSessionBase::PacketMap List;
+    typedef CTalRtpPacketMap List;
 
     // Borrows all for its life. `list` is empty; `media` holds the numbers of the available media packets.
     CFecStore(List& list, CNumberSet media, stStepMeter& meter)

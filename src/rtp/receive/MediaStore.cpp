@@ -2,9 +2,9 @@
 
 #include <memory>
 
-#include "../TalRtpPacketLayout.h"
 #include "ListPlace.h"
 #include "Prefetch.h"
+#include "wire/PacketLayout.h"
 
 namespace talrtp {
 

@@ -13,7 +13,7 @@
 #ifndef TALRTP_SRC_RECEIVE_MEDIASTORE_H
 #define TALRTP_SRC_RECEIVE_MEDIASTORE_H
 
-#include <talrtp/TalRtpSession.h>
+#include <talrtp/TalRtpRecords.h>
 
 #include "AgeOrder.h"
 #include "NumberTable.h"
@@ -23,7 +23,7 @@ namespace talrtp {
 
 class CMediaStore {
 public:
-    typedef CMMRTPSessionBase::PacketMap List;
+    typedef CTalRtpPacketMap List;
 
     // Borrows all for its life. `list` is empty.
     CMediaStore(List& list, stStepMeter& meter) : m_list(list), m_meter(meter) {}

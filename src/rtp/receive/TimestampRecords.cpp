@@ -4,7 +4,7 @@
 #include <new>
 #include <utility>
 
-#include "../memory/NodePool.h"
+#include "memory/NodePool.h"
 
 namespace talrtp {
 

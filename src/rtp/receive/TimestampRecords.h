@@ -4,7 +4,7 @@
 #ifndef TALRTP_SRC_RECEIVE_TIMESTAMPRECORDS_H
 #define TALRTP_SRC_RECEIVE_TIMESTAMPRECORDS_H
 
-#include <talrtp/TalRtpSession.h>
+#include <talrtp/TalRtpRecords.h>
 
 #include "AgeOrder.h"
 #include "MediaStore.h"
@@ -14,7 +14,7 @@ namespace talrtp {
 
 class CTimestampRecords {
 public:
-    typedef CMMRTPSessionBase::TSInfoMap List;
+    typedef CTalRtpTSInfoMap List;
 
     // Borrows all for its life. `list` is empty; `pool` holds the records and the nodes of their lists.
     CTimestampRecords(List& list, CMediaStore& media, CNodePool* pool, stStepMeter& meter)

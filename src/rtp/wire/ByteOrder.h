@@ -1,8 +1,8 @@
 // Byte order inside the library: what the exported helpers of TalRtpDefs.h do, inline, and loads and stores
 // of big-endian fields at any address. The host's byte order is decided when the library is built.
 
-#ifndef TALRTP_SRC_TALRTPBYTEORDER_H
-#define TALRTP_SRC_TALRTPBYTEORDER_H
+#ifndef TALRTP_SRC_WIRE_BYTEORDER_H
+#define TALRTP_SRC_WIRE_BYTEORDER_H
 
 #include <cstdint>
 #include <cstring>
@@ -43,4 +43,4 @@ inline void storeBig32(unsigned char* field, std::uint32_t value) {
 
 }  // namespace talrtp
 
-#endif  // TALRTP_SRC_TALRTPBYTEORDER_H
+#endif  // TALRTP_SRC_WIRE_BYTEORDER_H

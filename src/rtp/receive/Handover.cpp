@@ -1,10 +1,10 @@
-#include "TalRtpHandover.h"
+#include "Handover.h"
 
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
-#include "TalRtpPacketAccess.h"
+#include "wire/PacketAccess.h"
 
 namespace talrtp {
 

@@ -1,8 +1,8 @@
 // Tables over the 16-bit sequence numbers that cost as much as what is in them: pages of 64 numbers each,
 // made when somebody needs them, and bits that tell which pages hold something.
 
-#ifndef TALRTP_SRC_TALRTPNUMBERPAGES_H
-#define TALRTP_SRC_TALRTPNUMBERPAGES_H
+#ifndef TALRTP_SRC_RECEIVE_NUMBERPAGES_H
+#define TALRTP_SRC_RECEIVE_NUMBERPAGES_H
 
 #include <talrtp/TalRtpDefs.h>
 
@@ -309,4 +309,4 @@ private:
 
 }  // namespace talrtp
 
-#endif  // TALRTP_SRC_TALRTPNUMBERPAGES_H
+#endif  // TALRTP_SRC_RECEIVE_NUMBERPAGES_H

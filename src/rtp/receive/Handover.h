@@ -1,8 +1,8 @@
 // The temporary packets that a session lends to the sink. They share one buffer, so that a hand-over costs no
 // allocation.
 
-#ifndef TALRTP_SRC_TALRTPHANDOVER_H
-#define TALRTP_SRC_TALRTPHANDOVER_H
+#ifndef TALRTP_SRC_RECEIVE_HANDOVER_H
+#define TALRTP_SRC_RECEIVE_HANDOVER_H
 
 #include <talrtp/TalRtpDefs.h>
 #include <talrtp/TalRtpPacket.h>
@@ -68,4 +68,4 @@ private:
 
 }  // namespace talrtp
 
-#endif  // TALRTP_SRC_TALRTPHANDOVER_H
+#endif  // TALRTP_SRC_RECEIVE_HANDOVER_H

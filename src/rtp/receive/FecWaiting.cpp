@@ -1,11 +1,11 @@
-#include "TalRtpFecWaiting.h"
+#include "FecWaiting.h"
 
 #include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <new>
 
-#include "TalRtpNumberPages.h"
+#include "NumberPages.h"
 
 namespace talrtp {
 

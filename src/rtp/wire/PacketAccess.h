@@ -1,15 +1,15 @@
 // What the library's own code may do to a packet object beside the public operations, to save work that
 // nobody could observe.
 
-#ifndef TALRTP_SRC_TALRTPPACKETACCESS_H
-#define TALRTP_SRC_TALRTPPACKETACCESS_H
+#ifndef TALRTP_SRC_WIRE_PACKETACCESS_H
+#define TALRTP_SRC_WIRE_PACKETACCESS_H
 
 #include <talrtp/TalRtpPacket.h>
 
 #include <cstring>
 #include <limits>
 
-#include "TalRtpPacketLayout.h"
+#include "wire/PacketLayout.h"
 
 namespace talrtp {
 
@@ -118,4 +118,4 @@ private:
 
 }  // namespace talrtp
 
-#endif  // TALRTP_SRC_TALRTPPACKETACCESS_H
+#endif  // TALRTP_SRC_WIRE_PACKETACCESS_H

@@ -1,16 +1,16 @@
 // The stores that belong to a session's documented lists, so that the work for one datagram does not grow
 // with what was received before it. The lists stay the owners of everything; the stores find their entries.
 
-#ifndef TALRTP_SRC_TALRTPRECEIVEINDEX_H
-#define TALRTP_SRC_TALRTPRECEIVEINDEX_H
+#ifndef TALRTP_SRC_RECEIVE_RECEIVEINDEX_H
+#define TALRTP_SRC_RECEIVE_RECEIVEINDEX_H
 
-#include <talrtp/TalRtpSession.h>
+#include <talrtp/TalRtpRecords.h>
 
-#include "TalRtpHandover.h"
-#include "receive/FecStore.h"
-#include "receive/MediaStore.h"
-#include "receive/StepMeter.h"
-#include "receive/TimestampRecords.h"
+#include "FecStore.h"
+#include "Handover.h"
+#include "MediaStore.h"
+#include "StepMeter.h"
+#include "TimestampRecords.h"
 
 namespace talrtp {
 
@@ -65,4 +65,4 @@ public:
 
 }  // namespace talrtp
 
-#endif  // TALRTP_SRC_TALRTPRECEIVEINDEX_H
+#endif  // TALRTP_SRC_RECEIVE_RECEIVEINDEX_H

@@ -24,15 +24,15 @@
 // A session pays for the groups that wait: the trees and the lists lie in pages that are allocated when a
 // packet is filed, and all pages are freed once nothing was filed for a while.
 
-#ifndef TALRTP_SRC_TALRTPFECWAITING_H
-#define TALRTP_SRC_TALRTPFECWAITING_H
+#ifndef TALRTP_SRC_RECEIVE_FECWAITING_H
+#define TALRTP_SRC_RECEIVE_FECWAITING_H
 
-#include <talrtp/TalRtpSession.h>
+#include <talrtp/TalRtpRecords.h>
 
 #include <memory>
 
-#include "TalRtpPacketLayout.h"
-#include "receive/NumberTable.h"
+#include "NumberTable.h"
+#include "wire/PacketLayout.h"
 
 namespace talrtp {
 
@@ -105,4 +105,4 @@ private:
 
 }  // namespace talrtp
 
-#endif  // TALRTP_SRC_TALRTPFECWAITING_H
+#endif  // TALRTP_SRC_RECEIVE_FECWAITING_H

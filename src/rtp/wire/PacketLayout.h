@@ -20,10 +20,10 @@
 //         +---------------------------------------------------------------+
 //         |    payload; with P set its last byte counts the padding       |
 
-#ifndef TALRTP_SRC_TALRTPPACKETLAYOUT_H
-#define TALRTP_SRC_TALRTPPACKETLAYOUT_H
+#ifndef TALRTP_SRC_WIRE_PACKETLAYOUT_H
+#define TALRTP_SRC_WIRE_PACKETLAYOUT_H
 
-#include "TalRtpByteOrder.h"
+#include "wire/ByteOrder.h"
 
 namespace talrtp {
 
@@ -165,4 +165,4 @@ inline int readHeaderSize(const unsigned char* packet) {
 
 }  // namespace talrtp
 
-#endif  // TALRTP_SRC_TALRTPPACKETLAYOUT_H
+#endif  // TALRTP_SRC_WIRE_PACKETLAYOUT_H
