@@ -138,7 +138,7 @@ private:
     int m_declared = 0;
 };
 
-// Reaches what a host sees in a derived class only. A session of the library's own class takes shorter ways.
+// Reaches what a host sees in a derived class only. A session of the library's class asks no hooks.
 class Sender : public CMMRTPSession4SVC {
 public:
     Sender() : CMMRTPSession4SVC(nullptr, kSource) {}

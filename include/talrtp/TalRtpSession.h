@@ -31,7 +31,7 @@ TALRTP_API void deployXorProcess(unsigned char* dst, unsigned char* src1, unsign
 class CMMRTPSession4SVC;
 class CReceiveIndex;
 class CRsGroup;
-struct stPayloadHead;
+class CSessionAccess;
 struct stTalRtpTSRecord;
 
 // A session without knowledge of H.264: a packet carries one unit and is handed over as it arrives.
@@ -217,26 +217,17 @@ protected:
 
 private:
     friend class CMMRTPSession4SVC;
-    friend class CSessionInspector;
+    friend class CSessionAccess;
 
     // The helpers of the library's own sources. They are not exported and no part of the interface.
 
     // **Takes** `pool`.
     TALRTP_LOCAL CMMRTPSessionBase(ITalRTPSessionSink* pSink, unsigned int sourceId, CNodePool* pool);
 
-    // This session as an object of the library's own class; null when its class is a derived one.
-    TALRTP_LOCAL CMMRTPSession4SVC* ownClass();
-    // Writes the header of the next media packet.
-    TALRTP_LOCAL void writePacketHeader(_uint32_t timestamp, CTalRtpPacket& packet);
-
     // **Returns owned** a packet over a copy of `data`, of the class that payload type and FEC type require.
     TALRTP_LOCAL CTalRtpPacket* makeReceivedPacket(unsigned char* data, int dataLen) const;
     // Does the work of `InputReceivedData`; std::bad_alloc may pass.
     TALRTP_LOCAL int inputDatagram(unsigned char* data, int dataLen, unsigned long receivedTime);
-    // **Takes** a packet that is new: stores it, counts it, records it, deals it.
-    TALRTP_LOCAL void takeMediaPacket(CTalRtpPacket* packet, _uint64_t& counter, _uint64_t& byteCounter);
-    // Destroys a packet that was stored last and could not be recorded.
-    TALRTP_LOCAL void dropMediaPacket(unsigned int timestamp, unsigned short seq);
     // Frees a timestamp with its packets.
     TALRTP_LOCAL void ageOut(stTalRtpTSRecord* record);
 
@@ -324,23 +315,8 @@ protected:
     _uint8_t m_nalHeader;  // NAL unit header, or STAP-A header, of the unit that is being written
 
 private:
-    friend class CMMRTPSessionBase;
+    friend class CSessionAccess;
 
-    // Helpers for sessions of this very class, not exported: they do what the virtual operations do, without
-    // asking hooks that nobody overrode.
-
-    // Makes a single NAL unit packet of at least one byte.
-    TALRTP_LOCAL void makeOwnSinglePacket(_uint32_t timestamp, int size, const unsigned char* data,
-                                          CTalRtpPacket& packet);
-    // Makes fragments of `pieceSize` bytes, the last of 1 to `pieceSize`.
-    TALRTP_LOCAL void makeOwnFuaPackets(_uint32_t timestamp, int size, const unsigned char* data,
-                                        int pieceSize, int packetCount, CTalRtpPacket* packets);
-    // Records a stored packet. **Lends** its unit's record; null without a start.
-    TALRTP_LOCAL stTalRtpDataInfo* recordOwnPacket(const stPayloadHead& head, unsigned int timestamp,
-                                                   unsigned short seq);
-    // Deals a recorded packet.
-    TALRTP_LOCAL void dealOwnPacket(const stPayloadHead& head, CTalRtpPacket* packet,
-                                    const stTalRtpDataInfo* unit);
     // Returns the bytes of fragment data in a run, up to the first gap.
     TALRTP_LOCAL _uint64_t fragmentRunSize(unsigned short start, unsigned short end) const;
 };

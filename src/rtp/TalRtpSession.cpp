@@ -8,14 +8,13 @@
 #include <atomic>
 #include <memory>
 #include <new>
+#include <typeinfo>
 
 #include "TalRtpRandom.h"
+#include "TalRtpSessionRules.h"
 #include "TalRtpTraceLine.h"
 #include "memory/NodePool.h"
 #include "receive/Prefetch.h"
-#include "receive/ReceiveIndex.h"
-#include "wire/H264Payload.h"
-#include "wire/PacketAccess.h"
 #include "wire/PacketLayout.h"
 
 namespace talrtp {
@@ -136,6 +135,10 @@ int CMMRTPSessionBase::compareTS(unsigned int a, unsigned int b) {
     return a - b <= kMaxAhead ? 1 : -1;
 }
 
+CMMRTPSession4SVC* stockSession(CMMRTPSessionBase& session) {
+    return typeid(session) == typeid(CMMRTPSession4SVC) ? static_cast<CMMRTPSession4SVC*>(&session) : nullptr;
+}
+
 // --- Receive entry ---
 
 int CMMRTPSessionBase::InputReceivedData(unsigned char* data, int dataLen, unsigned long receivedTime) {
@@ -231,53 +234,56 @@ int CMMRTPSessionBase::inputReceivedMediaPacket(CTalRtpPacket* packet) {
         delete packet;
         return 0;
     }
-    takeMediaPacket(packet, m_receivedValidMediaPacketNumber, m_receivedValidMediaPacketBytes);
+    CSessionAccess::takeMediaPacket(*this, packet, m_receivedValidMediaPacketNumber,
+                                    m_receivedValidMediaPacketBytes);
     recoverPacketWithFEC();
     checkAllLists();
     return 0;
 }
 
-// **Takes** a packet that is new: stores it, counts it, records it, deals it. When it cannot be stored and
-// recorded, since memory is short or a host's hook throws, it is destroyed, nothing is counted, and the
-// exception passes.
-void CMMRTPSessionBase::takeMediaPacket(CTalRtpPacket* packet, _uint64_t& counter, _uint64_t& byteCounter) {
+namespace {
+
+// Destroys a packet that was stored last and could not be recorded, and forgets its note if there is one.
+void dropMediaPacket(CReceiveIndex& index, _uint32_t timestamp, _uint16_t seq) {
+    index.removeMedia(seq);
+    index.records.forgetLastMedia(timestamp, seq);
+}
+
+template <typename Rules>
+void recordAndDeliver(const Rules& rules, CTalRtpPacket* packet, _uint64_t& counter, _uint64_t& byteCounter) {
+    CReceiveIndex& index = CSessionAccess::index(rules.session);
     const _uint32_t timestamp = packet->get_timestamp();
     const _uint16_t seq = packet->get_sequence_number();
     const _uint64_t size = static_cast<_uint64_t>(packet->get_buffer_size());
-    CMMRTPSession4SVC* const own = ownClass();
-    // The library made the packets of its own class, so their sizes tell where the payload is. For a derived
-    // class a packet is a unit by itself until its hooks were asked.
-    const stPayloadHead head =
-        own != nullptr ? stPayloadHead(CPacketAccess::payload(*packet), packet->get_payload_size())
-                       : stPayloadHead(nullptr, 0);
-    m_index->addMedia(seq, packet, own == nullptr || head.starts(), own == nullptr || head.ends());
+    // A host's hooks look at stored packets. Until they were asked, the packet is a unit by itself.
+    index.addMedia(seq, packet, Rules::kAsksHooks || rules.starts(seq), Rules::kAsksHooks || rules.ends(seq));
     ++counter;
     byteCounter += size;
     const stTalRtpDataInfo* unit = nullptr;
     try {
-        if (own != nullptr) {
-            unit = own->recordOwnPacket(head, timestamp, seq);
-        } else {
-            m_index->media.setUnitBounds(seq, isStartSeq(seq), isEndSeq(seq));
-            updateMediaDataInfo(timestamp, seq);
+        if (Rules::kAsksHooks) {
+            const bool ends = rules.ends(seq);  // hosts rely on the order
+            index.media.setUnitBounds(seq, rules.starts(seq), ends);
         }
+        unit = CSessionAccess::record(rules, timestamp, seq);
     } catch (...) {
         --counter;
         byteCounter -= size;
-        dropMediaPacket(timestamp, seq);
+        dropMediaPacket(index, timestamp, seq);
         throw;
     }
-    if (own != nullptr) {
-        own->dealOwnPacket(head, packet, unit);
-    } else {
-        dealPacket(packet);
-    }
+    rules.deal(packet, unit);
 }
 
-// Destroys a packet that was stored last and could not be recorded, and forgets its note if there is one.
-void CMMRTPSessionBase::dropMediaPacket(unsigned int timestamp, unsigned short seq) {
-    m_index->removeMedia(seq);
-    m_index->records.forgetLastMedia(timestamp, seq);
+}  // namespace
+
+void CSessionAccess::takeMediaPacket(CMMRTPSessionBase& session, CTalRtpPacket* packet, _uint64_t& counter,
+                                     _uint64_t& byteCounter) {
+    if (CMMRTPSession4SVC* const stock = stockSession(session)) {
+        recordAndDeliver(stStockRules(*stock, *packet), packet, counter, byteCounter);
+    } else {
+        recordAndDeliver(stHostRules{session}, packet, counter, byteCounter);
+    }
 }
 
 CTalRtpPacket* CMMRTPSessionBase::getMediaPacketBySeq(unsigned short seq) const {
@@ -285,18 +291,7 @@ CTalRtpPacket* CMMRTPSessionBase::getMediaPacketBySeq(unsigned short seq) const 
 }
 
 void CMMRTPSessionBase::updateMediaDataInfo(unsigned int timestamp, unsigned short seq) {
-    stTalRtpTSRecord* const record = m_index->records.noteMedia(timestamp, seq, m_lastReceivedTime);
-    unsigned short startSeq = 0;
-    if (record == nullptr || !findStartSeq(seq, startSeq)) {
-        return;
-    }
-    stTalRtpDataInfo* const unit = m_index->records.findOrMakeUnit(record, startSeq);
-    if (unit == nullptr || unit->complete) {
-        return;
-    }
-    unsigned short endSeq = 0;
-    const bool isComplete = findEndSeq(startSeq, endSeq);
-    CTimestampRecords::grow(*unit, endSeq, isComplete);
+    CSessionAccess::record(stHostRules{*this}, timestamp, seq);
 }
 
 stTalRtpDataInfo* CMMRTPSessionBase::getMediaDataInfo(unsigned int timestamp, unsigned short seq) {

@@ -23,6 +23,7 @@
 
 #include "RsFecLines.h"
 #include "TalRtpPacketView.h"
+#include "TalRtpSessionRules.h"
 #include "TalRtpTraceLine.h"
 #include "fec/RsGroup.h"
 #include "fec/XorRecovery.h"
@@ -226,7 +227,8 @@ bool CMMRTPSessionBase::dealRecoveredPacket(CTalRtpPacket* packet) {
         return false;
     }
     try {
-        takeMediaPacket(packet, m_recoveredMediaPacketNumber, m_recoveredMediaPacketBytes);
+        CSessionAccess::takeMediaPacket(*this, packet, m_recoveredMediaPacketNumber,
+                                        m_recoveredMediaPacketBytes);
         return true;
     } catch (const std::bad_alloc&) {
         if (getMediaPacketBySeq(seq) != nullptr) {

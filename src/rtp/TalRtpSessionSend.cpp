@@ -6,10 +6,10 @@
 
 #include <algorithm>
 #include <cstring>
-#include <typeinfo>
 
 #include "RsFecLines.h"
 #include "TalRtpPacketView.h"
+#include "TalRtpSessionRules.h"
 #include "TalRtpTraceLine.h"
 #include "fec/GroupSpan.h"
 #include "fec/RsGroup.h"
@@ -37,15 +37,8 @@ int CMMRTPSessionBase::setPacketHeader(unsigned long timestamp, CTalRtpPacket* p
         return -1;
     }
     packet->reset();
-    writePacketHeader(static_cast<_uint32_t>(timestamp), *packet);
+    CSessionAccess::writeHeader(*this, static_cast<_uint32_t>(timestamp), *packet);
     return 0;
-}
-
-// Writes the header of the next media packet.
-void CMMRTPSessionBase::writePacketHeader(_uint32_t timestamp, CTalRtpPacket& packet) {
-    ++m_createdMediaPacketNumber;
-    CPacketAccess::writeHeader(packet, kMarkerMask, m_payloadType, nextNumber(m_sequenceNumber), timestamp,
-                               m_sourceId);
 }
 
 int CMMRTPSessionBase::setPacketPayload(int index, int count, int size, unsigned char* data,
@@ -64,10 +57,36 @@ int CMMRTPSessionBase::setPacketPayload(int index, int count, int size, unsigned
     return 0;
 }
 
-// This session as an object of the library's own class; null when its class is a derived one.
-CMMRTPSession4SVC* CMMRTPSessionBase::ownClass() {
-    return typeid(*this) == typeid(CMMRTPSession4SVC) ? static_cast<CMMRTPSession4SVC*>(this) : nullptr;
+namespace {
+
+template <typename Rules>
+int makeSinglePacket(const Rules& rules, unsigned long timestamp, int size, unsigned char* data,
+                     CTalRtpPacket* packet) {
+    rules.writeHeader(timestamp, packet);
+    return rules.writePayload(1, 1, size, data, packet);
 }
+
+// Makes fragments of `pieceSize` bytes; the last has the rest.
+template <typename Rules>
+int makeFragments(const Rules& rules, unsigned long timestamp, int size, unsigned char* data, int pieceSize,
+                  int packetCount, CTalRtpPacket* packets) {
+    for (int k = 1; k <= packetCount; ++k, ++packets) {
+        const int piece = std::min(size, pieceSize);
+        rules.writeHeader(timestamp, packets);
+        const int result = rules.writePayload(k, packetCount, piece, data, packets);
+        if (result != 0) {
+            TAL_TRACE(WARNING,
+                      "CMMRTPSessionBase::CreateFuaPackets ret = " << result << ", packet_index = " << k);
+            return result;
+        }
+        packets->set_marker_flag(k == packetCount);
+        data += piece;
+        size -= pieceSize;
+    }
+    return 0;
+}
+
+}  // namespace
 
 int CMMRTPSessionBase::CreateSinglePacket(unsigned long timestamp, int nalSize, unsigned char* nal_buf,
                                           CTalRtpPacket* pRtpPacket) {
@@ -76,13 +95,11 @@ int CMMRTPSessionBase::CreateSinglePacket(unsigned long timestamp, int nalSize, 
                              << nal_buf << ", pRtpPacket = " << pRtpPacket);
         return -1;
     }
-    CMMRTPSession4SVC* const own = ownClass();
-    if (own != nullptr && nalSize > 0) {
-        own->makeOwnSinglePacket(static_cast<_uint32_t>(timestamp), nalSize, nal_buf, *pRtpPacket);
-        return 0;
+    CMMRTPSession4SVC* const stock = stockSession(*this);
+    if (stock != nullptr && nalSize > 0) {
+        return makeSinglePacket(stStockRules(*stock), timestamp, nalSize, nal_buf, pRtpPacket);
     }
-    setPacketHeader(timestamp, pRtpPacket);
-    return setPacketPayload(1, 1, nalSize, nal_buf, pRtpPacket);
+    return makeSinglePacket(stHostRules{*this}, timestamp, nalSize, nal_buf, pRtpPacket);
 }
 
 int CMMRTPSessionBase::CreateStapaPacket(unsigned long timestamp, int nalCount, int* nal_len,
@@ -112,30 +129,13 @@ int CMMRTPSessionBase::CreateFuaPackets(unsigned long timestamp, int nalSize, un
         return -1;
     }
     const int pieceSize = (nalSize + packetCount - 1) / packetCount;
-    CMMRTPSession4SVC* const own = ownClass();
-    if (own != nullptr && packetCount > 1 && nalSize > pieceSize * (packetCount - 1)) {
-        own->makeOwnFuaPackets(static_cast<_uint32_t>(timestamp), nalSize, nal_buf, pieceSize, packetCount,
-                               pRtpPacket);
-        return 0;
+    CMMRTPSession4SVC* const stock = stockSession(*this);
+    if (stock != nullptr && packetCount > 1 && nalSize > pieceSize * (packetCount - 1)) {
+        return makeFragments(stStockRules(*stock), timestamp, nalSize, nal_buf, pieceSize, packetCount,
+                             pRtpPacket);
     }
-    // A unit too short for its packets has pieces of 0 or less bytes, which the writers take as they are.
-    int remaining = nalSize;
-    unsigned char* piece = nal_buf;
-    for (int k = 1; k <= packetCount; ++k) {
-        CTalRtpPacket* const packet = pRtpPacket + (k - 1);
-        const int size = std::min(remaining, pieceSize);
-        remaining -= pieceSize;
-        setPacketHeader(timestamp, packet);
-        const int ret = setPacketPayload(k, packetCount, size, piece, packet);
-        if (ret != 0) {
-            TAL_TRACE(WARNING,
-                      "CMMRTPSessionBase::CreateFuaPackets ret = " << ret << ", packet_index = " << k);
-            return ret;
-        }
-        packet->set_marker_flag(k == packetCount);
-        piece += size;
-    }
-    return 0;
+    // A unit too short for its packets has pieces of 0 or less bytes, which the hooks take as they are.
+    return makeFragments(stHostRules{*this}, timestamp, nalSize, nal_buf, pieceSize, packetCount, pRtpPacket);
 }
 
 // --- XOR FEC (RFC 2733) ---

@@ -42,36 +42,6 @@ int fragmentDataSize(const CTalRtpPacket& packet) {
     return std::max(packet.get_payload_size() - kFuHeadersSize, 0);
 }
 
-// Copies `size` bytes, none for 0 or less; returns the end of the copy.
-unsigned char* append(unsigned char* target, const unsigned char* source, int size) {
-    if (size <= 0) {
-        return target;
-    }
-    std::memcpy(target, source, static_cast<std::size_t>(size));
-    return target + size;
-}
-
-// The payload that a piece of `size` bytes makes: the first piece leaves the unit's header out.
-int fragmentPayloadSize(int index, int size) {
-    return size + kFuHeadersSize - (index == 1 ? 1 : 0);
-}
-
-// Writes piece `index`, from 1, of `count`. The unit's header is taken off the first one and kept in
-// `nalHeader` for the others.
-void writeFragment(unsigned char* payload, int index, int count, int size, const unsigned char* data,
-                   _uint8_t& nalHeader) {
-    unsigned int edges = index == count ? kFuEndMask : 0;
-    if (index == 1) {
-        edges |= kFuStartMask;
-        nalHeader = *data++;
-        --size;
-    }
-    const unsigned int indicator = (nalHeader & kForbiddenAndNriMask) + kFuAType;
-    const unsigned int header = edges | (nalHeader & kUnitTypeMask);
-    storeBig16(payload, static_cast<_uint16_t>(indicator << 8 | header));
-    append(payload + kFuHeadersSize, data, size);
-}
-
 }  // namespace
 
 CMMRTPSession4SVC::CMMRTPSession4SVC(ITalRTPSessionSink* pSink, unsigned int sourceId)
@@ -97,31 +67,6 @@ int CMMRTPSession4SVC::setPacketPayload(int index, int count, int size, unsigned
     return setFUPayload(index, count, size, data, packet);
 }
 
-// The two operations for sessions of this class itself: they do what the virtual writers do, without zeroing
-// bytes that are about to be written. Each packet gets at least one byte.
-void CMMRTPSession4SVC::makeOwnSinglePacket(_uint32_t timestamp, int size, const unsigned char* data,
-                                            CTalRtpPacket& packet) {
-    CPacketAccess::clear(packet);
-    writePacketHeader(timestamp, packet);
-    unsigned char* const payload = CPacketAccess::beginPayload(packet, size);
-    m_nalHeader = data[0];
-    append(payload, data, size);
-}
-
-void CMMRTPSession4SVC::makeOwnFuaPackets(_uint32_t timestamp, int size, const unsigned char* data,
-                                          int pieceSize, int packetCount, CTalRtpPacket* packets) {
-    for (int k = 1; k <= packetCount; ++k, ++packets) {
-        const int piece = k == packetCount ? size : pieceSize;
-        CPacketAccess::clear(*packets);
-        writePacketHeader(timestamp, *packets);
-        unsigned char* const payload = CPacketAccess::beginPayload(*packets, fragmentPayloadSize(k, piece));
-        writeFragment(payload, k, packetCount, piece, data, m_nalHeader);
-        packets->set_marker_flag(k == packetCount);
-        data += piece;
-        size -= piece;
-    }
-}
-
 int CMMRTPSession4SVC::setSinglePayload(int size, unsigned char* data, CTalRtpPacket* packet) {
     if (data == nullptr || packet == nullptr) {
         TAL_TRACE(ERROR, "CMMRTPSession4SVC::setSinglePayload invalid parameter: packet = "
@@ -130,7 +75,7 @@ int CMMRTPSession4SVC::setSinglePayload(int size, unsigned char* data, CTalRtpPa
     }
     m_nalHeader = data[0];
     packet->set_payload_size(size);
-    append(CPacketAccess::payload(*packet), data, size);
+    appendBytes(CPacketAccess::payload(*packet), data, size);
     return 0;
 }
 
@@ -149,7 +94,7 @@ int CMMRTPSession4SVC::setAUPayload(int index, int size, unsigned char* data, CT
     unsigned char* const payload = packet->get_payload_ptr();
     payload[0] = m_nalHeader;
     storeBig16(payload + offset, static_cast<_uint16_t>(size));
-    append(payload + offset + kUnitSizeSize, data, size);
+    appendBytes(payload + offset + kUnitSizeSize, data, size);
     packet->set_payload_size(size + offset + kUnitSizeSize);
     return 0;
 }
@@ -183,26 +128,6 @@ void CMMRTPSession4SVC::dealPacket(CTalRtpPacket* packet) {
             return splitAUPacketEx(packet);
         case PayloadKind::kUnknown:
             TAL_TRACE(WARNING, "CMMRTPSession4SVC::dealPacket payload type is unknown, type = " << head.type);
-    }
-}
-
-// These two do what `isStartSeq`, `isEndSeq`, `updateMediaDataInfo` and then `dealPacket` do for a packet
-// just stored. No derived class overrides any of them here, so the payload head is read once, and the record
-// of the unit is looked up once. The first **lends** that record, if the unit's start is known.
-stTalRtpDataInfo* CMMRTPSession4SVC::recordOwnPacket(const stPayloadHead& head, unsigned int timestamp,
-                                                     unsigned short seq) {
-    CTimestampRecords& records = m_index->records;
-    stTalRtpTSRecord* const record = records.noteMedia(timestamp, seq, m_lastReceivedTime);
-    return records.growUnitOf(record, seq, head.starts(), head.ends());
-}
-
-void CMMRTPSession4SVC::dealOwnPacket(const stPayloadHead& head, CTalRtpPacket* packet,
-                                      const stTalRtpDataInfo* unit) {
-    if (!head.isFragment()) {
-        CMMRTPSession4SVC::dealPacket(packet);
-    } else if (unit != nullptr && unit->complete) {
-        deliveFUPacket(unit->startSeq, static_cast<unsigned short>(unit->startSeq + unit->packetCount - 1),
-                       true);
     }
 }
 
@@ -240,8 +165,8 @@ void CMMRTPSession4SVC::deliveSinglePacket(CTalRtpPacket* packet) {
     }
     CTalRtpPacket& unit = handover.packet();
     unit.set_payload_size(size);
-    unsigned char* const end = append(unit.get_payload_ptr(), kStartCode, kStartCodeSize);
-    append(end, packet->get_payload_ptr(), packet->get_payload_size());
+    unsigned char* const end = appendBytes(unit.get_payload_ptr(), kStartCode, kStartCodeSize);
+    appendBytes(end, packet->get_payload_ptr(), packet->get_payload_size());
     handover.zeroBehind(size);
     unit.set_packet_type(PACKET_TYPE_UNITS);
     deliverPacket(&unit);
@@ -337,7 +262,7 @@ int aggregateCapacity(const CTalRtpPacket& packet) {
 }
 
 unsigned char* appendUnit(unsigned char* target, const CAggregateWalk& walk) {
-    return append(append(target, kStartCode, kStartCodeSize), walk.unit(), walk.size());
+    return appendBytes(appendBytes(target, kStartCode, kStartCodeSize), walk.unit(), walk.size());
 }
 
 }  // namespace
@@ -512,10 +437,10 @@ void CMMRTPSession4SVC::deliveFUPacket(unsigned short start, unsigned short end,
     }
     CTalRtpPacket& unit = handover.packet();
     unit.set_payload_size(size);
-    unsigned char* target = append(unit.get_payload_ptr(), kStartCode, kStartCodeSize);
+    unsigned char* target = appendBytes(unit.get_payload_ptr(), kStartCode, kStartCodeSize);
     *target++ = static_cast<unsigned char>((payloadByte(*first, 0) & kForbiddenAndNriMask) |
                                            (payloadByte(*first, kFuHeaderOffset) & kUnitTypeMask));
-    target = append(target, first->get_payload_ptr() + kFuHeadersSize, fragmentDataSize(*first));
+    target = appendBytes(target, first->get_payload_ptr() + kFuHeadersSize, fragmentDataSize(*first));
     const int last = static_cast<unsigned short>(end - start);
     for (int i = 1; i <= last; ++i) {
         ++m_index->meter.steps;
@@ -525,7 +450,7 @@ void CMMRTPSession4SVC::deliveFUPacket(unsigned short start, unsigned short end,
             TAL_TRACE(WARNING, "CMMRTPSession4SVC::deliveFUPacket can't find packet, seq = " << seq);
             break;
         }
-        target = append(target, packet->get_payload_ptr() + kFuHeadersSize, fragmentDataSize(*packet));
+        target = appendBytes(target, packet->get_payload_ptr() + kFuHeadersSize, fragmentDataSize(*packet));
     }
     handover.zeroBehind(size);
     if (complete) {

@@ -188,7 +188,7 @@ private:
     }
 };
 
-// A session of the library's own class, or of a derived one, with what it has received.
+// A session of the library's class, or of a derived one, with what it has received.
 struct Receiver {
     Receiver() = default;
 

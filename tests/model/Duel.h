@@ -280,7 +280,7 @@ public:
 template <typename Session>
 class DuelOf : public Duel {
 public:
-    // The library's session is of its own class, which spares it virtual calls, or of a derived one.
+    // The library's session is of the library's class, which asks no hooks, or of a derived one.
     DuelOf(bool hasSink, SessionKind kind, bool isDerived) : m_trace(2), m_model(hasSink, kSourceId, kind) {
         ITalRTPSessionSink* const sink = hasSink ? &m_sink : nullptr;
         m_session.reset(isDerived ? new Probe<Session>(sink) : new Session(sink, kSourceId));

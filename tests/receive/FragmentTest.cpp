@@ -443,7 +443,7 @@ TEST_F(FragmentTest, FragmentThatAgedOutIsAGapAgain) {
     expectHandovers({{10, inByteStream({0x65, 0x11, 0x55, 0x33, 0x44}), 0}});
 }
 
-// The library's own class goes on with the unit that grew last. Here its record has aged out, and the next
+// The library's class goes on with the unit that grew last. Here its record has aged out, and the next
 // fragment of its timestamp gets a record in the same memory.
 TEST_F(FragmentTest, RunThatAgedOutIsNotGoneOnWith) {
     CMMRTPSession4SVC own(&sink, kSourceId);

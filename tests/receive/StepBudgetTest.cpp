@@ -7,16 +7,9 @@
 #include <algorithm>
 #include <vector>
 
-#include "receive/ReceiveIndex.h"
+#include "TalRtpSessionRules.h"
 
 namespace talrtp {
-
-// Reads what no host can.
-class CSessionInspector {
-public:
-    static _uint64_t steps(const CMMRTPSessionBase& session) { return session.m_index->meter.steps; }
-    static _uint64_t products(const CMMRTPSessionBase& session) { return session.m_index->meter.products; }
-};
 
 namespace {
 
@@ -54,9 +47,9 @@ protected:
 
     // Feeds one datagram and returns its steps.
     _uint64_t input(std::vector<unsigned char> datagram, unsigned long now = 0) {
-        const _uint64_t before = CSessionInspector::steps(session);
+        const _uint64_t before = CSessionAccess::index(session).meter.steps;
         EXPECT_EQ(0, session.InputReceivedData(datagram.data(), static_cast<int>(datagram.size()), now));
-        const _uint64_t steps = CSessionInspector::steps(session) - before;
+        const _uint64_t steps = CSessionAccess::index(session).meter.steps - before;
         total += steps;
         most = std::max(most, steps);
         return steps;
@@ -240,9 +233,9 @@ TEST_F(StepBudgetTest, AnArrivalMeetsNoFecPacketThatLacksTwoPacketsLikeAllOthers
         CMMRTPSession4SVC receiver(&sink, 1);
         receiver.SetFecType(RTP_FEC_XOR);
         const auto feed = [&](std::vector<unsigned char> datagram) {
-            const _uint64_t before = CSessionInspector::steps(receiver);
+            const _uint64_t before = CSessionAccess::index(receiver).meter.steps;
             receiver.InputReceivedData(datagram.data(), static_cast<int>(datagram.size()), 0);
-            return CSessionInspector::steps(receiver) - before;
+            return CSessionAccess::index(receiver).meter.steps - before;
         };
         for (unsigned int i = 0; i < kNumbers; ++i) {
             ASSERT_LE(feed(fecWithMask(i, 100, 0xff0000 | i)), kPerDatagram + kXorTree) << i;
@@ -320,9 +313,9 @@ protected:
 
     // Feeds one datagram and returns the bytes that it had multiplied.
     _uint64_t productsOf(const std::vector<unsigned char>& datagram) {
-        const _uint64_t before = CSessionInspector::products(session);
+        const _uint64_t before = CSessionAccess::index(session).meter.products;
         input(datagram);
-        return CSessionInspector::products(session) - before;
+        return CSessionAccess::index(session).meter.products - before;
     }
 };
 

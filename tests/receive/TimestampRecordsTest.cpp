@@ -17,6 +17,20 @@ namespace {
 
 constexpr unsigned int kSeed = 20261122;
 
+// Finds units by the runs of the media store.
+struct RunRules {
+    static constexpr bool kAsksHooks = false;
+
+    bool starts(_uint16_t /*seq*/) const { return isStart; }
+    bool ends(_uint16_t /*seq*/) const { return isEnd; }
+    bool findStart(_uint16_t seq, _uint16_t& start) const { return media.findStart(seq, start); }
+    bool findEnd(_uint16_t start, _uint16_t& end) const { return media.findEnd(start, end); }
+
+    const CMediaStore& media;
+    bool isStart;
+    bool isEnd;
+};
+
 class TimestampRecordsTest : public StoreTest {
 protected:
     ~TimestampRecordsTest() override {
@@ -29,7 +43,7 @@ protected:
     // Stores a packet and records it in its unit.
     stTalRtpDataInfo* receive(_uint16_t seq, _uint32_t timestamp, bool starts, bool ends) {
         media.add(seq, makePacket(seq, timestamp), starts, ends);
-        return records.growUnitOf(records.noteMedia(timestamp, seq, 0), seq, starts, ends);
+        return records.growUnitOf(records.noteMedia(timestamp, seq, 0), seq, RunRules{media, starts, ends});
     }
 
     // The timestamps from the oldest on.
@@ -208,7 +222,7 @@ TEST_F(TimestampRecordsTest, UnitsGoWithTheirTimestamp) {
     records.remove(records.find(100));
     stTalRtpTSRecord* const record = records.findOrMake(100, 5);
     EXPECT_EQ(records.findUnit(record, 10), nullptr);
-    const stTalRtpDataInfo* const unit = records.growUnitOf(record, 10, true, false);
+    const stTalRtpDataInfo* const unit = records.growUnitOf(record, 10, RunRules{media, true, false});
     EXPECT_EQ(unit, record->dataInfoMap.at(10));
 }
 

@@ -477,7 +477,7 @@ protected:
     PacketArray<CTalRtpPacket> packets{8, 100};
 };
 
-TEST_F(HookedSendTest, OwnHeaderWriterTakesEffectAndItsResultIsNotUsed) {
+TEST_F(HookedSendTest, HeaderHookTakesEffectAndItsResultIsNotUsed) {
     session.headerResult = 9;
     EXPECT_EQ(session.CreateSinglePacket(1, 4, unit, packets), 0);
     EXPECT_EQ(packets[0].get_timestamp(), 77u);
@@ -560,7 +560,7 @@ TEST_F(HookedSendTest, FailingPieceEndsTheFuaWhereItStands) {
     EXPECT_EQ(session.m_sequenceNumber, 12);
 }
 
-// --- The library's own class ---------------------------------------------------------------------------
+// --- The library's class beside a derived one ----------------------------------------------------------
 
 // A packet class of a host, with a header of its own after the fixed one.
 class WideHeaderPacket : public CTalRtpPacket {
@@ -594,9 +594,9 @@ public:
     int get_header_size() const override { return get_buffer()[12] == 0 ? 16 : 12; }
 };
 
-// The sessions that `TalCreateRTPSession` makes write packets in a way of their own, which must not show.
-// Used packets, in which no byte is 0, are filled by such a session and by a class derived from it.
-class OwnClassTest : public SendTest {
+// The sessions that `TalCreateRTPSession` makes write packets without asking hooks, which must not show. Used
+// packets, in which no byte is 0, are filled by such a session and by a class derived from it.
+class StockRulesTest : public SendTest {
 protected:
     template <typename Packet>
     static void use(Packet& used) {
@@ -614,7 +614,7 @@ protected:
             use(made[i]);
             use(expected[i]);
         }
-        EXPECT_EQ(make(own, made), 0);
+        EXPECT_EQ(make(stock, made), 0);
         session.m_sequenceNumber = made[0].get_sequence_number();
         EXPECT_EQ(make(session, expected), 0);
         for (int i = 0; i < count; ++i) {
@@ -644,26 +644,26 @@ protected:
         return Bytes(packet.get_buffer(), packet.get_buffer() + packet.get_buffer_size());
     }
 
-    CMMRTPSession4SVC own{nullptr, kSourceId};
+    CMMRTPSession4SVC stock{nullptr, kSourceId};
 };
 
-TEST_F(OwnClassTest, SingleUnitsAreTheSame) {
+TEST_F(StockRulesTest, SingleUnitsAreTheSame) {
     expectTheSameSingleUnit<CTalRtpPacket>({0x65});
     expectTheSameSingleUnit<CTalRtpPacket>(join({{0x65}, pattern(187, 1)}));
 }
 
-TEST_F(OwnClassTest, FragmentsAreTheSame) {
+TEST_F(StockRulesTest, FragmentsAreTheSame) {
     for (int count = 1; count <= 5; ++count) {
         SCOPED_TRACE("packets: " + std::to_string(count));
         expectTheSameFragments<CTalRtpPacket>(join({{0x65}, pattern(100, 1)}), count);
     }
 }
 
-TEST_F(OwnClassTest, FragmentsWithoutBytesAreTheSame) {
+TEST_F(StockRulesTest, FragmentsWithoutBytesAreTheSame) {
     expectTheSameFragments<CTalRtpPacket>({0x65, 0x11, 0x22, 0x33, 0x44}, 4);
 }
 
-TEST_F(OwnClassTest, PacketsWithAHeaderOfTheHostsAreTheSame) {
+TEST_F(StockRulesTest, PacketsWithAHeaderOfTheHostsAreTheSame) {
     expectTheSameSingleUnit<WideHeaderPacket>({0x65, 0x11, 0x22});
     expectTheSameFragments<WideHeaderPacket>({0x65, 0x11, 0x22, 0x33}, 2);
     expectTheSameSingleUnit<NarrowHeaderPacket>({0x65});
@@ -674,18 +674,18 @@ TEST_F(OwnClassTest, PacketsWithAHeaderOfTheHostsAreTheSame) {
     expectTheSameFragments<OmittedHeaderPacket>({0x65, 0x11, 0x22, 0x33}, 2);
 }
 
-TEST_F(OwnClassTest, PayloadTypeBeyondSevenBitsFailsTheSameAssertion) {
-    own.SetPayloadType(128, 111);
+TEST_F(StockRulesTest, PayloadTypeBeyondSevenBitsFailsTheSameAssertion) {
+    stock.SetPayloadType(128, 111);
     unsigned char unit[] = {0x65, 0x11};
-    EXPECT_DEATH(own.CreateSinglePacket(kTimestamp, 2, unit, &packet),
+    EXPECT_DEATH(stock.CreateSinglePacket(kTimestamp, 2, unit, &packet),
                  "src/rtp/TalRtpPacket\\.cpp:.*set_payload_type.*Assertion `t <= 0x7f' failed");
 }
 
-TEST_F(OwnClassTest, HeaderOfTheHostsIsZeroBehindTheFixedHeader) {
+TEST_F(StockRulesTest, HeaderOfTheHostsIsZeroBehindTheFixedHeader) {
     WideHeaderPacket wide(200);
     use(wide);
     unsigned char unit[] = {0x65, 0x11};
-    EXPECT_EQ(own.CreateSinglePacket(kTimestamp, 2, unit, &wide), 0);
+    EXPECT_EQ(stock.CreateSinglePacket(kTimestamp, 2, unit, &wide), 0);
     EXPECT_EQ(slice(bytesOf(wide), 12), Bytes({0, 0, 0, 0, 0x65, 0x11}));
 }
 

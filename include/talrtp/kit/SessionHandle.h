@@ -14,7 +14,7 @@ namespace talrtp::kit {
 // Reaches the documented members of a session.
 //
 // These are protected, for derived classes. A derived class may form pointers to them, which then
-// reach into any session: the session itself stays one of the library's own class, which is the faster
+// reach into any session: the session itself stays one of the library's class, which is the faster
 // one.
 class SessionMembers : public CMMRTPSession4SVC {
 public:
@@ -45,7 +45,7 @@ public:
     }
 };
 
-// Owns a session of the library's own class, made by `TalCreateRTPSession`.
+// Owns a session of the library's class, made by `TalCreateRTPSession`.
 class SessionHandle {
 public:
     // Borrows `sink`, which may be null, for its own life. `ssrc`: of the packets that it makes.

@@ -144,30 +144,4 @@ void CTimestampRecords::grow(stTalRtpDataInfo& unit, _uint16_t endSeq, bool isCo
     }
 }
 
-stTalRtpDataInfo* CTimestampRecords::growUnitOf(stTalRtpTSRecord* record, _uint16_t seq, bool starts,
-                                                bool ends) {
-    const _uint16_t next = static_cast<_uint16_t>(seq + 1);
-    if (m_open.owner == record && m_open.next == seq && !starts && !m_media.contains(next)) {
-        stTalRtpDataInfo* const unit = m_open.unit;
-        grow(*unit, seq, ends);
-        m_open = ends ? OpenUnit() : OpenUnit{unit, record, next};
-        return unit;
-    }
-    _uint16_t start = seq;
-    if (!starts && !m_media.findStart(seq, start)) {
-        return nullptr;
-    }
-    stTalRtpDataInfo* const unit = findOrMakeUnit(record, start);
-    if (unit->complete) {
-        return unit;
-    }
-    _uint16_t end = seq;
-    const bool isComplete = (starts && ends) || m_media.findEnd(start, end);
-    grow(*unit, end, isComplete);
-    if (end == seq && !isComplete) {
-        m_open = OpenUnit{unit, record, next};
-    }
-    return unit;
-}
-
 }  // namespace talrtp

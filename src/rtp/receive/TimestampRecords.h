@@ -49,10 +49,12 @@ public:
     stTalRtpDataInfo* findOrMakeUnit(stTalRtpTSRecord* record, _uint16_t startSeq);
     // Extends a unit to `endSeq`, unless it reaches further already.
     static void grow(stTalRtpDataInfo& unit, _uint16_t endSeq, bool isComplete);
-    // Records a packet just stored in its unit, by the runs of the media store. **Lends** the unit's record;
-    // null when its start is not stored. The list holds no null records. Throws std::bad_alloc when memory is
-    // short.
-    stTalRtpDataInfo* growUnitOf(stTalRtpTSRecord* record, _uint16_t seq, bool starts, bool ends);
+    // Records a packet just stored in its unit, whose start and end `rules` finds. **Lends** the unit's
+    // record; null when its start is not known, or for a null record. Throws std::bad_alloc when memory is
+    // short. Rules that ask no hooks find the ends of the media store's runs, so a packet that arrives in
+    // order extends its unit without a search.
+    template <typename Rules>
+    stTalRtpDataInfo* growUnitOf(stTalRtpTSRecord* record, _uint16_t seq, const Rules& rules);
     // A stored packet is gone, so no unit grows in order any more.
     void closeUnit() { m_open = OpenUnit(); }
 
@@ -74,6 +76,37 @@ private:
     stTalRtpTSRecord* m_last = nullptr;  // the one used last
     OpenUnit m_open = OpenUnit();
 };
+
+template <typename Rules>
+stTalRtpDataInfo* CTimestampRecords::growUnitOf(stTalRtpTSRecord* record, _uint16_t seq, const Rules& rules) {
+    if (record == nullptr) {
+        return nullptr;
+    }
+    const _uint16_t next = static_cast<_uint16_t>(seq + 1);
+    if (!Rules::kAsksHooks && m_open.owner == record && m_open.next == seq && !rules.starts(seq) &&
+        !m_media.contains(next)) {
+        stTalRtpDataInfo* const unit = m_open.unit;
+        const bool ends = rules.ends(seq);
+        grow(*unit, seq, ends);
+        m_open = ends ? OpenUnit() : OpenUnit{unit, record, next};
+        return unit;
+    }
+    _uint16_t start = 0;
+    if (!rules.findStart(seq, start)) {
+        return nullptr;
+    }
+    stTalRtpDataInfo* const unit = findOrMakeUnit(record, start);
+    if (unit == nullptr || unit->complete) {
+        return unit;
+    }
+    _uint16_t end = 0;
+    const bool isComplete = rules.findEnd(start, end);
+    grow(*unit, end, isComplete);
+    if (!Rules::kAsksHooks && end == seq && !isComplete) {
+        m_open = OpenUnit{unit, record, next};
+    }
+    return unit;
+}
 
 }  // namespace talrtp
 

@@ -3,6 +3,12 @@
 #ifndef TALRTP_SRC_WIRE_H264PAYLOAD_H
 #define TALRTP_SRC_WIRE_H264PAYLOAD_H
 
+#include <talrtp/TalRtpPacket.h>
+
+#include <cstring>
+
+#include "ByteOrder.h"
+
 namespace talrtp {
 
 constexpr unsigned char kForbiddenAndNriMask = 0xe0;
@@ -51,6 +57,44 @@ struct stPayloadHead {
     unsigned int type;       // 0 of an empty payload
     unsigned char fuHeader;  // 0 unless it is a fragment
 };
+
+// Copies `size` bytes, none for 0 or less; returns the end of the copy.
+inline unsigned char* appendBytes(unsigned char* target, const unsigned char* source, int size) {
+    if (size <= 0) {
+        return target;
+    }
+    std::memcpy(target, source, static_cast<std::size_t>(size));
+    return target + size;
+}
+
+// A unit cut into three fragments. Its header byte H travels as the NRI bits of each FU indicator and as the
+// type of each FU header, so the first piece leaves it out:
+//
+//   unit        H aaaaaaa bbbbbbbb cccccc
+//   piece       |   1    |   2    |  3   |
+//   payload 1   [indicator][S 0 type] aaaaaaa
+//   payload 2   [indicator][0 0 type] bbbbbbbb
+//   payload 3   [indicator][0 E type] cccccc
+
+// The payload that piece `index`, from 1, of `size` bytes makes.
+inline int fragmentPayloadSize(int index, int size) {
+    return size + kFuHeadersSize - (index == 1 ? 1 : 0);
+}
+
+// Writes piece `index`, from 1, of `count`. `nalHeader` keeps the unit's header from the first on.
+inline void writeFragment(unsigned char* payload, int index, int count, int size, const unsigned char* data,
+                          _uint8_t& nalHeader) {
+    unsigned int edges = index == count ? kFuEndMask : 0;
+    if (index == 1) {
+        edges |= kFuStartMask;
+        nalHeader = *data++;
+        --size;
+    }
+    const unsigned int indicator = (nalHeader & kForbiddenAndNriMask) + kFuAType;
+    const unsigned int header = edges | (nalHeader & kUnitTypeMask);
+    storeBig16(payload, static_cast<_uint16_t>(indicator << 8 | header));
+    appendBytes(payload + kFuHeadersSize, data, size);
+}
 
 }  // namespace talrtp
 

@@ -1,0 +1,133 @@
+// The answers that the session's path asks for: where a unit starts and ends, and how a packet's header and
+// payload are written. There are two sets of them:
+//
+//   stStockRules   the library's class, *stock*: nobody overrides its hooks, so the answers are known
+//   stHostRules    a derived class, a *host*: its virtual hooks are called, in the order that it may rely on
+//
+// The path itself stands once, as templates over the rules.
+
+#ifndef TALRTP_SRC_TALRTPSESSIONRULES_H
+#define TALRTP_SRC_TALRTPSESSIONRULES_H
+
+#include <talrtp/TalRtpSession.h>
+
+#include "receive/ReceiveIndex.h"
+#include "wire/H264Payload.h"
+#include "wire/PacketAccess.h"
+
+namespace talrtp {
+
+// **Lends** `session` as an object of the library's class; null when its class is a derived one, or the
+// base class.
+CMMRTPSession4SVC* stockSession(CMMRTPSessionBase& session);
+
+// Reaches the members and hooks that the public header hides from everybody else.
+class CSessionAccess {
+public:
+    struct stStockRules;
+    struct stHostRules;
+
+    // **Lends** the stores of a session.
+    static CReceiveIndex& index(const CMMRTPSessionBase& session) { return *session.m_index; }
+
+    // **Takes** a media packet that is new: stores it, counts it, records it, deals it. When it cannot be
+    // stored and recorded, since memory is short or a host's hook throws, it is destroyed, nothing is
+    // counted, and the exception passes.
+    static void takeMediaPacket(CMMRTPSessionBase& session, CTalRtpPacket* packet, _uint64_t& counter,
+                                _uint64_t& byteCounter);
+
+    // Records a stored packet under its timestamp and in its unit. **Lends** the unit's record; null when its
+    // start is not known.
+    template <typename Rules>
+    static stTalRtpDataInfo* record(const Rules& rules, _uint32_t timestamp, _uint16_t seq) {
+        CTimestampRecords& records = index(rules.session).records;
+        stTalRtpTSRecord* const record = records.noteMedia(timestamp, seq, rules.session.m_lastReceivedTime);
+        return records.growUnitOf(record, seq, rules);
+    }
+
+    // Writes the header of the next media packet.
+    static void writeHeader(CMMRTPSessionBase& session, _uint32_t timestamp, CTalRtpPacket& packet) {
+        ++session.m_createdMediaPacketNumber;
+        CPacketAccess::writeHeader(packet, kMarkerMask, session.m_payloadType, session.m_sequenceNumber,
+                                   timestamp, session.m_sourceId);
+        session.m_sequenceNumber = static_cast<_uint16_t>(session.m_sequenceNumber + 1);
+    }
+};
+
+// The library's class. `packet` is the one that was stored; sending asks for none.
+struct CSessionAccess::stStockRules {
+    static constexpr bool kAsksHooks = false;
+
+    explicit stStockRules(CMMRTPSession4SVC& asked) : session(asked), head(nullptr, 0) {}
+    // The library made the packet, so its sizes tell where the payload is.
+    stStockRules(CMMRTPSession4SVC& asked, const CTalRtpPacket& packet)
+        : session(asked), head(CPacketAccess::payload(packet), packet.get_payload_size()) {}
+
+    bool starts(_uint16_t /*seq*/) const { return head.starts(); }
+    bool ends(_uint16_t /*seq*/) const { return head.ends(); }
+    bool findStart(_uint16_t seq, _uint16_t& start) const {
+        start = seq;
+        return head.starts() || session.m_index->media.findStart(seq, start);
+    }
+    bool findEnd(_uint16_t start, _uint16_t& end) const {
+        end = start;
+        return (head.starts() && head.ends()) || session.m_index->media.findEnd(start, end);
+    }
+    // The record of the unit tells whether a fragment completed it.
+    void deal(CTalRtpPacket* packet, const stTalRtpDataInfo* unit) const {
+        if (!head.isFragment()) {
+            session.CMMRTPSession4SVC::dealPacket(packet);
+        } else if (unit != nullptr && unit->complete) {
+            session.deliveFUPacket(unit->startSeq,
+                                   static_cast<_uint16_t>(unit->startSeq + unit->packetCount - 1), true);
+        }
+    }
+
+    // The bytes of the capacity that no writer fills are zeroed once, by `writePayload`.
+    void writeHeader(unsigned long timestamp, CTalRtpPacket* packet) const {
+        CPacketAccess::clear(*packet);
+        CSessionAccess::writeHeader(session, static_cast<_uint32_t>(timestamp), *packet);
+    }
+    // Each piece has at least one byte.
+    int writePayload(int index, int count, int size, const unsigned char* data, CTalRtpPacket* packet) const {
+        if (count == 1) {
+            unsigned char* const payload = CPacketAccess::beginPayload(*packet, size);
+            session.m_nalHeader = data[0];
+            appendBytes(payload, data, size);
+        } else {
+            unsigned char* const payload =
+                CPacketAccess::beginPayload(*packet, fragmentPayloadSize(index, size));
+            writeFragment(payload, index, count, size, data, session.m_nalHeader);
+        }
+        return 0;
+    }
+
+    CMMRTPSession4SVC& session;
+    const stPayloadHead head;
+};
+
+// A derived class. Every answer is a virtual call.
+struct CSessionAccess::stHostRules {
+    static constexpr bool kAsksHooks = true;
+
+    bool starts(_uint16_t seq) const { return session.isStartSeq(seq); }
+    bool ends(_uint16_t seq) const { return session.isEndSeq(seq); }
+    bool findStart(_uint16_t seq, _uint16_t& start) const { return session.findStartSeq(seq, start); }
+    bool findEnd(_uint16_t start, _uint16_t& end) const { return session.findEndSeq(start, end); }
+    void deal(CTalRtpPacket* packet, const stTalRtpDataInfo* /*unit*/) const { session.dealPacket(packet); }
+    void writeHeader(unsigned long timestamp, CTalRtpPacket* packet) const {
+        session.setPacketHeader(timestamp, packet);
+    }
+    int writePayload(int index, int count, int size, unsigned char* data, CTalRtpPacket* packet) const {
+        return session.setPacketPayload(index, count, size, data, packet);
+    }
+
+    CMMRTPSessionBase& session;
+};
+
+using stStockRules = CSessionAccess::stStockRules;
+using stHostRules = CSessionAccess::stHostRules;
+
+}  // namespace talrtp
+
+#endif  // TALRTP_SRC_TALRTPSESSIONRULES_H
