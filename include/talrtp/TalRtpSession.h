@@ -28,11 +28,8 @@ namespace talrtp {
 // all three; no alignment is needed. `dst` may be `src1`; other overlaps are not supported.
 TALRTP_API void deployXorProcess(unsigned char* dst, unsigned char* src1, unsigned char* src2, int length);
 
-class CMMRTPSession4SVC;
 class CReceiveIndex;
-class CRsGroup;
 class CSessionAccess;
-struct stTalRtpTSRecord;
 
 // A session without knowledge of H.264: a packet carries one unit and is handed over as it arrives.
 //
@@ -216,43 +213,22 @@ protected:
     _uint64_t m_deliveredDataBytes;              // payload of every hand-over
 
 private:
-    friend class CMMRTPSession4SVC;
+    // The library's sources have their steps in this class, so that none of them shows here.
     friend class CSessionAccess;
-
-    // The helpers of the library's own sources. They are not exported and no part of the interface.
-
-    // **Takes** `pool`.
-    TALRTP_LOCAL CMMRTPSessionBase(ITalRTPSessionSink* pSink, unsigned int sourceId, CNodePool* pool);
-
-    // **Returns owned** a packet over a copy of `data`, of the class that payload type and FEC type require.
-    TALRTP_LOCAL CTalRtpPacket* makeReceivedPacket(unsigned char* data, int dataLen) const;
-    // Does the work of `InputReceivedData`; std::bad_alloc may pass.
-    TALRTP_LOCAL int inputDatagram(unsigned char* data, int dataLen, unsigned long receivedTime);
-    // Frees a timestamp with its packets.
-    TALRTP_LOCAL void ageOut(stTalRtpTSRecord* record);
-
-    // **Takes** a packet: stores it and notes it. False when memory is short; the packet is destroyed then.
-    TALRTP_LOCAL bool keepFecPacket(CTalRtpPacket* fecPacket);
-    // Tries every stored FEC packet that may have something new to rebuild, in ascending order.
-    TALRTP_LOCAL void retryFecPackets();
-    // Tries one stored FEC packet and drops it once it is spent.
-    TALRTP_LOCAL void retryFecPacket(unsigned short seq);
-    // Does the work of a try; std::bad_alloc may pass.
-    TALRTP_LOCAL void tryFecPacket(CTalRtpPacket* fecPacket, bool& keep);
-    // **Takes** a rebuilt packet into the list of packets to deal.
-    TALRTP_LOCAL void storeRecoveredPacket(unsigned short seq, CTalRtpPacket* packet);
-    // Feeds the rebuilt packets into the media path. Returns whether one of them was new.
-    TALRTP_LOCAL bool dealRecoveredPackets();
-    // **Takes** one rebuilt packet. Returns whether it was new.
-    TALRTP_LOCAL bool dealRecoveredPacket(CTalRtpPacket* packet);
-    // Takes over the rebuilt packets of a group. Returns whether each was the one that was missing.
-    TALRTP_LOCAL bool takeRebuiltPackets(const CRsGroup& group, unsigned short lastParitySeq);
 
     CNodePool* m_pool;       // owned; the nodes of every list above
     CReceiveIndex* m_index;  // owned; finds the entries of the lists in constant time
 };
 
 // The session that `TalCreateRTPSession` makes: H.264 and H.264 SVC payloads (RFC 6184).
+//
+// A session of this very class calls none of its hooks, since nobody overrides them. For a derived class each
+// packet made calls `setPacketHeader` and `setPacketPayload`, and each media packet received, in this order:
+//
+//   isEndSeq, isStartSeq   once it is stored
+//   findStartSeq           the unit that it belongs to
+//   findEndSeq             unless that unit has no start or was complete
+//   dealPacket             calls findStartSeq for a fragment, and once more for each hand-over
 class TALRTP_API CMMRTPSession4SVC : public CMMRTPSessionBase {
 public:
     // Makes a session that hands over to `pSink` and sends as `sourceId`, both as in the base class.
@@ -316,9 +292,6 @@ protected:
 
 private:
     friend class CSessionAccess;
-
-    // Returns the bytes of fragment data in a run, up to the first gap.
-    TALRTP_LOCAL _uint64_t fragmentRunSize(unsigned short start, unsigned short end) const;
 };
 
 }  // namespace talrtp

@@ -9,6 +9,7 @@
 #include <memory>
 #include <new>
 #include <typeinfo>
+#include <utility>
 
 #include "TalRtpRandom.h"
 #include "TalRtpSessionRules.h"
@@ -38,11 +39,9 @@ bool isStale(const stTalRtpTSInfo& info, _uint64_t now) {
 
 ITalRTPSession::~ITalRTPSession() = default;
 
+// The pool is made with the first list that needs it, since it is declared after the lists: the order of the
+// members is binary interface. Nothing throws before the body, which owns it until it is complete.
 CMMRTPSessionBase::CMMRTPSessionBase(ITalRTPSessionSink* pSink, unsigned int sourceId)
-    : CMMRTPSessionBase(pSink, sourceId, new CPagedNodePool) {}
-
-// `pool` is **taken**; the lists need it before the members after them exist.
-CMMRTPSessionBase::CMMRTPSessionBase(ITalRTPSessionSink* pSink, unsigned int sourceId, CNodePool* pool)
     : m_pSink(pSink),
       m_sourceId(sourceId),
       m_payloadType(kDefaultPayloadType),
@@ -50,10 +49,10 @@ CMMRTPSessionBase::CMMRTPSessionBase(ITalRTPSessionSink* pSink, unsigned int sou
       m_fecType(RTP_FEC_RS),
       m_sequenceNumber(static_cast<_uint16_t>(random32())),
       m_fecSequenceNumber(static_cast<_uint16_t>(random32())),
-      m_mediaPacketList(std::less<_uint16_t>(), PacketMap::allocator_type(pool)),
-      m_fecPacketList(std::less<_uint16_t>(), PacketMap::allocator_type(pool)),
-      m_recoverPacketList(std::less<_uint16_t>(), PacketMap::allocator_type(pool)),
-      m_tsInfoList(std::less<_uint32_t>(), TSInfoMap::allocator_type(pool)),
+      m_mediaPacketList(std::less<_uint16_t>(), PacketMap::allocator_type(new CPagedNodePool)),
+      m_fecPacketList(std::less<_uint16_t>(), m_mediaPacketList.get_allocator()),
+      m_recoverPacketList(std::less<_uint16_t>(), m_mediaPacketList.get_allocator()),
+      m_tsInfoList(std::less<_uint32_t>(), m_mediaPacketList.get_allocator()),
       m_receivedTS(0),
       m_firstReceivedTime(0),
       m_lastReceivedTime(0),
@@ -71,10 +70,10 @@ CMMRTPSessionBase::CMMRTPSessionBase(ITalRTPSessionSink* pSink, unsigned int sou
       m_recoveredMediaPacketNumber(0),
       m_recoveredMediaPacketBytes(0),
       m_deliveredDataBytes(0),
-      m_pool(pool),
+      m_pool(m_mediaPacketList.get_allocator().pool()),
       m_index(nullptr) {
-    std::unique_ptr<CPagedNodePool> owned(static_cast<CPagedNodePool*>(pool));  // until there is an index
-    m_index = new CReceiveIndex(pool, m_mediaPacketList, m_fecPacketList, m_tsInfoList);
+    std::unique_ptr<CPagedNodePool> owned(static_cast<CPagedNodePool*>(m_pool));  // until there is an index
+    m_index = new CReceiveIndex(m_pool, m_mediaPacketList, m_fecPacketList, m_tsInfoList);
     static_cast<void>(owned.release());
     RsMapRetain();
 }
@@ -135,58 +134,91 @@ int CMMRTPSessionBase::compareTS(unsigned int a, unsigned int b) {
     return a - b <= kMaxAhead ? 1 : -1;
 }
 
+// A class derived from the library's is a host even if it overrides nothing: the compiler tells the
+// classes of two objects, not which functions they override.
 CMMRTPSession4SVC* stockSession(CMMRTPSessionBase& session) {
     return typeid(session) == typeid(CMMRTPSession4SVC) ? static_cast<CMMRTPSession4SVC*>(&session) : nullptr;
 }
 
 // --- Receive entry ---
 
-int CMMRTPSessionBase::InputReceivedData(unsigned char* data, int dataLen, unsigned long receivedTime) {
-    m_index->isShort = false;
-    m_index->isInSink = false;
+namespace {
+
+// Makes a call of the host, which fails when memory was refused to it. An exception of the sink passes.
+template <typename Call>
+int failIfShort(CReceiveIndex& index, Call call) {
+    index.isShort = false;
+    index.isInSink = false;
     try {
-        const int result = inputDatagram(data, dataLen, receivedTime);
-        return m_index->isShort ? -1 : result;
+        const int result = call();
+        return index.isShort ? -1 : result;
     } catch (const std::bad_alloc&) {
-        if (m_index->isInSink) {
+        if (index.isInSink) {
             throw;
         }
         return -1;
     }
 }
 
-int CMMRTPSessionBase::inputDatagram(unsigned char* data, int dataLen, unsigned long receivedTime) {
-    if (m_isFirstReceived) {
-        m_firstReceivedTime = receivedTime;
-        m_isFirstReceived = false;
+// **Returns owned** a packet over a copy of `data`.
+CTalRtpPacket* makeReceivedPacket(unsigned char* data, int size, unsigned int fecPayloadType,
+                                  unsigned int fecType) {
+    if (readPayloadType(data) != fecPayloadType) {
+        return new CTalRtpPacket(data, size);
     }
-    m_lastReceivedTime = receivedTime;
-    ++m_receivedPacketNumber;
-    m_receivedPacketBytes += static_cast<_uint64_t>(static_cast<_int64_t>(dataLen));
+    if (fecType == RTP_FEC_XOR) {
+        return new CRTPFECPacket(data, size);
+    }
+    return new CRTPRSPacket(data, size);
+}
+
+}  // namespace
+
+int CMMRTPSessionBase::InputReceivedData(unsigned char* data, int dataLen, unsigned long receivedTime) {
+    return failIfShort(*m_index, [&] {
+        CSessionAccess::countDatagram(*this, dataLen, receivedTime);
+        std::unique_ptr<CTalRtpPacket> packet = CSessionAccess::parseDatagram(*this, data, dataLen);
+        return packet != nullptr ? CSessionAccess::routePacket(*this, std::move(packet)) : -1;
+    });
+}
+
+void CSessionAccess::countDatagram(CMMRTPSessionBase& session, int size, unsigned long receivedTimeMs) {
+    if (session.m_isFirstReceived) {
+        session.m_firstReceivedTime = receivedTimeMs;
+        session.m_isFirstReceived = false;
+    }
+    session.m_lastReceivedTime = receivedTimeMs;
+    ++session.m_receivedPacketNumber;
+    session.m_receivedPacketBytes += static_cast<_uint64_t>(static_cast<_int64_t>(size));
+}
+
+std::unique_ptr<CTalRtpPacket> CSessionAccess::parseDatagram(const CMMRTPSessionBase& session,
+                                                             unsigned char* data, int size) {
+    std::unique_ptr<CTalRtpPacket> packet;
     if (data == nullptr) {
         TAL_TRACE(ERROR, "CMMRTPSessionBase::InputReceivedData load data failed"
-                             << ", data = " << data << ", dataLen = " << dataLen);
-        return -1;
+                             << ", data = " << data << ", dataLen = " << size);
+        return packet;
     }
-
-    std::unique_ptr<CTalRtpPacket> packet;
-    if (dataLen >= kFixedHeaderSize) {
-        packet.reset(makeReceivedPacket(data, dataLen));
+    if (size >= kFixedHeaderSize) {
+        packet.reset(makeReceivedPacket(data, size, session.m_fecPayloadType, session.m_fecType));
     }
     if (packet == nullptr || !packet->validate()) {
         TAL_TRACE(ERROR, "CMMRTPSessionBase::InputReceivedData check data validate failed"
-                             << ", data = " << data << ", dataLen = " << dataLen);
+                             << ", data = " << data << ", dataLen = " << size);
         // Compatibility: a refused packet stays allocated. Hosts that count allocations expect the block.
         static_cast<void>(packet.release());
-        return -1;
     }
+    return packet;
+}
 
+int CSessionAccess::routePacket(CMMRTPSessionBase& session, std::unique_ptr<CTalRtpPacket> packet) {
     const unsigned int payloadType = packet->get_payload_type();
-    const unsigned int fecPayloadType = m_fecPayloadType;
+    const unsigned int fecPayloadType = session.m_fecPayloadType;
     if (payloadType == fecPayloadType) {
-        ++m_receivedFECPacketNumber;
-        const int result = inputReceivedFECPacket(packet.release());
-        // Compatibility: given for every FEC packet; hosts filter on this line.
+        ++session.m_receivedFECPacketNumber;
+        const int result = session.inputReceivedFECPacket(packet.release());
+        // Compatibility: logged for every FEC packet; hosts filter on this line.
         TAL_TRACE(ERROR,
                   "CMMRTPSessionBase::InputReceivedData payload type is FEC, but memomy alligned according "
                   "to DATA. "
@@ -194,24 +226,13 @@ int CMMRTPSessionBase::inputDatagram(unsigned char* data, int dataLen, unsigned 
                       << payloadType << ",  m_fecPayloadType  = " << fecPayloadType);
         return result;
     }
-    if (payloadType == m_payloadType) {
-        ++m_receivedMediaPacketNumber;
-        return inputReceivedMediaPacket(packet.release());
+    if (payloadType == session.m_payloadType) {
+        ++session.m_receivedMediaPacketNumber;
+        return session.inputReceivedMediaPacket(packet.release());
     }
     TAL_TRACE(INFO, "CMMRTPSessionBase::InputReceivedData payload type is unknown"
                         << ", type  = " << payloadType);
     return 1;
-}
-
-// **Returns** a packet over a copy of `data`, of the class that its payload type and the FEC type ask for.
-CTalRtpPacket* CMMRTPSessionBase::makeReceivedPacket(unsigned char* data, int dataLen) const {
-    if (readPayloadType(data) != m_fecPayloadType) {
-        return new CTalRtpPacket(data, dataLen);
-    }
-    if (m_fecType == RTP_FEC_XOR) {
-        return new CRTPFECPacket(data, dataLen);
-    }
-    return new CRTPRSPacket(data, dataLen);
 }
 
 bool CMMRTPSessionBase::isFECPacket(unsigned int payloadType) const {
@@ -249,6 +270,12 @@ void dropMediaPacket(CReceiveIndex& index, _uint32_t timestamp, _uint16_t seq) {
     index.records.forgetLastMedia(timestamp, seq);
 }
 
+// The path of a new media packet, for either set of rules:
+//
+//   store      the list and its store; a failure destroys the packet
+//   count      the packet and its capacity; a failure below takes both back
+//   record     its bounds, its timestamp, its unit; a failure destroys the packet
+//   deliver    what the packet made whole; what fails now is the host's, and the packet stays
 template <typename Rules>
 void recordAndDeliver(const Rules& rules, CTalRtpPacket* packet, _uint64_t& counter, _uint64_t& byteCounter) {
     CReceiveIndex& index = CSessionAccess::index(rules.session);
@@ -376,11 +403,29 @@ bool CMMRTPSessionBase::isEndSeq(unsigned short /*seq*/) {
 
 // --- Ageing and clean-up ---
 
+namespace {
+
+// Frees a timestamp with its packets.
+void ageOut(CReceiveIndex& index, stTalRtpTSRecord* record) {
+    prefetch(record->newer);  // ages out next
+    index.meter.steps += record->mediaSeqList.size() + record->fecSeqList.size();
+    for (const _uint16_t seq : record->mediaSeqList) {
+        index.media.prefetchAgeing(seq);
+        index.removeMedia(seq);
+    }
+    for (const _uint16_t seq : record->fecSeqList) {
+        index.fec.remove(seq);
+    }
+    index.records.remove(record);
+}
+
+}  // namespace
+
 void CMMRTPSessionBase::checkAllLists() {
     m_index->handover.age(m_lastReceivedTime, kMaxAgeMs);
     const CAgeOrder& order = m_index->records.order();
     while (order.oldest() != nullptr && isStale(*order.oldest(), m_lastReceivedTime)) {
-        ageOut(order.oldest());
+        ageOut(*m_index, order.oldest());
     }
     // After the clock stepped back, records newer than now count as stale too.
     stTalRtpTSRecord* record = order.newest();
@@ -388,24 +433,10 @@ void CMMRTPSessionBase::checkAllLists() {
         ++m_index->meter.steps;
         stTalRtpTSRecord* const older = record->older;
         if (isStale(*record, m_lastReceivedTime)) {
-            ageOut(record);
+            ageOut(*m_index, record);
         }
         record = older;
     }
-}
-
-// Frees a timestamp with its packets.
-void CMMRTPSessionBase::ageOut(stTalRtpTSRecord* record) {
-    prefetch(record->newer);  // ages out next
-    m_index->meter.steps += record->mediaSeqList.size() + record->fecSeqList.size();
-    for (const _uint16_t seq : record->mediaSeqList) {
-        m_index->media.prefetchAgeing(seq);
-        m_index->removeMedia(seq);
-    }
-    for (const _uint16_t seq : record->fecSeqList) {
-        m_index->fec.remove(seq);
-    }
-    m_index->records.remove(record);
 }
 
 void CMMRTPSessionBase::clearAllList() {

@@ -38,6 +38,12 @@ namespace {
 
 constexpr _uint16_t kLastNumber = 0xffff;  // the next one is 0
 
+// **Lends** the rebuilt packet with that number that is not dealt yet, or null.
+CTalRtpPacket* findRebuilt(const CMMRTPSessionBase::PacketMap& rebuilt, _uint16_t seq) {
+    const auto entry = rebuilt.find(seq);
+    return entry != rebuilt.end() ? entry->second : nullptr;
+}
+
 // **Lends** the media packet of a known number: stored, or rebuilt and not dealt yet.
 const CTalRtpPacket& knownPacket(_uint16_t seq, const CReceiveIndex& index,
                                  const CMMRTPSessionBase::PacketMap& rebuilt) {
@@ -60,6 +66,32 @@ void CMMRTPSessionBase::deployXorProcess(unsigned char* dst, unsigned char* src1
 
 // --- FEC packets: intake and storage ---
 
+namespace {
+
+// Records a stored FEC packet under its timestamp.
+void noteFecPacket(CReceiveIndex& index, _uint32_t timestamp, _uint16_t seq, _uint64_t now) {
+    stTalRtpTSRecord* const record = index.records.findOrMake(timestamp, now);
+    if (record != nullptr) {
+        index.fec.note(record, seq);
+        index.records.touch(record, now);
+    }
+}
+
+// **Takes** `packet`: stores it and notes it. False when memory is short for that: it is destroyed then.
+bool keepFecPacket(CReceiveIndex& index, CTalRtpPacket* packet, _uint32_t fecType, _uint64_t now) {
+    const _uint16_t seq = packet->get_sequence_number();
+    try {
+        index.fec.add(seq, packet, fecType);
+        noteFecPacket(index, packet->get_timestamp(), seq, now);
+        return true;
+    } catch (const std::bad_alloc&) {
+        index.fec.remove(seq);
+        return false;
+    }
+}
+
+}  // namespace
+
 int CMMRTPSessionBase::inputReceivedFECPacket(CTalRtpPacket* fecPacket) {
     if (fecPacket == nullptr) {
         TAL_TRACE(ERROR,
@@ -77,7 +109,7 @@ int CMMRTPSessionBase::inputReceivedFECPacket(CTalRtpPacket* fecPacket) {
     bool keep = false;
     std::unique_ptr<CTalRtpPacket> owned(fecPacket);  // a host's hook may throw
     recoverPacketWithFEC(fecPacket, keep);
-    if (keep && !keepFecPacket(owned.release())) {
+    if (keep && !keepFecPacket(*m_index, owned.release(), m_fecType, m_lastReceivedTime)) {
         --m_receivedValidFECPacketNumber;
         m_receivedValidFECPacketBytes -= size;
         m_index->isShort = true;
@@ -87,30 +119,12 @@ int CMMRTPSessionBase::inputReceivedFECPacket(CTalRtpPacket* fecPacket) {
     return 0;
 }
 
-// **Takes** `fecPacket`: stores it and notes it under its timestamp. False when memory is short for that: it
-// is destroyed then.
-bool CMMRTPSessionBase::keepFecPacket(CTalRtpPacket* fecPacket) {
-    const _uint16_t seq = fecPacket->get_sequence_number();
-    try {
-        m_index->fec.add(seq, fecPacket, m_fecType);
-        updateFECListInfo(fecPacket->get_timestamp(), seq);
-        return true;
-    } catch (const std::bad_alloc&) {
-        m_index->fec.remove(seq);
-        return false;
-    }
-}
-
 CTalRtpPacket* CMMRTPSessionBase::getFECPacketBySeq(unsigned short seq) const {
     return m_index->fec.find(seq);
 }
 
 void CMMRTPSessionBase::updateFECListInfo(unsigned int timestamp, unsigned short seq) {
-    stTalRtpTSRecord* const record = m_index->records.findOrMake(timestamp, m_lastReceivedTime);
-    if (record != nullptr) {
-        m_index->fec.note(record, seq);
-        m_index->records.touch(record, m_lastReceivedTime);
-    }
+    noteFecPacket(*m_index, timestamp, seq, m_lastReceivedTime);
 }
 
 void CMMRTPSessionBase::removeFECInfoFromList(unsigned int timestamp, unsigned short seq) {
@@ -124,21 +138,21 @@ void CMMRTPSessionBase::removeFECInfoFromList(unsigned int timestamp, unsigned s
 
 void CMMRTPSessionBase::recoverPacketWithFEC() {
     if (m_index->fec.hasWork(m_fecType)) {
-        retryFecPackets();
+        CSessionAccess::retryFecPackets(*this);
     }
     if (!m_recoverPacketList.empty()) {
         dealRecoverPacketList();
     }
 }
 
-// Tries the stored FEC packets in ascending order.
-void CMMRTPSessionBase::retryFecPackets() {
-    const bool isEveryDue = m_index->fec.beginRound(m_fecType);
+void CSessionAccess::retryFecPackets(CMMRTPSessionBase& session) {
+    CReceiveIndex& index = *session.m_index;
+    const bool isEveryDue = index.fec.beginRound(session.m_fecType);
     _uint16_t seq = 0;
-    while (m_index->fec.findNextTry(isEveryDue, seq)) {
-        ++m_index->meter.steps;
-        m_index->fec.prefetchAfter(seq);
-        retryFecPacket(seq);
+    while (index.fec.findNextTry(isEveryDue, seq)) {
+        ++index.meter.steps;
+        index.fec.prefetchAfter(seq);
+        retryFecPacket(session, seq);
         if (seq == kLastNumber) {
             return;
         }
@@ -146,17 +160,17 @@ void CMMRTPSessionBase::retryFecPackets() {
     }
 }
 
-void CMMRTPSessionBase::retryFecPacket(unsigned short seq) {
-    CTalRtpPacket* const fecPacket = getFECPacketBySeq(seq);
+void CSessionAccess::retryFecPacket(CMMRTPSessionBase& session, _uint16_t seq) {
+    CTalRtpPacket* const fecPacket = session.getFECPacketBySeq(seq);
     bool keep = false;
-    recoverPacketWithFEC(fecPacket, keep);
+    session.recoverPacketWithFEC(fecPacket, keep);
     if (keep) {
-        m_index->fec.waitAgain(seq);
+        session.m_index->fec.waitAgain(seq);
         return;
     }
     // NOLINTNEXTLINE(clang-analyzer-core.CallAndMessage): only numbers of stored packets are worth trying
-    removeFECInfoFromList(fecPacket->get_timestamp(), seq);
-    m_index->fec.remove(seq);
+    session.removeFECInfoFromList(fecPacket->get_timestamp(), seq);
+    session.m_index->fec.remove(seq);
 }
 
 void CMMRTPSessionBase::recoverPacketWithFEC(CTalRtpPacket* fecPacket, bool& keep) {
@@ -167,97 +181,95 @@ void CMMRTPSessionBase::recoverPacketWithFEC(CTalRtpPacket* fecPacket, bool& kee
         return;
     }
     try {
-        tryFecPacket(fecPacket, keep);
+        // A packet of the other kind, stored before the FEC type was changed, has nothing more to give.
+        if (m_fecType == RTP_FEC_RS) {
+            if (auto* const rsPacket = dynamic_cast<CRTPRSPacket*>(fecPacket)) {
+                recoverPacketWithRSFEC(rsPacket, keep);
+            }
+        } else if (m_fecType == RTP_FEC_XOR) {
+            if (auto* const xorPacket = dynamic_cast<CRTPFECPacket*>(fecPacket)) {
+                recoverPacketWithXORFEC(xorPacket, keep);
+            }
+        }
     } catch (const std::bad_alloc&) {
         keep = true;  // as if nothing had been rebuilt
         m_index->isShort = true;
     }
 }
 
-void CMMRTPSessionBase::tryFecPacket(CTalRtpPacket* fecPacket, bool& keep) {
-    // A packet of the other kind, stored before the FEC type was changed, has nothing more to give.
-    if (m_fecType == RTP_FEC_RS) {
-        if (auto* const rsPacket = dynamic_cast<CRTPRSPacket*>(fecPacket)) {
-            recoverPacketWithRSFEC(rsPacket, keep);
-        }
-    } else if (m_fecType == RTP_FEC_XOR) {
-        if (auto* const xorPacket = dynamic_cast<CRTPFECPacket*>(fecPacket)) {
-            recoverPacketWithXORFEC(xorPacket, keep);
-        }
-    }
-}
-
 void CMMRTPSessionBase::dealRecoverPacketList() {
     bool isAnyDealt = false;
-    while (dealRecoveredPackets()) {
+    while (CSessionAccess::dealRecoveredPackets(*this)) {
         isAnyDealt = true;
-        retryFecPackets();
+        CSessionAccess::retryFecPackets(*this);
     }
     if (isAnyDealt) {
         checkAllLists();
     }
 }
 
-// Feeds the rebuilt packets into the media path; true when one of them was new. An exception of the host
-// leaves those that were not dealt yet for the next time.
-bool CMMRTPSessionBase::dealRecoveredPackets() {
+bool CSessionAccess::dealRecoveredPackets(CMMRTPSessionBase& session) {
+    CMMRTPSessionBase::PacketMap& rebuilt = session.m_recoverPacketList;
     bool isAnyDealt = false;
-    auto entry = m_recoverPacketList.begin();
+    auto entry = rebuilt.begin();
     try {
-        while (entry != m_recoverPacketList.end()) {
+        while (entry != rebuilt.end()) {
             CTalRtpPacket* const packet = entry->second;
             ++entry;
-            isAnyDealt |= packet != nullptr && dealRecoveredPacket(packet);
+            isAnyDealt |= packet != nullptr && dealRecoveredPacket(session, packet);
         }
     } catch (...) {
-        m_recoverPacketList.erase(m_recoverPacketList.begin(), entry);
+        rebuilt.erase(rebuilt.begin(), entry);
         throw;
     }
-    m_recoverPacketList.clear();
+    rebuilt.clear();
     return isAnyDealt;
 }
 
-// **Takes** one of them. False when it is not new, or there is no memory for it.
-bool CMMRTPSessionBase::dealRecoveredPacket(CTalRtpPacket* packet) {
+bool CSessionAccess::dealRecoveredPacket(CMMRTPSessionBase& session, CTalRtpPacket* packet) {
     const _uint16_t seq = packet->get_sequence_number();
-    if (getMediaPacketBySeq(seq) != nullptr) {
+    if (session.getMediaPacketBySeq(seq) != nullptr) {
         TAL_TRACE(WARNING, "CMMRTPSessionBase::dealRecoverPacketList recover repeat packet: seq = "
                                << seq << ", ts = " << packet->get_timestamp());
         delete packet;
         return false;
     }
     try {
-        CSessionAccess::takeMediaPacket(*this, packet, m_recoveredMediaPacketNumber,
-                                        m_recoveredMediaPacketBytes);
+        takeMediaPacket(session, packet, session.m_recoveredMediaPacketNumber,
+                        session.m_recoveredMediaPacketBytes);
         return true;
     } catch (const std::bad_alloc&) {
-        if (getMediaPacketBySeq(seq) != nullptr) {
+        if (session.getMediaPacketBySeq(seq) != nullptr) {
             throw;  // stored and recorded: what failed was the host's
         }
-        m_index->forget(seq);
-        m_index->isShort = true;
+        session.m_index->forget(seq);
+        session.m_index->isShort = true;
         return false;
     }
 }
 
 CTalRtpPacket* CMMRTPSessionBase::getRecoverPacketBySeq(unsigned short seq) const {
-    const auto entry = m_recoverPacketList.find(seq);
-    return entry != m_recoverPacketList.end() ? entry->second : nullptr;
+    return findRebuilt(m_recoverPacketList, seq);
 }
+
+namespace {
 
 // **Takes** a rebuilt packet into the list of those to be dealt. When memory is short, the packet is
 // destroyed and std::bad_alloc passes.
-void CMMRTPSessionBase::storeRecoveredPacket(unsigned short seq, CTalRtpPacket* packet) {
+void storeRecoveredPacket(CReceiveIndex& index, CMMRTPSessionBase::PacketMap& rebuilt, _uint16_t seq,
+                          CTalRtpPacket* packet) {
     std::unique_ptr<CTalRtpPacket> owned(packet);
-    const auto entry = m_recoverPacketList.emplace(seq, nullptr).first;
+    const auto entry = rebuilt.emplace(seq, nullptr).first;
     try {
-        m_index->know(seq);
+        index.know(seq);
     } catch (...) {
-        m_recoverPacketList.erase(entry);
+        rebuilt.erase(entry);
         throw;
     }
     entry->second = owned.release();
 }
+
+}  // namespace
 
 // --- XOR recovery (RFC 2733, 7) ---
 
@@ -295,7 +307,7 @@ void CMMRTPSessionBase::recoverPacketWithXORFEC(CRTPFECPacket* fecPacket, bool& 
     TAL_TRACE(INFO, "CMMRTPSessionBase::recoverPacketWithXORFEC recoveredSeq = "
                         << seq << ", recoveredTS = " << packet->get_timestamp()
                         << ", sourceID = " << m_sourceId);
-    storeRecoveredPacket(seq, packet);
+    storeRecoveredPacket(*m_index, m_recoverPacketList, seq, packet);
 }
 
 namespace {
@@ -511,10 +523,9 @@ std::unique_ptr<CTalRtpPacket> makeRebuilt(const stRsRebuilt& rebuilt) {
     return packet;
 }
 
-}  // namespace
-
 // Takes over the rebuilt packets of a group. False when one of them is not the one that was asked for.
-bool CMMRTPSessionBase::takeRebuiltPackets(const CRsGroup& group, unsigned short lastParitySeq) {
+bool takeRebuiltPackets(CReceiveIndex& index, CMMRTPSessionBase::PacketMap& rebuilt, const CRsGroup& group,
+                        _uint16_t lastParitySeq, _uint32_t sourceId) {
     bool isEachRight = true;
     for (int i = 0; i < group.missingCount(); ++i) {
         std::unique_ptr<CTalRtpPacket> packet = makeRebuilt(group.rebuilt(i));
@@ -525,18 +536,20 @@ bool CMMRTPSessionBase::takeRebuiltPackets(const CRsGroup& group, unsigned short
         const _uint16_t seq = packet->get_sequence_number();
         TAL_TRACE(INFO, "CMMRTPSessionBase::recoverPacketWithRSFEC recoveredSeq = "
                             << seq << ", recoveredTS = " << packet->get_timestamp()
-                            << ", sourceID = " << m_sourceId);
-        if (getRecoverPacketBySeq(seq) != nullptr) {
+                            << ", sourceID = " << sourceId);
+        if (findRebuilt(rebuilt, seq) != nullptr) {
             // Compatibility: the line carries the number of the last parity packet, not that of the repeated
             // packet.
             TAL_TRACE(WARNING, "CMMRTPSessionBase::recoverPacketWithRSFEC recover repeat packet: seq = "
                                    << lastParitySeq << ", ts = " << packet->get_timestamp());
             continue;
         }
-        storeRecoveredPacket(seq, packet.release());
+        storeRecoveredPacket(index, rebuilt, seq, packet.release());
     }
     return isEachRight;
 }
+
+}  // namespace
 
 void CMMRTPSessionBase::recoverPacketWithRSFEC(CRTPRSPacket* fecPacket, bool& keep) {
     keep = false;
@@ -571,7 +584,7 @@ void CMMRTPSessionBase::recoverPacketWithRSFEC(CRTPRSPacket* fecPacket, bool& ke
         reportNoMemory(shards);
         m_index->isShort = true;
         keep = true;
-    } else if (!takeRebuiltPackets(group, lastParitySeq)) {
+    } else if (!takeRebuiltPackets(*m_index, m_recoverPacketList, group, lastParitySeq, m_sourceId)) {
         reportWrongPackets(shards);
     }
 }

@@ -9,8 +9,7 @@
 #ifndef TALRTP_SRC_TALRTPSESSIONRULES_H
 #define TALRTP_SRC_TALRTPSESSIONRULES_H
 
-#include <talrtp/TalRtpSession.h>
-
+#include "TalRtpSessionAccess.h"
 #include "receive/ReceiveIndex.h"
 #include "wire/H264Payload.h"
 #include "wire/PacketAccess.h"
@@ -20,39 +19,6 @@ namespace talrtp {
 // **Lends** `session` as an object of the library's class; null when its class is a derived one, or the
 // base class.
 CMMRTPSession4SVC* stockSession(CMMRTPSessionBase& session);
-
-// Reaches the members and hooks that the public header hides from everybody else.
-class CSessionAccess {
-public:
-    struct stStockRules;
-    struct stHostRules;
-
-    // **Lends** the stores of a session.
-    static CReceiveIndex& index(const CMMRTPSessionBase& session) { return *session.m_index; }
-
-    // **Takes** a media packet that is new: stores it, counts it, records it, deals it. When it cannot be
-    // stored and recorded, since memory is short or a host's hook throws, it is destroyed, nothing is
-    // counted, and the exception passes.
-    static void takeMediaPacket(CMMRTPSessionBase& session, CTalRtpPacket* packet, _uint64_t& counter,
-                                _uint64_t& byteCounter);
-
-    // Records a stored packet under its timestamp and in its unit. **Lends** the unit's record; null when its
-    // start is not known.
-    template <typename Rules>
-    static stTalRtpDataInfo* record(const Rules& rules, _uint32_t timestamp, _uint16_t seq) {
-        CTimestampRecords& records = index(rules.session).records;
-        stTalRtpTSRecord* const record = records.noteMedia(timestamp, seq, rules.session.m_lastReceivedTime);
-        return records.growUnitOf(record, seq, rules);
-    }
-
-    // Writes the header of the next media packet.
-    static void writeHeader(CMMRTPSessionBase& session, _uint32_t timestamp, CTalRtpPacket& packet) {
-        ++session.m_createdMediaPacketNumber;
-        CPacketAccess::writeHeader(packet, kMarkerMask, session.m_payloadType, session.m_sequenceNumber,
-                                   timestamp, session.m_sourceId);
-        session.m_sequenceNumber = static_cast<_uint16_t>(session.m_sequenceNumber + 1);
-    }
-};
 
 // The library's class. `packet` is the one that was stored; sending asks for none.
 struct CSessionAccess::stStockRules {
@@ -86,7 +52,7 @@ struct CSessionAccess::stStockRules {
     // The bytes of the capacity that no writer fills are zeroed once, by `writePayload`.
     void writeHeader(unsigned long timestamp, CTalRtpPacket* packet) const {
         CPacketAccess::clear(*packet);
-        CSessionAccess::writeHeader(session, static_cast<_uint32_t>(timestamp), *packet);
+        CSessionAccess::writeHeader(session, timestamp, *packet);
     }
     // Each piece has at least one byte.
     int writePayload(int index, int count, int size, const unsigned char* data, CTalRtpPacket* packet) const {
@@ -127,6 +93,13 @@ struct CSessionAccess::stHostRules {
 
 using stStockRules = CSessionAccess::stStockRules;
 using stHostRules = CSessionAccess::stHostRules;
+
+template <typename Rules>
+stTalRtpDataInfo* CSessionAccess::record(const Rules& rules, _uint32_t timestamp, _uint16_t seq) {
+    CTimestampRecords& records = rules.session.m_index->records;
+    stTalRtpTSRecord* const record = records.noteMedia(timestamp, seq, rules.session.m_lastReceivedTime);
+    return records.growUnitOf(record, seq, rules);
+}
 
 }  // namespace talrtp
 

@@ -37,8 +37,15 @@ int CMMRTPSessionBase::setPacketHeader(unsigned long timestamp, CTalRtpPacket* p
         return -1;
     }
     packet->reset();
-    CSessionAccess::writeHeader(*this, static_cast<_uint32_t>(timestamp), *packet);
+    CSessionAccess::writeHeader(*this, timestamp, *packet);
     return 0;
+}
+
+void CSessionAccess::writeHeader(CMMRTPSessionBase& session, unsigned long timestamp, CTalRtpPacket& packet) {
+    ++session.m_createdMediaPacketNumber;
+    CPacketAccess::writeHeader(packet, kMarkerMask, session.m_payloadType,
+                               nextNumber(session.m_sequenceNumber), static_cast<_uint32_t>(timestamp),
+                               session.m_sourceId);
 }
 
 int CMMRTPSessionBase::setPacketPayload(int index, int count, int size, unsigned char* data,
@@ -59,6 +66,7 @@ int CMMRTPSessionBase::setPacketPayload(int index, int count, int size, unsigned
 
 namespace {
 
+// Makes a packet of one whole unit.
 template <typename Rules>
 int makeSinglePacket(const Rules& rules, unsigned long timestamp, int size, unsigned char* data,
                      CTalRtpPacket* packet) {

@@ -14,6 +14,7 @@
 #include <climits>
 #include <cstring>
 
+#include "TalRtpSessionAccess.h"
 #include "TalRtpTraceLine.h"
 #include "receive/ReceiveIndex.h"
 #include "wire/H264Payload.h"
@@ -79,6 +80,11 @@ int CMMRTPSession4SVC::setSinglePayload(int size, unsigned char* data, CTalRtpPa
     return 0;
 }
 
+// Each call appends one unit and rewrites the header, whose NRI is the highest of the units so far:
+//
+//   call 1   [24 | NRI 1] size unit
+//   call 2   [24 | NRI 3] size unit size unit
+//   call 3   [24 | NRI 3] size unit size unit size unit
 int CMMRTPSession4SVC::setAUPayload(int index, int size, unsigned char* data, CTalRtpPacket* packet) {
     if (data == nullptr || packet == nullptr) {
         TAL_TRACE(ERROR, "CMMRTPSession4SVC::setAUPayload invalid parameter: packet = "
@@ -158,9 +164,10 @@ void CMMRTPSession4SVC::deliveSinglePacket(CTalRtpPacket* packet) {
         return;
     }
     const int size = packet->get_payload_size() + kStartCodeSize;
-    CHandover handover(m_index->handover, *packet, packet->get_packet_size() + kStartCodeSize, size);
+    CHandover handover(CSessionAccess::index(*this).handover, *packet,
+                       packet->get_packet_size() + kStartCodeSize, size);
     if (!handover.isReady()) {
-        m_index->isShort = true;
+        CSessionAccess::index(*this).isShort = true;
         return;
     }
     CTalRtpPacket& unit = handover.packet();
@@ -275,9 +282,10 @@ void CMMRTPSession4SVC::splitAUPacketEx(CTalRtpPacket* packet) {
     if (packet->get_payload_size() <= kStapAHeaderSize) {
         return;
     }
-    CHandover handover(m_index->handover, *packet, aggregateCapacity(*packet), byteStreamSize(*packet));
+    CHandover handover(CSessionAccess::index(*this).handover, *packet, aggregateCapacity(*packet),
+                       byteStreamSize(*packet));
     if (!handover.isReady()) {
-        m_index->isShort = true;
+        CSessionAccess::index(*this).isShort = true;
         return;
     }
     CTalRtpPacket& unit = handover.packet();
@@ -304,9 +312,9 @@ void CMMRTPSession4SVC::splitAUPacket(CTalRtpPacket* packet) {
     }
     const bool isEmpty = packet->get_payload_size() <= kStapAHeaderSize;
     const int size = isEmpty ? 0 : byteStreamSize(*packet);
-    CHandover handover(m_index->handover, *packet, aggregateCapacity(*packet), size);
+    CHandover handover(CSessionAccess::index(*this).handover, *packet, aggregateCapacity(*packet), size);
     if (!handover.isReady()) {
-        m_index->isShort = true;
+        CSessionAccess::index(*this).isShort = true;
         return;
     }
     CTalRtpPacket& units = handover.packet();
@@ -340,11 +348,11 @@ bool CMMRTPSession4SVC::isEndSeq(unsigned short seq) {
 }
 
 bool CMMRTPSession4SVC::findStartSeq(unsigned short seq, unsigned short& startSeq) {
-    return m_index->media.findStart(seq, startSeq);
+    return CSessionAccess::index(*this).media.findStart(seq, startSeq);
 }
 
 bool CMMRTPSession4SVC::findEndSeq(unsigned short startSeq, unsigned short& endSeq) {
-    return m_index->media.findEnd(startSeq, endSeq);
+    return CSessionAccess::index(*this).media.findEnd(startSeq, endSeq);
 }
 
 void CMMRTPSession4SVC::combineFUPacket(CTalRtpPacket* packet) {
@@ -393,19 +401,17 @@ int CMMRTPSession4SVC::getFUPacketsInfoBySeq(unsigned short seq, bool& complete,
     return 0;
 }
 
-unsigned int CMMRTPSession4SVC::getFUPacketsPayloadSize(unsigned short start, unsigned short end) const {
-    return static_cast<unsigned int>(fragmentRunSize(start, end));
-}
+namespace {
 
-// The same, wide enough for every run.
-_uint64_t CMMRTPSession4SVC::fragmentRunSize(unsigned short start, unsigned short end) const {
+// The bytes of fragment data in a run, up to the first gap.
+_uint64_t fragmentRunSize(CReceiveIndex& index, _uint16_t start, _uint16_t end) {
     _uint64_t size = 0;
     const int last = static_cast<unsigned short>(end - start);
     for (int i = 0; i <= last; ++i) {
-        ++m_index->meter.steps;
+        ++index.meter.steps;
         const unsigned short seq = static_cast<unsigned short>(start + i);
-        m_index->media.prefetchRun(seq);
-        const CTalRtpPacket* const packet = getMediaPacketBySeq(seq);
+        index.media.prefetchRun(seq);
+        const CTalRtpPacket* const packet = index.media.find(seq);
         if (packet == nullptr) {
             TAL_TRACE(WARNING, "CMMRTPSession4SVC::getFUPacketsPayloadSize can't find packet, seq = " << seq);
             break;
@@ -415,6 +421,14 @@ _uint64_t CMMRTPSession4SVC::fragmentRunSize(unsigned short start, unsigned shor
     return size;
 }
 
+}  // namespace
+
+unsigned int CMMRTPSession4SVC::getFUPacketsPayloadSize(unsigned short start, unsigned short end) const {
+    return static_cast<unsigned int>(fragmentRunSize(CSessionAccess::index(*this), start, end));
+}
+
+// Puts the unit together:  00 00 00 01 | NAL header | piece | piece | ... up to the first gap. The header has
+// its NRI from the FU indicator and its type from the FU header of the first fragment.
 void CMMRTPSession4SVC::deliveFUPacket(unsigned short start, unsigned short end, bool complete) {
     const CTalRtpPacket* const first = getMediaPacketBySeq(start);
     if (first == nullptr) {
@@ -423,16 +437,17 @@ void CMMRTPSession4SVC::deliveFUPacket(unsigned short start, unsigned short end,
         return;
     }
     constexpr int kUnitHeaderSize = 1;
-    const _uint64_t unitSize = fragmentRunSize(start, end) + kStartCodeSize + kUnitHeaderSize;
+    const _uint64_t unitSize =
+        fragmentRunSize(CSessionAccess::index(*this), start, end) + kStartCodeSize + kUnitHeaderSize;
     const int headerSize = first->get_header_size();
     if (unitSize >
         static_cast<_uint64_t>(kLargestHandover - headerSize - kSpareSize - kExtensionHeaderSize)) {
         return;
     }
     const int size = static_cast<int>(unitSize);
-    CHandover handover(m_index->handover, *first, size + headerSize, size);
+    CHandover handover(CSessionAccess::index(*this).handover, *first, size + headerSize, size);
     if (!handover.isReady()) {
-        m_index->isShort = true;
+        CSessionAccess::index(*this).isShort = true;
         return;
     }
     CTalRtpPacket& unit = handover.packet();
@@ -443,7 +458,7 @@ void CMMRTPSession4SVC::deliveFUPacket(unsigned short start, unsigned short end,
     target = appendBytes(target, first->get_payload_ptr() + kFuHeadersSize, fragmentDataSize(*first));
     const int last = static_cast<unsigned short>(end - start);
     for (int i = 1; i <= last; ++i) {
-        ++m_index->meter.steps;
+        ++CSessionAccess::index(*this).meter.steps;
         const unsigned short seq = static_cast<unsigned short>(start + i);
         const CTalRtpPacket* const packet = getMediaPacketBySeq(seq);
         if (packet == nullptr) {
