@@ -7,6 +7,7 @@
 // A row counts one packet an iteration, or one FEC packet in the XOR rows.
 
 #include <benchmark/benchmark.h>
+#include <talrtp/kit/PacketArray.h>
 #include <talrtp/kit/Receiver.h>
 #include <talrtp/talrtp.h>
 
@@ -35,17 +36,6 @@ constexpr int kCapacity = 1500;
 constexpr int kFuHeaders = 2;
 constexpr int kFecHeaderSize = 12;
 
-// Packet objects one after another, as the session's operations take them.
-class Packet : public CTalRtpPacket {
-public:
-    Packet() : CTalRtpPacket(kCapacity) {}
-};
-
-class FecPacket : public CRTPFECPacket {
-public:
-    FecPacket() : CRTPFECPacket(kCapacity) {}
-};
-
 // --- Packetizing ---
 
 constexpr int kFragments = 10;
@@ -54,8 +44,8 @@ constexpr int kFragments = 10;
 // of the program, as a host makes its packets once.
 struct SendingMemory {
     std::vector<unsigned char> unit = makeUnit(kFragments * (kPacketSize - kHeaderSize));
-    std::vector<Packet> packets = std::vector<Packet>(kFragments);
-    FecPacket fec;
+    talrtp::kit::PacketArray<CTalRtpPacket> packets{kFragments, kCapacity};
+    CRTPFECPacket fec{kCapacity};
 };
 SendingMemory s_sending;
 
@@ -270,7 +260,7 @@ public:
 
 private:
     void feed(unsigned long now) {
-        FecPacket fec;
+        CRTPFECPacket fec(kCapacity);
         fec.set_payload_type(111);
         fec.set_sequence_number(m_seq);
         fec.set_timestamp(1);

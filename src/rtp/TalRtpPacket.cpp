@@ -132,9 +132,6 @@ unsigned int CPacketAccess::replacedBuffers() {
     return s_replacedBuffers;
 }
 
-const void* const CPacketAccess::s_headerSize = headerSizeFunction(CTalRtpPacket(0));
-const void* const CPacketAccess::s_fecHeaderSize = headerSizeFunction(CRTPFECPacket(0));
-
 CTalRtpPacket::CTalRtpPacket(int bufferSize)
     : m_buffer(checked(std::calloc(allocationSize(bufferSize), 1))),
       m_payloadSize(0),

@@ -4,10 +4,12 @@
 #ifndef TALRTP_SRC_WIRE_PACKETACCESS_H
 #define TALRTP_SRC_WIRE_PACKETACCESS_H
 
+#include <talrtp/TalRtpFecPacket.h>
 #include <talrtp/TalRtpPacket.h>
 
 #include <cstring>
 #include <limits>
+#include <typeinfo>
 
 #include "wire/PacketLayout.h"
 
@@ -66,9 +68,10 @@ public:
 
     // Sets the payload size of a packet of which only the fixed header was written, and returns where the
     // payload goes. Zeroes everything else after the fixed header, and the first `zeroed` bytes of the
-    // payload.
-    static unsigned char* beginPayload(CTalRtpPacket& packet, int size, int zeroed = 0) {
-        if (__builtin_expect(hasOwnHeaderSize(packet) && zeroed <= size, 1)) {
+    // payload. `Expected` is the class that the packet is likely to be of.
+    template <typename Expected>
+    static unsigned char* beginPayload(Expected& packet, int size, int zeroed = 0) {
+        if (__builtin_expect(isStock(packet) && zeroed <= size, 1)) {
             packet.m_payloadSize = size;
             packet.m_packetSize = kFixedHeaderSize + size;
             zeroFrom(packet, packet.m_packetSize);
@@ -85,28 +88,15 @@ public:
     static constexpr int kWholePayload = std::numeric_limits<int>::max();  // as many zeroes as there is room
 
 private:
-    // The function that answers a packet's `get_header_size`, or null where the compiler's virtual tables are
-    // unknown. The order of the table is binary interface, its layout that of the Itanium C++ ABI, 2.5.2.
-    static const void* headerSizeFunction(const CTalRtpPacket& packet) {
-#ifdef __GXX_ABI_VERSION
-        constexpr int kPlace = 4;  // after two destructors and the accessors of the CSRC list
-        const void* const* table;
-        std::memcpy(&table, static_cast<const void*>(&packet), sizeof table);
-        return table[kPlace];
-#else
-        static_cast<void>(packet);
-        return nullptr;
-#endif
+    // Tells whether the packet's class is one of the library's, whose header size is known for a packet with
+    // nothing but a fixed header. A class derived by a host may compute its own. The class that the caller
+    // expects is compared first.
+    template <typename Expected>
+    static bool isStock(const Expected& packet) {
+        const std::type_info& type = typeid(packet);
+        return type == typeid(Expected) || type == typeid(CTalRtpPacket) || type == typeid(CRTPFECPacket) ||
+               type == typeid(CRTPRSPacket);
     }
-
-    // Tells whether a class derived by a host leaves `get_header_size` to the library, whose answer for a
-    // packet with nothing but a fixed header is known. A virtual call for each packet made would take longer.
-    static bool hasOwnHeaderSize(const CTalRtpPacket& packet) {
-        const void* const function = headerSizeFunction(packet);
-        return function != nullptr && (function == s_headerSize || function == s_fecHeaderSize);
-    }
-    static const void* const s_headerSize;     // of `CTalRtpPacket`
-    static const void* const s_fecHeaderSize;  // of `CRTPFECPacket`
 
     // Zeroes the capacity from byte `begin` on.
     static void zeroFrom(CTalRtpPacket& packet, int begin) {
