@@ -20,6 +20,7 @@
 #include <iterator>
 #include <memory>
 #include <new>
+#include <typeinfo>
 
 #include "RsFecLines.h"
 #include "TalRtpPacketView.h"
@@ -37,6 +38,13 @@ namespace talrtp {
 namespace {
 
 constexpr _uint16_t kLastNumber = 0xffff;  // the next one is 0
+
+// **Lends** `packet` as one of that class or of a class derived from it; null when it is another kind. The
+// session makes no derived packets, so the search through the base classes is left to those of a host.
+template <typename Packet>
+Packet* packetAs(CTalRtpPacket* packet) {
+    return typeid(*packet) == typeid(Packet) ? static_cast<Packet*>(packet) : dynamic_cast<Packet*>(packet);
+}
 
 // **Lends** the rebuilt packet with that number that is not dealt yet, or null.
 CTalRtpPacket* findRebuilt(const CMMRTPSessionBase::PacketMap& rebuilt, _uint16_t seq) {
@@ -183,11 +191,11 @@ void CMMRTPSessionBase::recoverPacketWithFEC(CTalRtpPacket* fecPacket, bool& kee
     try {
         // A packet of the other kind, stored before the FEC type was changed, has nothing more to give.
         if (m_fecType == RTP_FEC_RS) {
-            if (auto* const rsPacket = dynamic_cast<CRTPRSPacket*>(fecPacket)) {
+            if (auto* const rsPacket = packetAs<CRTPRSPacket>(fecPacket)) {
                 recoverPacketWithRSFEC(rsPacket, keep);
             }
         } else if (m_fecType == RTP_FEC_XOR) {
-            if (auto* const xorPacket = dynamic_cast<CRTPFECPacket*>(fecPacket)) {
+            if (auto* const xorPacket = packetAs<CRTPFECPacket>(fecPacket)) {
                 recoverPacketWithXORFEC(xorPacket, keep);
             }
         }

@@ -395,6 +395,31 @@ TEST_F(FecReceiveTest, PacketsOfTheOtherKindAreDroppedAtTheNextTry) {
     expectDelivered({90, 91});
 }
 
+// A host's class of XOR packets, of whose kind the compiler must be asked.
+class HostXorPacket : public CRTPFECPacket {
+public:
+    using CRTPFECPacket::CRTPFECPacket;
+};
+
+TEST_F(FecReceiveTest, PacketOfADerivedClassRebuilds) {
+    Bytes bytes = parityOver(500, {1, 2});
+    EXPECT_EQ(session.inputReceivedFECPacket(new HostXorPacket(bytes.data(), static_cast<int>(bytes.size()))),
+              0);
+    EXPECT_THAT(storedFec(), ElementsAre(500));
+    media(1);
+    expectDelivered({1, 2});
+    EXPECT_THAT(storedFec(), IsEmpty());
+}
+
+TEST_F(FecReceiveTest, PacketOfNoFecClassIsDroppedAtOnce) {
+    Bytes bytes = parityOver(500, {1, 2});
+    EXPECT_EQ(session.inputReceivedFECPacket(new CTalRtpPacket(bytes.data(), static_cast<int>(bytes.size()))),
+              0);
+    EXPECT_THAT(storedFec(), IsEmpty());
+    media(1);
+    expectDelivered({1});
+}
+
 TEST_F(FecReceiveTest, ClearedListsForgetRebuiltPacketsToo) {
     Bytes bytes = parityOver(500, {5});
     CRTPFECPacket fec(bytes.data(), static_cast<int>(bytes.size()));
