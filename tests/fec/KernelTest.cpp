@@ -3,6 +3,7 @@
 #include "kernels/GfTables.h"
 #include "kernels/Kernels.h"
 
+#include "Bytes.h"
 #include "PlainField.h"
 
 #include <talrtp/RsFec.h>
@@ -17,8 +18,8 @@
 namespace talrtp {
 namespace {
 
+using test::Bytes;
 using test::times;
-using Bytes = std::vector<unsigned char>;
 
 constexpr int kMaxLength = 257;
 constexpr int kMaxMisalignment = 64;

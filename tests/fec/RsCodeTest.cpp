@@ -8,6 +8,7 @@
 #include "fec/GaloisField.h"
 #include "fec/RsInterpolation.h"
 
+#include "Bytes.h"
 #include "PlainField.h"
 
 #include <gtest/gtest.h>
@@ -22,8 +23,6 @@
 namespace talrtp {
 namespace test {
 namespace {
-
-typedef std::vector<unsigned char> Bytes;
 
 // A whole group of blocks, which are values of random polynomials.
 class Group {

@@ -13,10 +13,12 @@
 #include <random>
 #include <vector>
 
+#include "Bytes.h"
+
 namespace talrtp {
 namespace {
 
-using Bytes = std::vector<unsigned char>;
+using test::Bytes;
 using Blocks = std::vector<Bytes>;
 
 constexpr unsigned int kSeed = 20240611;

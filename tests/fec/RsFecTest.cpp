@@ -2,6 +2,7 @@
 
 #include <talrtp/RsFec.h>
 
+#include "Bytes.h"
 #include "PlainField.h"
 #include "TraceCatcher.h"
 
@@ -25,7 +26,7 @@ using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-using Bytes = std::vector<unsigned char>;
+using test::Bytes;
 using Blocks = std::vector<Bytes>;
 
 constexpr unsigned int kSeed = 20240604;

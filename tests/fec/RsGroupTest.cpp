@@ -4,6 +4,7 @@
 #include "fec/CodeMatrix.h"
 #include "fec/RsGroup.h"
 
+#include "Bytes.h"
 #include "PlainField.h"
 
 #include <gtest/gtest.h>
@@ -17,8 +18,6 @@
 namespace talrtp {
 namespace test {
 namespace {
-
-typedef std::vector<unsigned char> Bytes;
 
 // The coefficients of parity block `p` for `k` packets: products of (x - x_m) / (x_j - x_m) over m != j.
 Bytes coefficientsOf(std::size_t p, std::size_t k) {

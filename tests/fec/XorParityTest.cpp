@@ -1,6 +1,7 @@
 // The arithmetic of XOR parity without a session: the fields that an FEC packet states for its group, and its
 // contents (RFC 2733), against bytes worked out by hand and against plain sums.
 
+#include "Bytes.h"
 #include "fec/GroupSpan.h"
 #include "fec/XorParity.h"
 
@@ -18,8 +19,6 @@ namespace test {
 namespace {
 
 using testing::Each;
-
-typedef std::vector<unsigned char> Bytes;
 
 stByteView viewOf(const Bytes& bytes) {
     return {bytes.data(), static_cast<int>(bytes.size())};

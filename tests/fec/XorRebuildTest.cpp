@@ -10,11 +10,11 @@
 #include <random>
 #include <vector>
 
+#include "Bytes.h"
+
 namespace talrtp {
 namespace test {
 namespace {
-
-typedef std::vector<unsigned char> Bytes;
 
 constexpr std::size_t kParityBegin = 12 + 12;  // after the RTP header and the FEC header
 

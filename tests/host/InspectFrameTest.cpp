@@ -6,10 +6,12 @@
 
 #include <vector>
 
+#include "Bytes.h"
+
 namespace talrtp::host::inspect {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
+using test::Bytes;
 
 Bytes operator+(Bytes a, const Bytes& b) {
     a.insert(a.end(), b.begin(), b.end());

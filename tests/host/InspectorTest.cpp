@@ -7,11 +7,13 @@
 #include <string>
 #include <vector>
 
+#include "Bytes.h"
+
 namespace talrtp::host::inspect {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
 using std::chrono::milliseconds;
+using test::Bytes;
 
 constexpr std::uint32_t kSsrc = 0x11223344;
 

@@ -1,5 +1,6 @@
 // Addresses as users write them, and batches of datagrams over the loopback interface.
 
+#include "Bytes.h"
 #include "net/Address.h"
 #include "net/DatagramQueue.h"
 #include "net/DatagramReader.h"
@@ -21,7 +22,7 @@ using namespace talrtp;
 using namespace talrtp::host;
 using namespace std::chrono_literals;
 
-using Bytes = std::vector<std::uint8_t>;
+using talrtp::test::Bytes;
 
 Endpoint loopback(std::uint16_t port) {
     return {asio::ip::address_v4::loopback(), port};

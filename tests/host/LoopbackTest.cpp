@@ -3,7 +3,7 @@
 // own.
 
 #include "HostError.h"
-#include "KitRandom.h"
+#include "SeededRandom.h"
 #include "loopback/Loopback.h"
 
 #include <talrtp/kit/AccessUnitSplitter.h>

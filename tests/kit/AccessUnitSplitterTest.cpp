@@ -1,6 +1,7 @@
 // The cut of a byte stream into access units.
 
-#include "KitRandom.h"
+#include "Bytes.h"
+#include "SeededRandom.h"
 
 #include <talrtp/kit/AccessUnitSplitter.h>
 
@@ -18,10 +19,10 @@
 namespace talrtp::kit {
 namespace {
 
+using test::Bytes;
 using test::SeededRandom;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using Bytes = std::vector<std::uint8_t>;
 
 // Units of one letter each; a capital slice begins with macroblock 0.
 Bytes unitOf(char letter) {

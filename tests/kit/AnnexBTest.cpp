@@ -1,6 +1,7 @@
 // The walk over the units of a byte string.
 
-#include "KitRandom.h"
+#include "Bytes.h"
+#include "SeededRandom.h"
 
 #include <talrtp/kit/AnnexB.h>
 
@@ -14,10 +15,10 @@
 namespace talrtp::kit {
 namespace {
 
+using test::Bytes;
 using test::SeededRandom;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using Bytes = std::vector<std::uint8_t>;
 
 std::vector<Bytes> unitsIn(const Bytes& bytes, bool hasStartCode = true) {
     std::vector<Bytes> units;

@@ -1,4 +1,4 @@
-#include "KitRandom.h"
+#include "SeededRandom.h"
 
 #include <talrtp/TalRtpFecPacket.h>
 #include <talrtp/TalRtpPacket.h>

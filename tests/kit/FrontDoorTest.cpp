@@ -21,11 +21,13 @@
 #include <span>
 #endif
 
+#include "Bytes.h"
+
 using namespace talrtp;
 
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
+using talrtp::test::Bytes;
 
 const Bytes kSps = {0x67, 0x42, 0xc0, 0x1e};
 const Bytes kPps = {0x68, 0xce};

@@ -4,18 +4,17 @@
 #define TALRTP_TESTS_KIT_KITRTCPRANDOM_H
 
 #include "KitRtcpVectors.h"
-
-#include <random>
+#include "SeededRandom.h"
 
 namespace talrtp::kit::test {
 
 class RandomRecords {
 public:
-    RandomRecords(Form form, unsigned int seed) : m_form(form), m_engine(seed) {}
+    RandomRecords(Form form, unsigned int seed) : m_form(form), m_random(seed) {}
 
-    std::size_t upTo(std::size_t most) { return m_engine() % (most + 1); }
-    std::uint32_t word() { return static_cast<std::uint32_t>(m_engine()); }
-    std::uint8_t byte() { return static_cast<std::uint8_t>(m_engine()); }
+    std::size_t upTo(std::size_t most) { return m_random.between(0, static_cast<std::uint32_t>(most)); }
+    std::uint32_t word() { return m_random.between(0, 0xffffffff); }
+    std::uint8_t byte() { return static_cast<std::uint8_t>(m_random.between(0, 0xff)); }
 
     Bytes words(std::size_t most) {
         Bytes bytes(4 * upTo(most));
@@ -126,7 +125,7 @@ public:
 
 private:
     Form m_form;
-    std::mt19937 m_engine;
+    talrtp::test::SeededRandom m_random;
 };
 
 }  // namespace talrtp::kit::test

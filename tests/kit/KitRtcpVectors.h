@@ -8,15 +8,16 @@
 #include <talrtp/kit/Rtcp.h>
 
 #include <cstdint>
-#include <random>
 #include <string>
 #include <utility>
 #include <variant>
 #include <vector>
 
+#include "Bytes.h"
+
 namespace talrtp::kit::test {
 
-using Bytes = std::vector<std::uint8_t>;
+using talrtp::test::Bytes;
 using Packet = std::variant<SenderReport, ReceiverReport, SourceDescription, Bye, App, Nack, Pli, Fir,
                             Feedback, UnknownPacket>;
 

@@ -1,7 +1,7 @@
 // The bundled streams from a sender through a network to a receiver.
 
-#include "KitRandom.h"
 #include "RtpPackets.h"
+#include "SeededRandom.h"
 
 #include <talrtp/kit/AccessUnitSplitter.h>
 #include <talrtp/kit/Receiver.h>

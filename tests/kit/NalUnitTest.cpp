@@ -9,10 +9,12 @@
 #include <string>
 #include <vector>
 
+#include "Bytes.h"
+
 namespace talrtp::kit {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
+using test::Bytes;
 
 TEST(NalUnit, TypeIsTheLowFiveBits) {
     EXPECT_EQ(nalType(Bytes{0x67, 0x42}), 7);

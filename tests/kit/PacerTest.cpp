@@ -2,7 +2,7 @@
 
 #include <talrtp/kit/Pacer.h>
 
-#include "KitRandom.h"
+#include "SeededRandom.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // The packing plan for an MTU.
 
-#include "KitRandom.h"
+#include "SeededRandom.h"
 
 #include <talrtp/kit/PackingPlan.h>
 

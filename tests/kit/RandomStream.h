@@ -3,8 +3,8 @@
 #ifndef TALRTP_TESTS_KIT_RANDOMSTREAM_H
 #define TALRTP_TESTS_KIT_RANDOMSTREAM_H
 
-#include "KitRandom.h"
 #include "RtpPackets.h"
+#include "SeededRandom.h"
 
 #include <talrtp/TalRtpFecPacket.h>
 #include <talrtp/kit/Fec.h>

@@ -8,11 +8,13 @@
 #include <cstdint>
 #include <vector>
 
+#include "Bytes.h"
+
 namespace {
 
 using namespace talrtp::kit;
 
-using Bytes = std::vector<std::uint8_t>;
+using talrtp::test::Bytes;
 
 TEST(Rebuilt, PacketIsLentAsItWasSent) {
     SenderOptions options;

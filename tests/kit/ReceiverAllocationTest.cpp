@@ -1,5 +1,6 @@
 // A warm kit receiver allocates nothing beyond what a session allocates for the same datagrams.
 
+#include "HeapCounter.h"
 #include "RtpPackets.h"
 
 #include <talrtp/kit/Receiver.h>
@@ -12,32 +13,6 @@
 #include <cstdlib>
 #include <new>
 #include <vector>
-
-namespace {
-
-std::size_t s_allocations = 0;
-
-}  // namespace
-
-// Never inlined, or g++ sees `free` where it expects `operator delete`.
-__attribute__((noinline)) void* operator new(std::size_t size) {
-    ++s_allocations;
-    void* const memory = std::malloc(size);
-    if (memory == nullptr) {
-        throw std::bad_alloc();
-    }
-    return memory;
-}
-__attribute__((noinline)) void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    ++s_allocations;
-    return std::malloc(size);
-}
-__attribute__((noinline)) void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-__attribute__((noinline)) void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
 
 namespace talrtp::kit {
 namespace {
@@ -72,11 +47,11 @@ std::size_t countSecondHalf(const std::vector<Bytes>& datagrams, Push push) {
     std::size_t before = 0;
     for (std::size_t i = 0; i < datagrams.size(); ++i) {
         if (i == datagrams.size() / 2) {
-            before = s_allocations;
+            before = test::heap().calls;
         }
         push(datagrams[i], static_cast<int>(i) * 10);
     }
-    return s_allocations - before;
+    return test::heap().calls - before;
 }
 
 class NullSink : public ITalRTPSessionSink {

@@ -1,7 +1,7 @@
 // Streams that a `Sender` made, and what can happen to them on the way to a `Receiver`.
 
-#include "KitRandom.h"
 #include "RtpPackets.h"
+#include "SeededRandom.h"
 
 #include <talrtp/kit/Receiver.h>
 #include <talrtp/kit/Sender.h>

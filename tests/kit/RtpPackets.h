@@ -14,9 +14,9 @@
 #include <utility>
 #include <vector>
 
-namespace talrtp::test {
+#include "Bytes.h"
 
-using Bytes = std::vector<std::uint8_t>;
+namespace talrtp::test {
 
 constexpr std::uint32_t kSource = 0x11223344;
 constexpr std::uint8_t kMediaType = 98;

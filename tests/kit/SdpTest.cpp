@@ -11,10 +11,12 @@
 #include <utility>
 #include <vector>
 
+#include "Bytes.h"
+
 namespace talrtp::kit {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
+using test::Bytes;
 
 // SPS and PPS of 2 and 3 bytes beyond the profile and level, so that each filling of Base64 occurs.
 const Bytes kSps{0x67, 0x64, 0x00, 0x1e, 0xac};  // Z2QAHqw=

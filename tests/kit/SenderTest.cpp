@@ -1,6 +1,6 @@
 // The sending end: the bytes of its packets, their order, and its account of refusals.
 
-#include "KitRandom.h"
+#include "SeededRandom.h"
 #include "kit/SentStream.h"
 
 #include <talrtp/kit/Sender.h>

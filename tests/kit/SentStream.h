@@ -12,9 +12,9 @@
 #include <cstdint>
 #include <vector>
 
-namespace talrtp::test {
+#include "Bytes.h"
 
-using Bytes = std::vector<std::uint8_t>;
+namespace talrtp::test {
 
 struct SentDatagram {
     Bytes bytes;

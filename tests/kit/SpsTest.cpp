@@ -2,7 +2,8 @@
 
 #include <talrtp/kit/Sps.h>
 
-#include "KitRandom.h"
+#include "Bytes.h"
+#include "SeededRandom.h"
 
 #include <gtest/gtest.h>
 
@@ -14,8 +15,8 @@
 namespace talrtp::kit {
 namespace {
 
+using test::Bytes;
 using test::SeededRandom;
-using Bytes = std::vector<std::uint8_t>;
 
 // Writes bits, highest first, and Exp-Golomb numbers.
 class BitWriter {

@@ -18,6 +18,8 @@
 #include <string>
 #include <vector>
 
+#include "Bytes.h"
+
 namespace {
 
 thread_local bool t_isWatched = false;
@@ -64,7 +66,7 @@ TALRTP_WATCH(pthread_spin_trylock, pthread_spinlock_t)
 namespace talrtp {
 namespace {
 
-typedef std::vector<std::uint8_t> Bytes;
+using test::Bytes;
 
 class NullSink : public ITalRTPSessionSink {
 public:

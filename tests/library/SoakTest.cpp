@@ -15,12 +15,13 @@
 #include <utility>
 #include <vector>
 
-#include "KitRandom.h"
+#include "Bytes.h"
+#include "SeededRandom.h"
 
 namespace talrtp {
 namespace {
 
-typedef std::vector<std::uint8_t> Bytes;
+using test::Bytes;
 
 constexpr unsigned long kPictureMs = 40;
 constexpr unsigned long kSoakMs = 600000;

@@ -27,13 +27,14 @@
 #include <thread>
 #include <vector>
 
-#include "KitRandom.h"
-#include "LiveObjects.h"
+#include "Bytes.h"
+#include "HeapCounter.h"
+#include "SeededRandom.h"
 
 namespace talrtp {
 namespace {
 
-typedef std::vector<std::uint8_t> Bytes;
+using test::Bytes;
 
 constexpr unsigned int kThreads = 4;
 constexpr std::size_t kStreams = 64;
@@ -188,7 +189,7 @@ TEST(Threads, ModelsStayValidWhileAUserThatWasThereAtTheCallIs) {
         CRsFec::DeleteRsModel(model);
     }
     RsMapClear();
-    const long before = test::liveObjects();
+    const long before = test::heap().blocks;
     std::atomic<std::uint64_t> wrong{0};
     std::atomic<std::uint64_t> changed{0};
     std::atomic<std::uint64_t> first{0};
@@ -204,7 +205,7 @@ TEST(Threads, ModelsStayValidWhileAUserThatWasThereAtTheCallIs) {
         RsMapRelease();
         std::this_thread::yield();
     });
-    const long after = test::liveObjects();
+    const long after = test::heap().blocks;
     EXPECT_EQ(wrong, 0U);
     EXPECT_EQ(changed, 0U);  // the same pointer as long as there is a user
     EXPECT_GT(first, 20U);   // the cache was emptied as often
@@ -216,7 +217,7 @@ TEST(Threads, ModelsStayValidWhileAUserThatWasThereAtTheCallIs) {
 // Models that a host asks for without a user may go at any time. The cache itself survives it.
 TEST(Threads, ModelsWithoutAUserDoNotSpoilThoseOfAUser) {
     RsMapClear();
-    const long before = test::liveObjects();
+    const long before = test::heap().blocks;
     std::atomic<std::uint64_t> wrong{0};
     std::atomic<unsigned int> nextThread{0};
     onThreads([&](test::SeededRandom& random) {
@@ -232,7 +233,7 @@ TEST(Threads, ModelsWithoutAUserDoNotSpoilThoseOfAUser) {
         RsMapRelease();
     });
     RsMapClear();
-    const long after = test::liveObjects();
+    const long after = test::heap().blocks;
     EXPECT_EQ(wrong, 0U);
     EXPECT_EQ(after, before);
 }

@@ -8,21 +8,22 @@
 #include <cstring>
 #include <vector>
 
+#include "Bytes.h"
+#include "RecordingSink.h"
+
 namespace talrtp {
 namespace {
 
 using testing::ElementsAre;
 using testing::ElementsAreArray;
 
-typedef std::vector<unsigned char> Bytes;
+using test::Bytes;
+using test::bytesOf;
+using test::RecordingSink;
 
 constexpr unsigned int kSsrc = 0x11223344;
 constexpr unsigned int kOtherSsrc = 0x55667788;
 constexpr unsigned long kTimestamp = 90000;
-
-Bytes bytesOf(const CTalRtpPacket& packet) {
-    return Bytes(packet.get_buffer(), packet.get_buffer() + packet.get_packet_size());
-}
 
 // A packet of the page: payload type 98, timestamp 90000, its SSRC.
 Bytes mediaPacket(unsigned char seq, bool isMarked, const Bytes& payload) {
@@ -35,21 +36,6 @@ Bytes mediaPacket(unsigned char seq, bool isMarked, const Bytes& payload) {
     packet.insert(packet.end(), payload.begin(), payload.end());
     return packet;
 }
-
-struct HandOver {
-    Bytes payload;
-    unsigned int type;
-};
-
-class RecordingSink : public ITalRTPSessionSink {
-public:
-    void OnReceivedRTPPacket(CTalRtpPacket* packet) override {
-        const unsigned char* const payload = packet->get_payload_ptr();
-        handOvers.push_back(
-            {Bytes(payload, payload + packet->get_payload_size()), packet->get_packet_type()});
-    }
-    std::vector<HandOver> handOvers;
-};
 
 class NumberedSession : public CMMRTPSession4SVC {
 public:
@@ -139,16 +125,16 @@ TEST(WorkedExamplesTest, HandOversOfWholeUnits) {
     for (unsigned char i = 0; i < 4; ++i) {
         session.input(mediaPacket(static_cast<unsigned char>(101 + i), i == 3, kFragments[i]));
     }
-    ASSERT_EQ(4u, sink.handOvers.size());
-    EXPECT_THAT(sink.handOvers[0].payload, ElementsAre(0, 0, 0, 1, 0x65, 0x88, 0x84));
-    EXPECT_THAT(sink.handOvers[1].payload, ElementsAre(0, 0, 0, 1, 0x21, 0x11, 0x22));
-    Bytes growing = sink.handOvers[2].payload;
+    ASSERT_EQ(4u, sink.handovers.size());
+    EXPECT_THAT(sink.handovers[0].payload, ElementsAre(0, 0, 0, 1, 0x65, 0x88, 0x84));
+    EXPECT_THAT(sink.handovers[1].payload, ElementsAre(0, 0, 0, 1, 0x21, 0x11, 0x22));
+    Bytes growing = sink.handovers[2].payload;
     EXPECT_EQ(15u, growing.size());
     growing.resize(8);
     EXPECT_THAT(growing, ElementsAre(0, 0, 0, 1, 0x65, 0x33, 0x44, 0x55));
-    EXPECT_THAT(sink.handOvers[3].payload, ElementsAre(0, 0, 0, 1, 0x65, 1, 2, 3, 4, 5, 6, 7, 8, 9));
-    for (const HandOver& handOver : sink.handOvers) {
-        EXPECT_EQ(0u, handOver.type);
+    EXPECT_THAT(sink.handovers[3].payload, ElementsAre(0, 0, 0, 1, 0x65, 1, 2, 3, 4, 5, 6, 7, 8, 9));
+    for (const test::Handover& handover : sink.handovers) {
+        EXPECT_EQ(0u, handover.packetType);
     }
 }
 
@@ -159,9 +145,9 @@ TEST(WorkedExamplesTest, ForcedHandOverIsCutAtTheLostFragment) {
         session.input(mediaPacket(static_cast<unsigned char>(101 + i), false, kFragments[i]));
     }
     EXPECT_EQ(0, session.ForceHandover(kTimestamp));
-    ASSERT_EQ(1u, sink.handOvers.size());
-    EXPECT_THAT(sink.handOvers[0].payload, ElementsAre(0, 0, 0, 1, 0x65, 1, 2, 3, 4, 5, 6, 7, 8));
-    EXPECT_EQ(1u, sink.handOvers[0].type);
+    ASSERT_EQ(1u, sink.handovers.size());
+    EXPECT_THAT(sink.handovers[0].payload, ElementsAre(0, 0, 0, 1, 0x65, 1, 2, 3, 4, 5, 6, 7, 8));
+    EXPECT_EQ(1u, sink.handovers[0].packetType);
 }
 
 TEST(WorkedExamplesTest, XorFecPacketOverThreePackets) {
@@ -188,8 +174,8 @@ TEST(WorkedExamplesTest, XorFecPacketOverThreePackets) {
     receiver.input(a);
     receiver.input(c);
     receiver.input(expected);
-    ASSERT_EQ(3u, sink.handOvers.size());
-    EXPECT_THAT(sink.handOvers[2].payload, ElementsAre(0, 0, 0, 1, 0x41, 0x33));
+    ASSERT_EQ(3u, sink.handovers.size());
+    EXPECT_THAT(sink.handovers[2].payload, ElementsAre(0, 0, 0, 1, 0x41, 0x33));
 }
 
 TEST(WorkedExamplesTest, ReedSolomonFecPacketOverTwoPackets) {
@@ -213,8 +199,8 @@ TEST(WorkedExamplesTest, ReedSolomonFecPacketOverTwoPackets) {
     NumberedSession receiver(&sink, RTP_FEC_RS, 0, 0);
     receiver.input(a);
     receiver.input(expected);
-    ASSERT_EQ(2u, sink.handOvers.size());
-    EXPECT_THAT(sink.handOvers[1].payload, ElementsAre(0, 0, 0, 1, 0x41, 0x33));
+    ASSERT_EQ(2u, sink.handovers.size());
+    EXPECT_THAT(sink.handovers[1].payload, ElementsAre(0, 0, 0, 1, 0x41, 0x33));
 }
 
 TEST(WorkedExamplesTest, RtcpPackets) {

@@ -1,6 +1,7 @@
 // The conduct of a session when memory is refused. Every allocation that an operation makes is refused once,
-// one by one, and all from each one on; the allocator's functions are wrapped at link time, operator new ends
-// in them. After each try the lists are held against the index and the notes, and the session goes on.
+// one by one, and all from each one on; the allocator's functions are wrapped at link time, and the operator
+// new of the program ends in them. After each try the lists are held against the index and the notes, and the
+// session goes on.
 
 #include <gtest/gtest.h>
 #include <talrtp/talrtp.h>
@@ -62,35 +63,6 @@ int __wrap_posix_memalign(void** memory, std::size_t alignment, std::size_t size
 }
 
 }  // extern "C"
-
-__attribute__((noinline)) void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    return std::malloc(size == 0 ? 1 : size);
-}
-void* operator new(std::size_t size) {
-    void* const memory = operator new(size, std::nothrow);
-    if (memory == nullptr) {
-        throw std::bad_alloc();
-    }
-    return memory;
-}
-void* operator new[](std::size_t size) {
-    return operator new(size);
-}
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-    return operator new(size, std::nothrow);
-}
-__attribute__((noinline)) void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept {
-    operator delete(memory);
-}
-void operator delete[](void* memory) noexcept {
-    operator delete(memory);
-}
-void operator delete[](void* memory, std::size_t) noexcept {
-    operator delete(memory);
-}
 
 namespace talrtp {
 namespace test {

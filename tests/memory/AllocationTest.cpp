@@ -15,71 +15,14 @@
 #include <utility>
 #include <vector>
 
+#include "MallocCounter.h"
 #include "SessionFixture.h"
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define TALRTP_COUNTS_ALLOCATIONS 0
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || __has_feature(memory_sanitizer)
-#define TALRTP_COUNTS_ALLOCATIONS 0
-#else
-#define TALRTP_COUNTS_ALLOCATIONS 1
-#endif
-#else
-#define TALRTP_COUNTS_ALLOCATIONS 1
-#endif
-
-namespace {
-
-// The sizes asked for while a call is watched. A fixed array: noting a request must not make one.
-struct stRequests {
-    static constexpr int kMax = 64;
-
-    bool isWatching = false;
-    int count = 0;
-    std::size_t sizes[kMax] = {};
-};
-stRequests s_requests;
-
-#if TALRTP_COUNTS_ALLOCATIONS
-void note(std::size_t size) {
-    if (s_requests.isWatching && s_requests.count < stRequests::kMax) {
-        s_requests.sizes[s_requests.count++] = size;
-    }
-}
-#endif
-
-}  // namespace
-
-#if TALRTP_COUNTS_ALLOCATIONS
-extern "C" {
-
-// The allocator of the C library under its other names.
-void* __libc_malloc(std::size_t size);
-void* __libc_calloc(std::size_t count, std::size_t size);
-void* __libc_realloc(void* memory, std::size_t size);
-
-void* malloc(std::size_t size) {
-    note(size);
-    return __libc_malloc(size);
-}
-
-void* calloc(std::size_t count, std::size_t size) {
-    note(count * size);
-    return __libc_calloc(count, size);
-}
-
-void* realloc(void* memory, std::size_t size) {
-    note(size);
-    return __libc_realloc(memory, size);
-}
-
-}  // extern "C"
-#endif
 
 namespace talrtp {
 namespace test {
 namespace {
+
+Requests& s_requests = requests();
 
 class CountingSink : public ITalRTPSessionSink {
 public:
@@ -96,8 +39,8 @@ protected:
     static constexpr int kHeldPictures = 500;
 
     void SetUp() override {
-        if (!TALRTP_COUNTS_ALLOCATIONS) {
-            GTEST_SKIP() << "a sanitizer stands in front of the allocator";
+        if (kIsSanitized) {
+            GTEST_SKIP() << kNothingIsCounted;
         }
         // Until as many pictures are held as ever will be, in either order of arrival. The numbers that come
         // then are all new.
@@ -294,7 +237,6 @@ TEST_F(AllocationTest, XorTriesInVainAskForNothing) {
     EXPECT_EQ(s_requests.count, 2);
 }
 
-#if TALRTP_COUNTS_ALLOCATIONS
 // The memory of each FEC packet of a group of its own, beside its object and its bytes.
 TEST_F(AllocationTest, FecPacketThatWaitsKeepsAtMost256BytesBesideItsOwn) {
     constexpr unsigned int kPackets = 20000;
@@ -414,7 +356,6 @@ TEST_F(MemoryGoesBackTest, AfterALargeUnitAgedOut) {
     receiver.InputReceivedData(later.data(), static_cast<int>(later.size()), 16500);
     EXPECT_LE(inUse(), before + kMayStay);
 }
-#endif
 
 }  // namespace
 }  // namespace test

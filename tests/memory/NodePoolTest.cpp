@@ -17,15 +17,9 @@
 #include <set>
 #include <vector>
 
-#if defined(__SANITIZE_ADDRESS__)
-#define TALRTP_TEST_POISON 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define TALRTP_TEST_POISON 1
-#endif
-#endif
+#include "SanitizedBuild.h"
 
-#ifdef TALRTP_TEST_POISON
+#if TALRTP_TESTS_ADDRESS_SANITIZER
 #include <sanitizer/asan_interface.h>
 #endif
 
@@ -189,7 +183,7 @@ TEST(NodePoolTest, FlowInAnyOrderUsesItsNodesAgain) {
     }
 }
 
-#if defined(__GLIBC__) && !defined(TALRTP_TEST_POISON)
+#if defined(__GLIBC__) && !TALRTP_TESTS_ADDRESS_SANITIZER
 TEST(NodePoolTest, MemoryGoesBackToTheHeapInWhateverOrderNodesComeBack) {
     constexpr std::size_t kNodes = 20000;
     constexpr std::size_t kSize = 48;
@@ -248,7 +242,7 @@ TEST(NodePoolTest, FewNodesInUseKeepFewPages) {
 }
 #endif
 
-#ifdef TALRTP_TEST_POISON
+#if TALRTP_TESTS_ADDRESS_SANITIZER
 TEST(NodePoolTest, BytesThatNobodyOwnsArePoisoned) {
     CPagedNodePool pool;
     const std::size_t kSize = 64;

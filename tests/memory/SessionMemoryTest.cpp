@@ -1,6 +1,5 @@
 // How much of the heap a session has before it has much to do. A server makes a session for each of ten
-// thousand users, of whom most send or receive little. The program puts functions of its own in front of the
-// allocator's; under a sanitizer, which has functions of its own there, nothing is counted.
+// thousand users, of whom most send or receive little.
 
 #include <gtest/gtest.h>
 #include <malloc.h>
@@ -10,70 +9,8 @@
 #include <cstdlib>
 #include <memory>
 
+#include "MallocCounter.h"
 #include "SessionFixture.h"
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define TALRTP_COUNTS_BYTES 0
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || __has_feature(memory_sanitizer)
-#define TALRTP_COUNTS_BYTES 0
-#else
-#define TALRTP_COUNTS_BYTES 1
-#endif
-#else
-#define TALRTP_COUNTS_BYTES 1
-#endif
-
-namespace {
-
-// Bytes of the blocks that were allocated and not freed, with eight for each that the allocator keeps beside
-// it.
-std::size_t s_live = 0;
-
-#if TALRTP_COUNTS_BYTES
-constexpr std::size_t kBeside = 8;
-
-void* counted(void* memory) {
-    if (memory != nullptr) {
-        s_live += malloc_usable_size(memory) + kBeside;
-    }
-    return memory;
-}
-#endif
-
-}  // namespace
-
-#if TALRTP_COUNTS_BYTES
-extern "C" {
-
-// The allocator of the C library under its other names.
-void* __libc_malloc(std::size_t size);
-void* __libc_calloc(std::size_t count, std::size_t size);
-void* __libc_memalign(std::size_t alignment, std::size_t size);
-void __libc_free(void* memory);
-
-void* malloc(std::size_t size) {
-    return counted(__libc_malloc(size));
-}
-
-void* calloc(std::size_t count, std::size_t size) {
-    return counted(__libc_calloc(count, size));
-}
-
-int posix_memalign(void** memory, std::size_t alignment, std::size_t size) {
-    *memory = counted(__libc_memalign(alignment, size));
-    return *memory != nullptr ? 0 : 12;
-}
-
-void free(void* memory) {
-    if (memory != nullptr) {
-        s_live -= malloc_usable_size(memory) + kBeside;
-    }
-    __libc_free(memory);
-}
-
-}  // extern "C"
-#endif
 
 namespace talrtp {
 namespace test {
@@ -86,18 +23,18 @@ struct NoSink : ITalRTPSessionSink {
 class SessionMemoryTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        if (!TALRTP_COUNTS_BYTES) {
-            GTEST_SKIP() << "a sanitizer stands in front of the allocator";
+        if (kIsSanitized) {
+            GTEST_SKIP() << kNothingIsCounted;
         }
         // The streams of the C library have their buffers, and the model of the code is cached, from here on.
         m_other = makeSession();
-        m_before = s_live;
+        m_before = requests().bytesInUse;
     }
 
     static std::unique_ptr<CMMRTPSession4SVC> makeSession() {
         return std::make_unique<CMMRTPSession4SVC>(nullptr, 1u);
     }
-    std::size_t bytes() const { return s_live - m_before; }
+    std::size_t bytes() const { return requests().bytesInUse - m_before; }
 
 private:
     std::unique_ptr<CMMRTPSession4SVC> m_other;

@@ -10,20 +10,11 @@
 #include <memory>
 #include <vector>
 
+#include "Bytes.h"
+#include "SanitizedBuild.h"
+
 namespace talrtp {
 namespace {
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kIsSanitized = true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || __has_feature(memory_sanitizer)
-constexpr bool kIsSanitized = true;
-#else
-constexpr bool kIsSanitized = false;
-#endif
-#else
-constexpr bool kIsSanitized = false;
-#endif
 
 // The need that docs/hosts.md documents. Without optimisation every local keeps a place of its own.
 #ifdef NDEBUG
@@ -35,7 +26,7 @@ constexpr std::size_t kThreadStack = 256 * 1024;
 constexpr unsigned char kUntouched = 0xa5;
 constexpr int kRoom = 1700;
 
-typedef std::vector<unsigned char> Bytes;
+using test::Bytes;
 
 struct Run {
     std::function<void()> call;
@@ -89,7 +80,7 @@ Bytes bytesOf(const CTalRtpPacket& packet) {
 class StackNeedTest : public testing::Test {
 protected:
     void SetUp() override {
-        if (kIsSanitized) {
+        if (test::kIsSanitized) {
             GTEST_SKIP() << "a sanitizer makes frames larger";
         }
     }

@@ -5,13 +5,14 @@
 //   EXPECT_EQ("", duel->play(action, true));
 //   EXPECT_EQ("", duel->close());
 //
-// Nothing is put into words as long as both are alike, so that a fuzzer can play many calls in a second. One
-// source file per program includes this header, since it catches the trace lines.
+// Nothing is put into words as long as both are alike, so that a fuzzer can play many calls in a second.
 
 #ifndef TALRTP_TESTS_MODEL_DUEL_H
 #define TALRTP_TESTS_MODEL_DUEL_H
 
 #include "DocumentedLeak.h"
+#include "Probe.h"
+#include "RecordingSink.h"
 #include "TraceCatcher.h"
 #include "model/Action.h"
 #include "model/ReceiveModel.h"
@@ -33,53 +34,6 @@ constexpr unsigned int kSourceId = 4711;
 constexpr std::size_t kPacketsCompared = 150;  // byte for byte after each call; above this, now and then
 constexpr int kNowAndThen = 16;
 constexpr int kShortestDatagram = 12;
-
-inline HandOver copyOf(CTalRtpPacket& packet) {
-    const int size = packet.get_payload_size();
-    return {Bytes(packet.get_buffer(), packet.get_buffer() + packet.get_header_size()),
-            Bytes(packet.get_payload_ptr(), packet.get_payload_ptr() + size),
-            packet.get_packet_type(),
-            packet.get_packet_size(),
-            size,
-            packet.get_buffer_size()};
-}
-
-class RecordingSink : public ITalRTPSessionSink {
-public:
-    void OnReceivedRTPPacket(CTalRtpPacket* packet) override { handOvers.push_back(copyOf(*packet)); }
-
-    std::vector<HandOver> handOvers;
-};
-
-// A derived class that overrides nothing, and through which the state of any session can be read.
-template <typename Session>
-class Probe : public Session {
-public:
-    using Session::m_deliveredDataBytes;
-    using Session::m_fecPacketList;
-    using Session::m_fecPayloadType;
-    using Session::m_fecType;
-    using Session::m_firstReceivedTime;
-    using Session::m_isFirstReceived;
-    using Session::m_lastReceivedTime;
-    using Session::m_mediaPacketList;
-    using Session::m_payloadType;
-    using Session::m_receivedFECPacketNumber;
-    using Session::m_receivedMediaPacketNumber;
-    using Session::m_receivedPacketBytes;
-    using Session::m_receivedPacketNumber;
-    using Session::m_receivedTS;
-    using Session::m_receivedValidFECPacketBytes;
-    using Session::m_receivedValidFECPacketNumber;
-    using Session::m_receivedValidMediaPacketBytes;
-    using Session::m_receivedValidMediaPacketNumber;
-    using Session::m_recoveredMediaPacketBytes;
-    using Session::m_recoveredMediaPacketNumber;
-    using Session::m_recoverPacketList;
-    using Session::m_tsInfoList;
-
-    explicit Probe(ITalRTPSessionSink* sink) : Session(sink, kSourceId) {}
-};
 
 // ---------------------------------------------------------------------------------------- What differs
 
@@ -110,13 +64,14 @@ inline std::string differInBytes(const char* what, const unsigned char* library,
     return at(what, at("byte " + std::to_string(i), differ<int>("value", library[i], model[i])));
 }
 
-inline std::string differInHandOver(const HandOver& library, const HandOver& model) {
-    const std::string text = differ("packet type", library.packetType, model.packetType) +
-                             differ("packet size", library.packetSize, model.packetSize) +
-                             differ("payload size", library.payloadSize, model.payloadSize) +
-                             differ("buffer size", library.bufferSize, model.bufferSize) +
-                             differ("header size", library.header.size(), model.header.size()) +
-                             differ("payload bytes", library.payload.size(), model.payload.size());
+inline std::string differInHandOver(const test::Handover& library, const HandOver& model) {
+    const std::string text =
+        differ("packet type", library.packetType, model.packetType) +
+        differ("packet size", library.packetSize, model.packetSize) +
+        differ("payload size", static_cast<int>(library.payload.size()), model.payloadSize) +
+        differ("buffer size", library.bufferSize, model.bufferSize) +
+        differ("header size", library.header.size(), model.header.size()) +
+        differ("payload bytes", library.payload.size(), model.payload.size());
     if (!text.empty()) {
         return text;
     }
@@ -124,7 +79,7 @@ inline std::string differInHandOver(const HandOver& library, const HandOver& mod
            differInBytes("payload", library.payload.data(), model.payload);
 }
 
-inline std::string differInHandOvers(const std::vector<HandOver>& library,
+inline std::string differInHandOvers(const std::vector<test::Handover>& library,
                                      const std::vector<HandOver>& model) {
     std::string text = differ("hand-overs", library.size(), model.size());
     for (std::size_t i = 0; i < std::min(library.size(), model.size()) && text.empty(); ++i) {
@@ -283,35 +238,35 @@ public:
     // The library's session is of the library's class, which asks no hooks, or of a derived one.
     DuelOf(bool hasSink, SessionKind kind, bool isDerived) : m_trace(2), m_model(hasSink, kSourceId, kind) {
         ITalRTPSessionSink* const sink = hasSink ? &m_sink : nullptr;
-        m_session.reset(isDerived ? new Probe<Session>(sink) : new Session(sink, kSourceId));
+        m_session.reset(isDerived ? new test::Probe<Session>(sink, kSourceId) : new Session(sink, kSourceId));
     }
 
     const ReceiveModel& model() const override { return m_model; }
 
     std::string play(const Action& action, bool comparesState) override {
         m_trace.clear();
-        m_sink.handOvers.clear();
+        m_sink.handovers.clear();
         m_model.handOvers.clear();
         m_model.lines.clear();
         ++m_calls;
         std::string text = differInResult(action);
         text += differInLines(m_trace.lines(), m_model.lines);
-        text += differInHandOvers(m_sink.handOvers, m_model.handOvers);
+        text += differInHandOvers(m_sink.handovers, m_model.handOvers);
         return comparesState ? text + differInState() : text;
     }
 
     std::string close() override {
         m_trace.clear();
-        m_sink.handOvers.clear();
+        m_sink.handovers.clear();
         m_model.lines.clear();
         m_session.reset();
         m_model.close();
         return differInLines(m_trace.lines(), m_model.lines) +
-               differ<std::size_t>("hand-overs of a session being destroyed", m_sink.handOvers.size(), 0);
+               differ<std::size_t>("hand-overs of a session being destroyed", m_sink.handovers.size(), 0);
     }
 
 private:
-    typedef Probe<Session> Member;
+    typedef test::Probe<Session> Member;
 
     template <typename Value>
     const Value& read(Value CMMRTPSessionBase::*member) const {
@@ -413,7 +368,7 @@ private:
     }
 
     test::TraceCatcher m_trace;
-    RecordingSink m_sink;
+    test::RecordingSink m_sink;
     ReceiveModel m_model;
     std::unique_ptr<Session> m_session;
     int m_calls = 0;

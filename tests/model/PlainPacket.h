@@ -8,10 +8,12 @@
 #include <string>
 #include <vector>
 
+#include "Bytes.h"
+
 namespace talrtp {
 namespace model {
 
-typedef std::vector<unsigned char> Bytes;
+using test::Bytes;
 
 enum class PacketKind { kMedia, kXorFec, kRsFec };
 

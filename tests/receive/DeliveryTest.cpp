@@ -486,6 +486,44 @@ TEST_F(MarkerRulesTest, OwnStartAndEndRulesDecideWhereAUnitBeginsAndEnds) {
     EXPECT_EQ(found, 11);
 }
 
+// --- Records that aged out -----------------------------------------------------------------------------
+
+class AgedRecordTest : public SessionTest<SvcProbe> {};
+
+TEST_F(AgedRecordTest, TimestampUsedLastGetsANewRecordOnceItsOldOneAgedOut) {
+    at(1000);
+    media(1);
+    at(6001);
+    receive(rtp(2, kTimestamp, unitOf(2), 97));  // of no known type, but it tells the time
+    session.checkAllLists();
+    EXPECT_EQ(session.tsInfo(kTimestamp), nullptr);
+    media(3);
+    ASSERT_NE(session.tsInfo(kTimestamp), nullptr);
+    EXPECT_EQ(session.tsInfo(kTimestamp)->createTime, 6001u);
+    EXPECT_THAT(session.tsInfo(kTimestamp)->mediaSeqList, testing::ElementsAre(3));
+    EXPECT_NE(session.unitInfo(kTimestamp, 3), nullptr);
+}
+
+// A unit is found across timestamps, so the record that ages out need not be that of the start packet.
+TEST_F(AgedRecordTest, UnitGetsANewRecordOnceItsOldOneAgedOutThoughItsStartPacketStays) {
+    at(1000);
+    picture(1);
+    media(10);
+    picture(2);
+    media(11, fragment(kMiddle, {0x22}));
+    ASSERT_NE(session.unitInfo(2, 10), nullptr);
+    at(5000);
+    picture(1);
+    media(50);
+    at(6001);
+    media(51);
+    ASSERT_EQ(session.tsInfo(2), nullptr);
+    ASSERT_NE(session.getMediaPacketBySeq(10), nullptr);
+    picture(3);
+    media(11, fragment(kMiddle, {0x33}));
+    EXPECT_NE(session.unitInfo(3, 10), nullptr);
+}
+
 }  // namespace
 }  // namespace test
 }  // namespace talrtp

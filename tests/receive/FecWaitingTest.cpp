@@ -4,67 +4,20 @@
 #include "receive/FecWaiting.h"
 
 #include <gtest/gtest.h>
-#include <malloc.h>
 
 #include <algorithm>
 #include <bitset>
-#include <cstdlib>
 #include <new>
 #include <random>
 #include <set>
 #include <vector>
 
-namespace {
-
-// The blocks that operator new returned since the program began, and the call that it refuses: 0 none, 1 the
-// next.
-struct Heap {
-    std::size_t inUse = 0;
-    unsigned int calls = 0;
-    unsigned int refused = 0;
-};
-Heap s_heap;
-
-}  // namespace
-
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    ++s_heap.calls;
-    if (s_heap.refused != 0 && --s_heap.refused == 0) {
-        return nullptr;
-    }
-    void* const memory = std::malloc(size);
-    s_heap.inUse += malloc_usable_size(memory);
-    return memory;
-}
-void* operator new(std::size_t size) {
-    void* const memory = operator new(size, std::nothrow);
-    if (memory == nullptr) {
-        throw std::bad_alloc();
-    }
-    return memory;
-}
-void* operator new[](std::size_t size) {
-    return operator new(size);
-}
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-    return operator new(size, std::nothrow);
-}
-void operator delete(void* memory) noexcept {
-    s_heap.inUse -= malloc_usable_size(memory);
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept {
-    operator delete(memory);
-}
-void operator delete[](void* memory) noexcept {
-    operator delete(memory);
-}
-void operator delete[](void* memory, std::size_t) noexcept {
-    operator delete(memory);
-}
+#include "HeapCounter.h"
 
 namespace talrtp {
 namespace {
+
+using test::heap;
 
 constexpr unsigned int kSeed = 20261122;
 
@@ -483,7 +436,7 @@ TEST_F(FecWaitingTest, RandomGroupsAreReadyWhileMediaComesAndLeaves) {
         const Numbers before = ready();
         if (kind <= 3) {
             remove(seq);
-            s_heap.refused = random() % 2 == 0 ? 0 : 1 + random() % 3;
+            heap().refused = random() % 2 == 0 ? 0 : 1 + random() % 3;
             try {
                 if (kind == 0) {
                     addXor(seq, place + random() % 300, 0x800001u | (random() & random() & 0xffffff));
@@ -495,18 +448,18 @@ TEST_F(FecWaitingTest, RandomGroupsAreReadyWhileMediaComesAndLeaves) {
                 filed.pop_back();
                 ++refusals;
             }
-            s_heap.refused = 0;
+            heap().refused = 0;
         } else if (kind <= 8) {
-            const unsigned int calls = s_heap.calls;
+            const std::size_t calls = heap().calls;
             mediaArrives(place + random() % 400);
-            ASSERT_EQ(s_heap.calls, calls);
+            ASSERT_EQ(heap().calls, calls);
         } else if (kind <= 12) {
             const unsigned int gone = number(place + random() % 400);
-            const unsigned int calls = s_heap.calls;
+            const std::size_t calls = heap().calls;
             if (media[gone]) {
                 mediaLeaves(gone);
             }
-            ASSERT_EQ(s_heap.calls, calls);
+            ASSERT_EQ(heap().calls, calls);
         } else if (kind == 13) {
             fecArrives(place + random() % 150);
         } else if (!filed.empty() && (filed.size() > 100 || kind == 14)) {
@@ -522,9 +475,9 @@ TEST_F(FecWaitingTest, RandomGroupsAreReadyWhileMediaComesAndLeaves) {
             for (const unsigned short tried : actual) {
                 if (expected.count(tried) == 0) {
                     ASSERT_EQ(before.count(tried), 1u);  // what left is counted back first
-                    const unsigned int calls = s_heap.calls;
+                    const std::size_t calls = heap().calls;
                     waiting.waitAgain(tried);
-                    ASSERT_EQ(s_heap.calls, calls);
+                    ASSERT_EQ(heap().calls, calls);
                 }
             }
             ASSERT_EQ(ready(), expected);
@@ -543,10 +496,11 @@ protected:
     // reserve theirs before.
     FecMemoryTest() {
         filed.reserve(70000);
-        m_before = s_heap;
+        m_bytesBefore = heap().bytes;
+        m_callsBefore = heap().calls;
     }
-    std::size_t inUse() const { return s_heap.inUse - m_before.inUse; }
-    unsigned int calls() const { return s_heap.calls - m_before.calls; }
+    std::size_t inUse() const { return heap().bytes - m_bytesBefore; }
+    std::size_t calls() const { return heap().calls - m_callsBefore; }
 
     // As many media packets come and age out.
     void passMedia(unsigned int count) {
@@ -560,7 +514,8 @@ protected:
     unsigned int m_next = 64000;
 
 private:
-    Heap m_before;
+    std::size_t m_bytesBefore = 0;
+    std::size_t m_callsBefore = 0;
 };
 
 TEST_F(FecMemoryTest, SessionWithoutParityPaysForNothing) {
@@ -604,15 +559,15 @@ TEST_F(FecMemoryTest, RefusedPacketKeepsNothing) {
     for (unsigned int base = 0; base < 65536; base += 512) {
         bool isRefused = true;
         for (unsigned int nth = 1; isRefused; ++nth) {
-            s_heap.refused = nth;
+            heap().refused = nth;
             try {
                 waiting.remove(number(base));
                 waiting.addRs(number(base), number(base), 255, number(base + 100), 1);
-                isRefused = s_heap.refused == 0;  // what only serves later was refused
+                isRefused = heap().refused == 0;  // what only serves later was refused
             } catch (const std::bad_alloc&) {
                 ++refusals;
             }
-            s_heap.refused = 0;
+            heap().refused = 0;
         }
     }
     EXPECT_GT(refusals, 300u);

@@ -7,7 +7,7 @@
 
 #include <cstring>
 
-#include "LiveObjects.h"
+#include "HeapCounter.h"
 #include "SessionFixture.h"
 
 namespace talrtp {
@@ -87,11 +87,11 @@ TEST_F(HostileTest, NegativeLengthIsRefusedBeforeADatagramIsRead) {
 TEST(HostileObjectTest, DatagramBelowTwelveBytesMakesNoPacket) {
     SvcProbe session(nullptr, kSourceId);
     Bytes datagram = rtp(1, kTimestamp, {});
-    const long before = liveObjects();
+    const long before = heap().blocks;
     for (int size = -1; size < 12; ++size) {
         session.InputReceivedData(datagram.data(), size, 0);
     }
-    EXPECT_EQ(liveObjects(), before);
+    EXPECT_EQ(heap().blocks, before);
 }
 
 // Every shape of datagram, cut at every length: no byte beyond it is read and nothing stops.
@@ -412,9 +412,9 @@ TEST_F(HostileXorTest, FailedRebuildLeavesNothingBehind) {
     ++fec.base;
     fec.length = 5;
     bytes = fec.bytes();
-    const long before = liveObjects();
+    const long before = heap().blocks;
     session.InputReceivedData(bytes.data(), static_cast<int>(bytes.size()), now);
-    EXPECT_EQ(liveObjects(), before);
+    EXPECT_EQ(heap().blocks, before);
 }
 
 TEST_F(HostileXorTest, RecoveryBitsOfTheFecHeaderAreNoHeaderOfIts) {
@@ -494,9 +494,9 @@ TEST_F(HostileRsTest, FailedRebuildLeavesNothingBehind) {
     fec.length = 17;
     Bytes bytes = fec.bytes();
     session.InputReceivedData(bytes.data(), static_cast<int>(bytes.size()), now);
-    const long before = liveObjects();
+    const long before = heap().blocks;
     session.InputReceivedData(bytes.data(), static_cast<int>(bytes.size()), now);
-    EXPECT_EQ(liveObjects(), before);
+    EXPECT_EQ(heap().blocks, before);
 }
 
 TEST_F(HostileRsTest, PayloadBelowItsHeaderHasABlockOfNoBytes) {
@@ -555,9 +555,9 @@ TEST_F(HostileRsTest, GroupsFromTheNetworkPutNoModelsIntoTheCache) {
         EXPECT_THAT(sink.handovers, SizeIs(1));
     }
     for (int count = 1; count <= 8; ++count) {
-        const long before = liveObjects();
+        const long before = heap().blocks;
         ASSERT_NE(GetRsModel(count, count + 2), nullptr);
-        EXPECT_GT(liveObjects(), before) << count;  // was made now
+        EXPECT_GT(heap().blocks, before) << count;  // was made now
     }
 }
 

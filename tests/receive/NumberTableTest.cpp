@@ -5,9 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <map>
-#include <random>
 #include <set>
 #include <string>
+
+#include "SeededRandom.h"
 
 namespace talrtp {
 namespace {
@@ -45,19 +46,16 @@ public:
 };
 
 // Numbers that meet often and lie on the borders of words, of pages and of words of the summary.
-class Numbers {
+class Numbers : public test::SeededRandom {
 public:
-    explicit Numbers(unsigned int seed) : m_engine(seed) {}
+    using SeededRandom::SeededRandom;
 
-    unsigned int below(unsigned int end) { return static_cast<unsigned int>(m_engine() % end); }
+    unsigned int below(unsigned int end) { return between(0, end - 1); }
     unsigned short next() {
         static const unsigned int kBases[] = {0, 63, 64, 127, 8191, 8192, 32767, 65535 - 64, 65535};
         const unsigned int base = kBases[below(sizeof(kBases) / sizeof(kBases[0]))];
         return static_cast<unsigned short>(base + below(3) * below(70));
     }
-
-private:
-    std::mt19937 m_engine;
 };
 
 template <typename Find, typename PlainFind>

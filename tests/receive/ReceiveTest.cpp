@@ -1,6 +1,6 @@
 // The entry of received datagrams and the records that are kept of them.
 
-#include "LiveObjects.h"
+#include "HeapCounter.h"
 #include "SessionFixture.h"
 
 namespace talrtp {
@@ -284,9 +284,9 @@ protected:
 
     // The objects that one datagram leaves behind.
     long leftBy(const Bytes& datagram) {
-        const long before = liveObjects();
+        const long before = heap().blocks;
         receive(datagram);
-        return liveObjects() - before;
+        return heap().blocks - before;
     }
     void receive(const Bytes& datagram) {
         session.InputReceivedData(const_cast<unsigned char*>(datagram.data()),
@@ -317,9 +317,9 @@ TEST_F(ObjectCountTest, RefusedDatagramLeavesOnePacketAllocatedWhichIsKept) {
 }
 
 TEST_F(ObjectCountTest, NullDatagramLeavesNothing) {
-    const long before = liveObjects();
+    const long before = heap().blocks;
     session.InputReceivedData(nullptr, 100, 0);
-    EXPECT_EQ(liveObjects(), before);
+    EXPECT_EQ(heap().blocks, before);
 }
 
 TEST_F(ObjectCountTest, SpentFecPacketAndItsDuplicateAreDestroyed) {
@@ -334,7 +334,7 @@ TEST_F(ObjectCountTest, SpentFecPacketAndItsDuplicateAreDestroyed) {
 }
 
 TEST_F(ObjectCountTest, SessionFreesAllThatItHolds) {
-    const long before = liveObjects();
+    const long before = heap().blocks;
     {
         SvcProbe other(nullptr, kSourceId);
         other.SetFecType(RTP_FEC_XOR);
@@ -344,7 +344,7 @@ TEST_F(ObjectCountTest, SessionFreesAllThatItHolds) {
                                     static_cast<int>(datagram.size()), 0);
         }
     }
-    EXPECT_EQ(liveObjects(), before);
+    EXPECT_EQ(heap().blocks, before);
 }
 
 TEST_F(ReceiveTest, ClearAllListEmptiesTheLists) {

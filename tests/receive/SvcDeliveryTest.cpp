@@ -1,5 +1,9 @@
 // Single NAL unit packets and aggregation packets (RFC 6184, 5.6 and 5.7.1) on their way to the sink.
 
+#include <malloc.h>
+
+#include <functional>
+
 #include "SessionFixture.h"
 
 namespace talrtp {
@@ -324,6 +328,68 @@ TEST_F(SvcDeliveryTest, AggregationThatASessionMadeComesBackUnitByUnit) {
         const Bytes expected = inByteStream(units[i]);
         EXPECT_EQ(slice(sink.handovers[i].payload, 0, expected.size()), expected);
     }
+}
+
+// --- Lent packets --------------------------------------------------------------------------------------
+
+class LentPacketTest : public SessionTest<SvcProbe> {
+protected:
+    // Hands large and small units over, in turns. The sink does `change` to the packet of each small one, and
+    // every packet has the room that it reports.
+    void expectRoomThough(const std::function<void(CTalRtpPacket&)>& change) {
+        bool fits = true;
+        sink.onPacket = [&](CTalRtpPacket* packet) {
+            const std::size_t capacity = static_cast<std::size_t>(packet->get_buffer_size());
+            fits &= malloc_usable_size(packet->get_buffer()) >= capacity + kSpareBytes;
+            if (packet->get_payload_size() < 100) {
+                change(*packet);
+            }
+        };
+        for (int i = 0; i < 3; ++i) {
+            seq = static_cast<unsigned short>(seq + 10);
+            media(seq, fragment(kStart, pattern(20000, 1)));
+            media(static_cast<unsigned short>(seq + 1), fragment(kEnd, pattern(20000, 2)));
+            media(static_cast<unsigned short>(seq + 2), join({{0x41}, pattern(39, 3)}));
+        }
+        EXPECT_TRUE(fits);
+        EXPECT_THAT(sink.handovers, SizeIs(6));
+        sink.handovers.clear();
+    }
+
+    unsigned short seq = 0;
+    static constexpr std::size_t kSpareBytes = 88;  // beyond the capacity of every packet
+};
+
+// The bytes of hand-overs are used again: a sink that makes the packet grow leaves different ones there.
+TEST_F(LentPacketTest, LargeUnitFitsItsHandOverAfterASinkHasMadeASmallOneGrow) {
+    Bytes element = {0x10, 0xaa};
+    expectRoomThough([&](CTalRtpPacket& packet) {
+        EXPECT_TRUE(packet.add_onebyte_extension_element(1, element.data(), 2));
+    });
+}
+
+TEST_F(LentPacketTest, LargeUnitFitsItsHandOverAfterASinkHasAssignedToASmallOne) {
+    for (const int change : {-20, 0, 20}) {
+        expectRoomThough([&](CTalRtpPacket& packet) {
+            packet = CTalRtpPacket(packet.get_buffer_size() + change);
+            packet.set_version(2);
+        });
+    }
+}
+
+// The insertion brings the packet back to the capacity that it was lent with, in the same place, but not to
+// the memory that was there.
+TEST_F(LentPacketTest, LargeUnitFitsItsHandOverAfterASinkHasReplacedASmallOneAndMadeItGrow) {
+    Bytes element = {0x10, 0xaa};
+    expectRoomThough([&](CTalRtpPacket& packet) {
+        const int capacity = packet.get_buffer_size();
+        CTalRtpPacket other(capacity - 8);  // the extension takes 8 bytes
+        other.set_version(2);
+        other.set_payload_size(capacity - 8 - 12);
+        packet = other;
+        EXPECT_TRUE(packet.add_onebyte_extension_element(1, element.data(), 2));
+        EXPECT_EQ(packet.get_buffer_size(), capacity);
+    });
 }
 
 }  // namespace

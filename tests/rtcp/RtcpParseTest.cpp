@@ -612,17 +612,6 @@ TEST(RtcpFieldReaderTest, NullPointersYieldZeroAndLeaveTheRecordAlone) {
 
 // ---- datagrams
 
-// Records what it is lent, and reads all of it.
-class RecordingSink : public ITalRTCPStackSink {
-public:
-    void OnRtcpPacket(unsigned char* packet, int length) override {
-        starts.push_back(packet);
-        packets.push_back(Bytes(packet, packet + length));
-    }
-    std::vector<unsigned char*> starts;
-    std::vector<Bytes> packets;
-};
-
 class RtcpDatagramTest : public ::testing::Test {
 protected:
     std::int64_t input(const Bytes& datagram) {
@@ -631,7 +620,7 @@ protected:
     }
 
     CTalRTCPStack stack;
-    RecordingSink sink;
+    RecordingRtcpSink sink;
 };
 
 TEST_F(RtcpDatagramTest, CompoundIsCutByTheLengthFields) {
@@ -700,10 +689,10 @@ TEST_F(RtcpDatagramTest, CutPacketIsLentAsACopySoTheDatagramStays) {
 
 // The length was read before the call: a sink that scribbles over its packet does not change the cut.
 TEST_F(RtcpDatagramTest, SinkMayOverwriteAPacketInTheDatagram) {
-    class Eraser : public RecordingSink {
+    class Eraser : public RecordingRtcpSink {
     public:
         void OnRtcpPacket(unsigned char* packet, int length) override {
-            RecordingSink::OnRtcpPacket(packet, length);
+            RecordingRtcpSink::OnRtcpPacket(packet, length);
             std::memset(packet, 0, static_cast<std::size_t>(length));
         }
     };
@@ -815,7 +804,7 @@ TEST(RtcpVirtualTableTest, EntriesElevenToTwentyNineRead) {
     auto number = [&](int entry, Bytes& packet) {
         return callEntry<unsigned int>(stack, entry, packet.data(), static_cast<int>(packet.size()));
     };
-    RecordingSink sink;
+    RecordingRtcpSink sink;
     EXPECT_EQ(0, callEntry<std::int64_t>(stack, 11, static_cast<ITalRTCPStackSink*>(&sink), sr.data(), 52));
     EXPECT_THAT(sink.packets, ElementsAre(sr));
     EXPECT_TRUE(callEntry<bool>(stack, 12, sr.data(), 52));

@@ -3,14 +3,13 @@
 
 #include "RtcpReading.h"
 #include "RtcpVectors.h"
+#include "SeededRandom.h"
 #include "TraceCatcher.h"
 
 #include <talrtp/TalRtcpStack.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-#include <random>
 
 namespace talrtp {
 namespace test {
@@ -21,21 +20,16 @@ using ::testing::Each;
 constexpr unsigned int kSeeds = 1000;
 constexpr unsigned char kUntouched = 0xee;
 
-class Random {
+class Random : public SeededRandom {
 public:
-    explicit Random(unsigned int seed) : m_engine(seed) {}
+    using SeededRandom::SeededRandom;
+
     // A number from `low` to `high`, both included.
-    int number(int low, int high) { return std::uniform_int_distribution<int>(low, high)(m_engine); }
-    unsigned int word() { return static_cast<unsigned int>(m_engine()); }
-    unsigned char byte() { return static_cast<unsigned char>(m_engine()); }
-    bool oneIn(int times) { return number(1, times) == 1; }
-    Bytes bytes(int count) {
-        Bytes bytes;
-        for (int i = 0; i < count; ++i) {
-            bytes.push_back(byte());
-        }
-        return bytes;
+    int number(int low, int high) {
+        return low + static_cast<int>(between(0, static_cast<unsigned int>(high - low)));
     }
+    unsigned int word() { return between(0, 0xffffffff); }
+    unsigned char byte() { return static_cast<unsigned char>(between(0, 0xff)); }
     _ReportBlock block() {
         _ReportBlock block;
         block.ssrc = word();
@@ -56,7 +50,7 @@ public:
     }
     // Bytes that look like a packet more often than not, so that readers get past the first checks.
     Bytes packet(int maxSize) {
-        Bytes bytes = this->bytes(number(0, maxSize));
+        Bytes bytes = this->bytes(between(0, static_cast<unsigned int>(maxSize)));
         const unsigned char header[] = {static_cast<unsigned char>(0x80 | number(0, 31)),
                                         static_cast<unsigned char>(number(199, 207)), 0,
                                         static_cast<unsigned char>(number(0, maxSize / 4))};
@@ -67,9 +61,6 @@ public:
         }
         return bytes;
     }
-
-private:
-    std::mt19937 m_engine;
 };
 
 class RtcpPropertyTest : public ::testing::Test {
@@ -109,15 +100,6 @@ TEST_F(RtcpPropertyTest, EveryGetterAgreesWithASecondOpinionOnAnyBytes) {
     EXPECT_GT(valid, static_cast<int>(kSeeds / 4)) << "too few packets got past the first checks";
 }
 
-// Collects what it is lent; the same as a table that the second opinion below fills.
-class CollectingSink : public ITalRTCPStackSink {
-public:
-    void OnRtcpPacket(unsigned char* packet, int length) override {
-        packets.push_back(Bytes(packet, packet + length));
-    }
-    std::vector<Bytes> packets;
-};
-
 std::int64_t expectedCut(const Bytes& datagram, std::vector<Bytes>& packets) {
     const reading::Received received(datagram);
     int at = 0;
@@ -145,7 +127,7 @@ TEST_F(RtcpPropertyTest, DatagramsAreCutAsASecondOpinionCutsThem) {
             }
             datagram.insert(datagram.end(), packet.begin(), packet.end());
         }
-        CollectingSink sink;
+        RecordingRtcpSink sink;
         std::vector<Bytes> expected;
         const std::int64_t expectedResult = expectedCut(datagram, expected);
         ExactBuffer buffer(datagram);
@@ -289,7 +271,7 @@ TEST_F(RtcpPropertyTest, CompoundOfFilledUpPacketsIsCutIntoThemAgain) {
             return stack.CreateCompoundPacket(starts.data(), lengths.data(), static_cast<int>(packets.size()),
                                               buf, len);
         });
-        CollectingSink sink;
+        RecordingRtcpSink sink;
         EXPECT_EQ(0, stack.InputReceivedRtcpData(&sink, compound.data(), static_cast<int>(compound.size())));
         EXPECT_EQ(packets, sink.packets);
     });

@@ -1,5 +1,6 @@
 // The making of FEC packets, XOR parity (RFC 2733) and Reed-Solomon, and the XOR kernel under it.
 
+#include <algorithm>
 #include <cstring>
 
 #include "SessionFixture.h"
@@ -653,6 +654,78 @@ TEST_F(RsGenerationTest, SessionsTypesAreUsed) {
     EXPECT_EQ(fec[0].get_payload_type(), 97u);
     EXPECT_EQ(fec[0].get_sync_source(), kSourceId);
     EXPECT_FALSE(fec[0].get_marker_flag());
+}
+
+// --- Used packets --------------------------------------------------------------------------------------
+
+// A class with a header of its own, four bytes after those of its base.
+template <typename Packet>
+class WideHeader : public Packet {
+public:
+    using Packet::Packet;
+
+    int get_header_size() const override { return 16; }
+};
+
+// FEC packets into used ones, in which no byte is 0, and into new ones. Every byte of the capacity is the
+// same.
+class UsedFecPacketTest : public SessionTest<SvcProbe> {
+protected:
+    UsedFecPacketTest() {
+        for (int i = 0; i < 2; ++i) {
+            Bytes unit = pattern(static_cast<std::size_t>(20 + 10 * i), 1);
+            session.CreateSinglePacket(kTimestamp, static_cast<int>(unit.size()), unit.data(), &media[i]);
+        }
+    }
+
+    template <typename Packet, typename Make>
+    void expectSameAsFresh(Make make) {
+        PacketArray<Packet> used(2, 100);
+        PacketArray<Packet> fresh(2, 100);
+        for (int i = 0; i < 2; ++i) {
+            used[i].set_payload_size(70);
+            used[i].set_packet_type(5);
+            std::fill_n(used[i].get_buffer(), 100, static_cast<unsigned char>(0xee));
+        }
+        session.m_fecSequenceNumber = 7;
+        EXPECT_EQ(make(used), 0);
+        session.m_fecSequenceNumber = 7;
+        EXPECT_EQ(make(fresh), 0);
+        for (int i = 0; i < 2; ++i) {
+            SCOPED_TRACE("packet " + std::to_string(i));
+            EXPECT_EQ(used[i].get_packet_size(), fresh[i].get_packet_size());
+            EXPECT_EQ(used[i].get_payload_size(), fresh[i].get_payload_size());
+            EXPECT_EQ(used[i].get_packet_type(), fresh[i].get_packet_type());
+            EXPECT_EQ(Bytes(used[i].get_buffer(), used[i].get_buffer() + 100),
+                      Bytes(fresh[i].get_buffer(), fresh[i].get_buffer() + 100));
+        }
+    }
+    template <typename Packet>
+    void expectSameAsFreshOfRs() {
+        session.SetFecType(RTP_FEC_RS);
+        expectSameAsFresh<Packet>(
+            [&](Packet* into) { return session.CreateRsFecPackets(media, 2, into, 2); });
+    }
+    template <typename Packet>
+    void expectSameAsFreshOfXor() {
+        session.SetFecType(RTP_FEC_XOR);
+        expectSameAsFresh<Packet>([&](Packet* into) {
+            return session.CreateXorFecPackets(media, 2, 1, &into[0]) +
+                   session.CreateXorFecPackets(media, 2, 3, &into[1]);
+        });
+    }
+
+    PacketArray<CTalRtpPacket> media{2, 100};
+};
+
+TEST_F(UsedFecPacketTest, ReedSolomonParityOverwritesEveryByteOfAUsedPacket) {
+    expectSameAsFreshOfRs<CTalRtpPacket>();
+    expectSameAsFreshOfRs<WideHeader<CTalRtpPacket>>();
+}
+
+TEST_F(UsedFecPacketTest, XorParityOverwritesEveryByteOfAUsedPacket) {
+    expectSameAsFreshOfXor<CRTPFECPacket>();
+    expectSameAsFreshOfXor<WideHeader<CRTPFECPacket>>();
 }
 
 }  // namespace

@@ -11,15 +11,9 @@
 #ifndef TALRTP_TESTS_DOCUMENTEDLEAK_H
 #define TALRTP_TESTS_DOCUMENTEDLEAK_H
 
-#if defined(__SANITIZE_ADDRESS__)
-#define TALRTP_TESTS_LEAKS_ARE_REPORTED 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define TALRTP_TESTS_LEAKS_ARE_REPORTED 1
-#endif
-#endif
+#include "SanitizedBuild.h"
 
-#ifdef TALRTP_TESTS_LEAKS_ARE_REPORTED
+#if TALRTP_TESTS_ADDRESS_SANITIZER
 #include <sanitizer/lsan_interface.h>
 #endif
 
@@ -28,7 +22,7 @@ namespace test {
 
 class DocumentedLeak {
 public:
-#ifdef TALRTP_TESTS_LEAKS_ARE_REPORTED
+#if TALRTP_TESTS_ADDRESS_SANITIZER
     DocumentedLeak() {
         __lsan_disable();
     }

@@ -52,6 +52,18 @@ inline std::string printItem(unsigned int ssrc, unsigned char type, const unsign
     return hex(ssrc) + " " + hex(type, 2) + " " + hex(text, length) + "; ";
 }
 
+// Records each packet of a datagram and where it lies there.
+class RecordingRtcpSink : public ITalRTCPStackSink {
+public:
+    void OnRtcpPacket(unsigned char* packet, int length) override {
+        starts.push_back(packet);
+        packets.push_back(Bytes(packet, packet + length));
+    }
+
+    std::vector<unsigned char*> starts;
+    std::vector<Bytes> packets;
+};
+
 constexpr int kOffered = 31;  // array elements that readAll has room for
 
 namespace reading {

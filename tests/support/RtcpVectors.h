@@ -15,10 +15,10 @@
 #include <string>
 #include <vector>
 
+#include "Bytes.h"
+
 namespace talrtp {
 namespace test {
-
-typedef std::vector<unsigned char> Bytes;
 
 // The bytes alone in a heap block of their own size, so that a sanitizer sees every read beyond.
 class ExactBuffer {

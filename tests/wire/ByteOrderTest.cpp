@@ -8,6 +8,7 @@
 #include <random>
 #include <vector>
 
+#include "Bytes.h"
 #include "FakeClock.h"
 
 namespace {
@@ -39,7 +40,7 @@ static_assert(sizeof(_int16_t) == 2 && sizeof(_uint16_t) == 2, "named after thei
 static_assert(sizeof(_int32_t) == 4 && sizeof(_uint32_t) == 4, "named after their width");
 static_assert(sizeof(_int64_t) == 8 && sizeof(_uint64_t) == 8, "named after their width");
 
-using Bytes = std::vector<unsigned char>;
+using test::Bytes;
 
 Bytes swapped(Bytes bytes) {
     tal_swap(bytes.data(), static_cast<int>(bytes.size()));

@@ -10,10 +10,12 @@
 #include <random>
 #include <vector>
 
+#include "Bytes.h"
+
 namespace talrtp {
 namespace {
 
-using Bytes = std::vector<unsigned char>;
+using test::Bytes;
 
 // A received packet: fixed header with `sources` CSRCs, an extension of `profile` that claims the words of
 // `area` (whole words), and a payload.

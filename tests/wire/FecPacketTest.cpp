@@ -7,6 +7,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "Bytes.h"
 #include "TraceCatcher.h"
 
 namespace talrtp {
@@ -15,7 +16,7 @@ namespace {
 using test::TraceCatcher;
 using testing::ElementsAre;
 
-using Bytes = std::vector<unsigned char>;
+using test::Bytes;
 
 static_assert(sizeof(CRTPFECPacket) == sizeof(CTalRtpPacket), "no data member of its own");
 static_assert(sizeof(CRTPRSPacket) == sizeof(CTalRtpPacket), "no data member of its own");

@@ -12,6 +12,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "Bytes.h"
 #include "TraceCatcher.h"
 
 namespace talrtp {
@@ -21,7 +22,7 @@ using test::TraceCatcher;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-using Bytes = std::vector<unsigned char>;
+using test::Bytes;
 
 // Binary interface.
 

@@ -1,10 +1,10 @@
-// Random input for the tests of the host's pieces: the same on every machine for the same seed.
+// Random input: the same on every machine for the same seed.
 //
 //   SeededRandom random(4711);
 //   SCOPED_TRACE(random.describe());   // prints the seed when the test fails
 
-#ifndef TALRTP_TESTS_KITRANDOM_H
-#define TALRTP_TESTS_KITRANDOM_H
+#ifndef TALRTP_TESTS_SEEDEDRANDOM_H
+#define TALRTP_TESTS_SEEDEDRANDOM_H
 
 #include <cstddef>
 #include <cstdint>
@@ -54,4 +54,4 @@ private:
 
 }  // namespace talrtp::test
 
-#endif  // TALRTP_TESTS_KITRANDOM_H
+#endif  // TALRTP_TESTS_SEEDEDRANDOM_H

@@ -1,41 +1,40 @@
-// Counts the objects that are alive on the heap, so that a test can tell a packet that was destroyed from one
-// that was forgotten. Replaces the global allocation operators, which the library uses too; one source file
-// per program includes it. Buffers of packets are taken with malloc and are not counted.
+#include "HeapCounter.h"
 
-#ifndef TALRTP_TESTS_LIVEOBJECTS_H
-#define TALRTP_TESTS_LIVEOBJECTS_H
+#include <malloc.h>
 
-#include <atomic>
-#include <cstddef>
 #include <cstdlib>
 #include <new>
+
+#include "SanitizedBuild.h"
 
 namespace talrtp {
 namespace test {
 
-inline std::atomic<long>& liveObjects() {
-    static std::atomic<long> count{0};
-    return count;
+Heap& heap() {
+    static Heap counts;
+    return counts;
 }
 
 }  // namespace test
 }  // namespace talrtp
 
-#if defined(__SANITIZE_THREAD__)
-#define TALRTP_HAS_OTHER_OPERATORS
-#elif defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-#define TALRTP_HAS_OTHER_OPERATORS
-#endif
-#endif
+#if !TALRTP_TESTS_THREAD_SANITIZER
 
-// ThreadSanitizer brings operators of its own, which can't be replaced: nothing is counted there.
-#ifndef TALRTP_HAS_OTHER_OPERATORS
+using talrtp::test::Heap;
+using talrtp::test::heap;
 
 // Kept out of line: where g++ 12 sees one of a pair inlined and the other not, it warns of a mismatch.
 __attribute__((noinline)) void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    Heap& counts = heap();
+    ++counts.calls;
+    if (counts.refused != 0 && --counts.refused == 0) {
+        return nullptr;
+    }
     void* const memory = std::malloc(size == 0 ? 1 : size);
-    talrtp::test::liveObjects() += memory != nullptr ? 1 : 0;
+    if (memory != nullptr) {
+        ++counts.blocks;
+        counts.bytes += malloc_usable_size(memory);
+    }
     return memory;
 }
 
@@ -57,7 +56,8 @@ void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
 
 __attribute__((noinline)) void operator delete(void* memory) noexcept {
     if (memory != nullptr) {
-        --talrtp::test::liveObjects();
+        --heap().blocks;
+        heap().bytes -= malloc_usable_size(memory);
         std::free(memory);
     }
 }
@@ -74,6 +74,4 @@ void operator delete[](void* memory, std::size_t) noexcept {
     operator delete(memory);
 }
 
-#endif  // TALRTP_HAS_OTHER_OPERATORS
-
-#endif  // TALRTP_TESTS_LIVEOBJECTS_H
+#endif
