@@ -350,6 +350,8 @@ void CMMRTPSessionBase::forceHandoverPacket(CTalRtpPacket* packet) {
     deliverPacket(packet);
 }
 
+// The unit is looked up by the numbers in the packet, not lent by the caller: a host may deliver packets of
+// its own, and the unit of a run can be kept under another timestamp than that of its last fragment.
 void CMMRTPSessionBase::deliverPacket(CTalRtpPacket* packet) {
     if (packet == nullptr || m_pSink == nullptr) {
         return;

@@ -32,6 +32,7 @@ public:
 
     // --- Receiving: TalRtpSession.cpp ---
 
+    // Counts a datagram, valid or not. Its time is that of everything that it causes.
     static void countDatagram(CMMRTPSessionBase& session, int size, unsigned long receivedTimeMs);
     // **Returns owned** a valid packet over a copy of `data`, of the class that payload type and FEC type
     // require. Null, with an ERROR line, for anything else.

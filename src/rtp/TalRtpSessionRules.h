@@ -29,8 +29,10 @@ struct CSessionAccess::stStockRules {
     stStockRules(CMMRTPSession4SVC& asked, const CTalRtpPacket& packet)
         : session(asked), head(CPacketAccess::payload(packet), packet.get_payload_size()) {}
 
+    // The payload's first bytes answer these two without a look at the stores.
     bool starts(_uint16_t /*seq*/) const { return head.starts(); }
     bool ends(_uint16_t /*seq*/) const { return head.ends(); }
+    // The media store has the runs of packets. A packet that is a unit by itself needs no run.
     bool findStart(_uint16_t seq, _uint16_t& start) const {
         start = seq;
         return head.starts() || session.m_index->media.findStart(seq, start);
@@ -76,11 +78,15 @@ struct CSessionAccess::stStockRules {
 struct CSessionAccess::stHostRules {
     static constexpr bool kAsksHooks = true;
 
+    // A hook may look for the packet in the lists, so it is stored before these are called.
     bool starts(_uint16_t seq) const { return session.isStartSeq(seq); }
     bool ends(_uint16_t seq) const { return session.isEndSeq(seq); }
+    // Both outputs are 0 before the call: a hook that finds something may leave its output alone.
     bool findStart(_uint16_t seq, _uint16_t& start) const { return session.findStartSeq(seq, start); }
     bool findEnd(_uint16_t start, _uint16_t& end) const { return session.findEndSeq(start, end); }
+    // `dealPacket` looks the unit up again, by `findStartSeq`: hosts count on the call.
     void deal(CTalRtpPacket* packet, const stTalRtpDataInfo* /*unit*/) const { session.dealPacket(packet); }
+    // The result is not used: a header that failed has its packet written all the same.
     void writeHeader(unsigned long timestamp, CTalRtpPacket* packet) const {
         session.setPacketHeader(timestamp, packet);
     }
