@@ -9,9 +9,14 @@
 // makes, replaces the payload writer and the delivery hooks by those of H.264 (RFC 6184): single NAL unit
 // packets, STAP-A and FU-A.
 //
-// A derived class may read every protected member, but must not change the receive lists and records: the
-// session keeps a private index of them. `isStartSeq` and `isEndSeq` are asked once for each packet, when it
-// is stored. The order and width of the documented members are binary interface.
+// A derived class may read every protected member, and may change the receive lists and records, between
+// calls and inside every hook: put packets, records and numbers in, take them out, set an entry to null or to
+// another object. Every operation then answers as if it walked and searched the lists. The session owns what
+// is in them; all of it is made by the global `new` and freed by the global `delete`. docs/hosts.md tells the
+// rest.
+//
+// `isStartSeq` and `isEndSeq` are asked once for each packet, when it is stored, and again after a derived
+// class changed a list. The order and width of the documented members are binary interface.
 
 #ifndef TALRTP_TALRTPSESSION_H
 #define TALRTP_TALRTPSESSION_H

@@ -73,7 +73,8 @@ CMMRTPSessionBase::CMMRTPSessionBase(ITalRTPSessionSink* pSink, unsigned int sou
       m_pool(m_mediaPacketList.get_allocator().pool()),
       m_index(nullptr) {
     std::unique_ptr<CPagedNodePool> owned(static_cast<CPagedNodePool*>(m_pool));  // until there is an index
-    m_index = new CReceiveIndex(m_pool, m_mediaPacketList, m_fecPacketList, m_tsInfoList);
+    m_index =
+        new CReceiveIndex(m_pool, m_mediaPacketList, m_fecPacketList, m_recoverPacketList, m_tsInfoList);
     static_cast<void>(owned.release());
     RsMapRetain();
 }
@@ -140,15 +141,67 @@ CMMRTPSession4SVC* stockSession(CMMRTPSessionBase& session) {
     return typeid(session) == typeid(CMMRTPSession4SVC) ? static_cast<CMMRTPSession4SVC*>(&session) : nullptr;
 }
 
+// --- The receive lists, which a derived class may change at any time ---
+
+void CSessionAccess::refreshLists(const CMMRTPSessionBase& session) {
+    if (!session.m_index->isTrue()) {
+        rebuildLists(session);
+    }
+}
+
+// A hook that is being asked about one packet may change the lists again. The bounds that are known then are
+// kept, and all are asked once more.
+void CSessionAccess::rebuildLists(const CMMRTPSessionBase& session) {
+    CReceiveIndex& index = *session.m_index;
+    index.setHost();
+    index.rebuild(index.isAsking);
+    if (index.isAsking) {
+        index.mustAskAgain = true;
+        return;
+    }
+    index.isAsking = true;
+    try {
+        askUnitBounds(const_cast<CMMRTPSessionBase&>(session));
+    } catch (...) {
+        index.isAsking = false;
+        index.invalidate();
+        throw;
+    }
+    index.isAsking = false;
+}
+
+// Hooks that change the lists whenever they are asked are asked three times.
+void CSessionAccess::askUnitBounds(CMMRTPSessionBase& session) {
+    constexpr int kRounds = 3;
+    for (int round = 0; round < kRounds; ++round) {
+        session.m_index->mustAskAgain = false;
+        unsigned int next = 0;
+        _uint16_t seq;
+        while (next <= kLastNumber && lists(session).media.findStored(static_cast<_uint16_t>(next), seq)) {
+            const bool ends = session.isEndSeq(seq);  // in the order in which a new packet is asked about
+            const bool starts = session.isStartSeq(seq);
+            lists(session).media.setUnitBounds(seq, starts, ends);
+            next = seq + 1u;
+        }
+        if (!session.m_index->mustAskAgain) {
+            return;
+        }
+    }
+}
+
 // --- Receive entry ---
 
 namespace {
 
 // Makes a call of the host, which fails when memory was refused to it. An exception of the sink passes.
 template <typename Call>
-int failIfShort(CReceiveIndex& index, Call call) {
+int failIfShort(CMMRTPSessionBase& session, Call call) {
+    CReceiveIndex& index = CSessionAccess::index(session);
     index.isShort = false;
     index.isInSink = false;
+    if (stockSession(session) == nullptr) {
+        index.setHost();
+    }
     try {
         const int result = call();
         return index.isShort ? -1 : result;
@@ -175,7 +228,7 @@ CTalRtpPacket* makeReceivedPacket(unsigned char* data, int size, unsigned int fe
 }  // namespace
 
 int CMMRTPSessionBase::InputReceivedData(unsigned char* data, int dataLen, unsigned long receivedTime) {
-    return failIfShort(*m_index, [&] {
+    return failIfShort(*this, [&] {
         CSessionAccess::countDatagram(*this, dataLen, receivedTime);
         std::unique_ptr<CTalRtpPacket> packet = CSessionAccess::parseDatagram(*this, data, dataLen);
         return packet != nullptr ? CSessionAccess::routePacket(*this, std::move(packet)) : -1;
@@ -247,7 +300,7 @@ int CMMRTPSessionBase::inputReceivedMediaPacket(CTalRtpPacket* packet) {
                   "CMMRTPSessionBase::inputReceivedMediaPacket invalid parameter: packet = " << packet);
         return -1;
     }
-    if (m_index->media.isFull()) {
+    if (CSessionAccess::lists(*this).media.isFull()) {
         checkAllLists();  // every packet is a duplicate now, and nothing else would ever age out again
     }
     const _uint16_t seq = packet->get_sequence_number();
@@ -255,7 +308,8 @@ int CMMRTPSessionBase::inputReceivedMediaPacket(CTalRtpPacket* packet) {
         delete packet;
         return 0;
     }
-    CSessionAccess::takeMediaPacket(*this, packet, m_receivedValidMediaPacketNumber,
+    std::unique_ptr<CTalRtpPacket> owned(packet);
+    CSessionAccess::takeMediaPacket(*this, owned, m_receivedValidMediaPacketNumber,
                                     m_receivedValidMediaPacketBytes);
     recoverPacketWithFEC();
     checkAllLists();
@@ -264,21 +318,30 @@ int CMMRTPSessionBase::inputReceivedMediaPacket(CTalRtpPacket* packet) {
 
 namespace {
 
-// Destroys a packet that was stored last and could not be recorded, and forgets its note if there is one.
-void dropMediaPacket(CReceiveIndex& index, _uint32_t timestamp, _uint16_t seq) {
-    index.removeMedia(seq);
+// Takes a packet out that was stored last and could not be recorded, and forgets its note if there is one.
+// `owned` keeps it, unless a hook took it out before.
+void dropMediaPacket(const CMMRTPSessionBase& session, std::unique_ptr<CTalRtpPacket>& owned,
+                     _uint32_t timestamp, _uint16_t seq) {
+    if (CSessionAccess::mediaPacket(session, seq) != owned.get()) {
+        static_cast<void>(owned.release());
+        return;
+    }
+    CReceiveIndex& index = CSessionAccess::lists(session);
+    index.releaseMedia(seq);
     index.records.forgetLastMedia(timestamp, seq);
 }
 
 // The path of a new media packet, for either set of rules:
 //
-//   store      the list and its store; a failure destroys the packet
+//   store      the list and its store; after a failure the packet is the caller's
 //   count      the packet and its capacity; a failure below takes both back
-//   record     its bounds, its timestamp, its unit; a failure destroys the packet
+//   record     its bounds, its timestamp, its unit; after a failure the packet is the caller's
 //   deliver    what the packet made whole; what fails now is the host's, and the packet stays
 template <typename Rules>
-void recordAndDeliver(const Rules& rules, CTalRtpPacket* packet, _uint64_t& counter, _uint64_t& byteCounter) {
-    CReceiveIndex& index = CSessionAccess::index(rules.session);
+void recordAndDeliver(const Rules& rules, std::unique_ptr<CTalRtpPacket>& owned, _uint64_t& counter,
+                      _uint64_t& byteCounter) {
+    CReceiveIndex& index = CSessionAccess::lists(rules.session);
+    CTalRtpPacket* const packet = owned.get();
     const _uint32_t timestamp = packet->get_timestamp();
     const _uint16_t seq = packet->get_sequence_number();
     const _uint64_t size = static_cast<_uint64_t>(packet->get_buffer_size());
@@ -290,31 +353,35 @@ void recordAndDeliver(const Rules& rules, CTalRtpPacket* packet, _uint64_t& coun
     try {
         if (Rules::kAsksHooks) {
             const bool ends = rules.ends(seq);  // hosts rely on the order
-            index.media.setUnitBounds(seq, rules.starts(seq), ends);
+            const bool starts = rules.starts(seq);
+            CSessionAccess::lists(rules.session).media.setUnitBounds(seq, starts, ends);
         }
         unit = CSessionAccess::record(rules, timestamp, seq);
     } catch (...) {
         --counter;
         byteCounter -= size;
-        dropMediaPacket(index, timestamp, seq);
+        dropMediaPacket(rules.session, owned, timestamp, seq);
         throw;
     }
-    rules.deal(packet, unit);
+    static_cast<void>(owned.release());
+    if (!Rules::kAsksHooks || CSessionAccess::mediaPacket(rules.session, seq) == packet) {
+        rules.deal(packet, unit);
+    }
 }
 
 }  // namespace
 
-void CSessionAccess::takeMediaPacket(CMMRTPSessionBase& session, CTalRtpPacket* packet, _uint64_t& counter,
-                                     _uint64_t& byteCounter) {
+void CSessionAccess::takeMediaPacket(CMMRTPSessionBase& session, std::unique_ptr<CTalRtpPacket>& owned,
+                                     _uint64_t& counter, _uint64_t& byteCounter) {
     if (CMMRTPSession4SVC* const stock = stockSession(session)) {
-        recordAndDeliver(stStockRules(*stock, *packet), packet, counter, byteCounter);
+        recordAndDeliver(stStockRules(*stock, *owned), owned, counter, byteCounter);
     } else {
-        recordAndDeliver(stHostRules{session}, packet, counter, byteCounter);
+        recordAndDeliver(stHostRules{session}, owned, counter, byteCounter);
     }
 }
 
 CTalRtpPacket* CMMRTPSessionBase::getMediaPacketBySeq(unsigned short seq) const {
-    return m_index->media.find(seq);
+    return CSessionAccess::mediaPacket(*this, seq);
 }
 
 void CMMRTPSessionBase::updateMediaDataInfo(unsigned int timestamp, unsigned short seq) {
@@ -326,8 +393,9 @@ stTalRtpDataInfo* CMMRTPSessionBase::getMediaDataInfo(unsigned int timestamp, un
     if (!findStartSeq(seq, startSeq)) {
         return nullptr;
     }
-    const stTalRtpTSRecord* const record = m_index->records.find(timestamp);
-    return record != nullptr ? m_index->records.findUnit(record, startSeq) : nullptr;
+    const CTimestampRecords& records = CSessionAccess::listsFor(*this, timestamp).records;
+    const stTalRtpTSInfo* const record = records.find(timestamp);
+    return record != nullptr ? records.findUnit(record, startSeq) : nullptr;
 }
 
 // --- Delivery ---
@@ -367,20 +435,29 @@ void CMMRTPSessionBase::deliverPacket(CTalRtpPacket* packet) {
 }
 
 int CMMRTPSessionBase::ForceHandover(unsigned long timestamp) {
-    m_index->isShort = false;
-    const stTalRtpTSRecord* const record = m_index->records.find(static_cast<_uint32_t>(timestamp));
-    if (record == nullptr) {
-        return 1;
-    }
+    return failIfShort(
+        *this, [&] { return CSessionAccess::handOverUnits(*this, static_cast<_uint32_t>(timestamp)); });
+}
+
+// A hook or the sink may change the map that is walked, so the next unit is found by its number.
+int CSessionAccess::handOverUnits(CMMRTPSessionBase& session, _uint32_t timestamp) {
     bool isHandedOver = false;
-    for (const auto& entry : record->dataInfoMap) {
-        if (entry.second != nullptr && !entry.second->delivered) {
-            forceHandoverPacket(getMediaPacketBySeq(entry.first));
-            isHandedOver = true;
+    unsigned int next = 0;
+    while (const stTalRtpTSInfo* const record = listsFor(session, timestamp).records.find(timestamp)) {
+        auto entry = record->dataInfoMap.lower_bound(static_cast<_uint16_t>(next));
+        while (entry != record->dataInfoMap.end() && (entry->second == nullptr || entry->second->delivered)) {
+            ++entry;
         }
-    }
-    if (m_index->isShort) {
-        return -1;
+        if (entry == record->dataInfoMap.end()) {
+            break;
+        }
+        const _uint16_t seq = entry->first;
+        session.forceHandoverPacket(mediaPacket(session, seq));
+        isHandedOver = true;
+        if (seq == kLastNumber) {
+            break;
+        }
+        next = seq + 1u;
     }
     return isHandedOver ? 0 : 1;
 }
@@ -408,15 +485,17 @@ bool CMMRTPSessionBase::isEndSeq(unsigned short /*seq*/) {
 namespace {
 
 // Frees a timestamp with its packets.
-void ageOut(CReceiveIndex& index, stTalRtpTSRecord* record) {
-    prefetch(record->newer);  // ages out next
+void ageOut(CReceiveIndex& index, stTalRtpTSInfo* record) {
+    prefetch(CAgeOrder::newer(record));  // ages out next
     index.meter.steps += record->mediaSeqList.size() + record->fecSeqList.size();
     for (const _uint16_t seq : record->mediaSeqList) {
-        index.media.prefetchAgeing(seq);
+        if (!index.isHost) {  // a host may have destroyed what the store would fetch
+            index.media.prefetchAgeing(seq);
+        }
         index.removeMedia(seq);
     }
     for (const _uint16_t seq : record->fecSeqList) {
-        index.fec.remove(seq);
+        index.removeFec(seq);
     }
     index.records.remove(record);
 }
@@ -425,16 +504,24 @@ void ageOut(CReceiveIndex& index, stTalRtpTSRecord* record) {
 
 void CMMRTPSessionBase::checkAllLists() {
     m_index->handover.age(m_lastReceivedTime, kMaxAgeMs);
-    const CAgeOrder& order = m_index->records.order();
+    const CTimestampRecords& records = CSessionAccess::lists(*this).records;
+    const CAgeOrder& order = records.order();
     while (order.oldest() != nullptr && isStale(*order.oldest(), m_lastReceivedTime)) {
+        if (!records.isTrue(order.oldest())) {
+            CSessionAccess::rebuildLists(*this);
+            continue;
+        }
         ageOut(*m_index, order.oldest());
     }
     // After the clock stepped back, records newer than now count as stale too.
-    stTalRtpTSRecord* record = order.newest();
+    stTalRtpTSInfo* record = order.newest();
     while (record != nullptr && record->updateTime > m_lastReceivedTime) {
         ++m_index->meter.steps;
-        stTalRtpTSRecord* const older = record->older;
-        if (isStale(*record, m_lastReceivedTime)) {
+        stTalRtpTSInfo* older = CAgeOrder::older(record);
+        if (!records.isTrue(record)) {
+            CSessionAccess::rebuildLists(*this);
+            older = order.newest();
+        } else if (isStale(*record, m_lastReceivedTime)) {
             ageOut(*m_index, record);
         }
         record = older;
@@ -442,19 +529,7 @@ void CMMRTPSessionBase::checkAllLists() {
 }
 
 void CMMRTPSessionBase::clearAllList() {
-    m_index->records.clear();
-    for (auto entry = m_mediaPacketList.begin(); entry != m_mediaPacketList.end();) {
-        const _uint16_t seq = entry->first;
-        ++entry;
-        m_index->removeMedia(seq);
-    }
-    m_mediaPacketList.clear();  // of null entries
-    m_index->fec.clear();
-    for (const auto& entry : m_recoverPacketList) {
-        delete entry.second;
-        m_index->forget(entry.first);
-    }
-    m_recoverPacketList.clear();
+    m_index->clear();
 }
 
 // --- Statistics ---

@@ -37,8 +37,6 @@ namespace talrtp {
 
 namespace {
 
-constexpr _uint16_t kLastNumber = 0xffff;  // the next one is 0
-
 // **Lends** `packet` as one of that class or of a class derived from it; null when it is another kind. The
 // session makes no derived packets, so the search through the base classes is left to those of a host.
 template <typename Packet>
@@ -77,8 +75,9 @@ void CMMRTPSessionBase::deployXorProcess(unsigned char* dst, unsigned char* src1
 namespace {
 
 // Records a stored FEC packet under its timestamp.
-void noteFecPacket(CReceiveIndex& index, _uint32_t timestamp, _uint16_t seq, _uint64_t now) {
-    stTalRtpTSRecord* const record = index.records.findOrMake(timestamp, now);
+void noteFecPacket(const CMMRTPSessionBase& session, _uint32_t timestamp, _uint16_t seq, _uint64_t now) {
+    CReceiveIndex& index = CSessionAccess::listsFor(session, timestamp);
+    stTalRtpTSInfo* const record = index.records.findOrMake(timestamp, now);
     if (record != nullptr) {
         index.fec.note(record, seq);
         index.records.touch(record, now);
@@ -86,14 +85,18 @@ void noteFecPacket(CReceiveIndex& index, _uint32_t timestamp, _uint16_t seq, _ui
 }
 
 // **Takes** `packet`: stores it and notes it. False when memory is short for that: it is destroyed then.
-bool keepFecPacket(CReceiveIndex& index, CTalRtpPacket* packet, _uint32_t fecType, _uint64_t now) {
+bool keepFecPacket(const CMMRTPSessionBase& session, CTalRtpPacket* packet, _uint32_t fecType,
+                   _uint64_t now) {
     const _uint16_t seq = packet->get_sequence_number();
     try {
-        index.fec.add(seq, packet, fecType);
-        noteFecPacket(index, packet->get_timestamp(), seq, now);
+        std::unique_ptr<CTalRtpPacket> owned(packet);
+        CReceiveIndex& index = CSessionAccess::lists(session);
+        index.removeFec(seq);  // a hook may have stored one since it was looked for
+        index.fec.add(seq, owned.release(), fecType);
+        noteFecPacket(session, packet->get_timestamp(), seq, now);
         return true;
     } catch (const std::bad_alloc&) {
-        index.fec.remove(seq);
+        CSessionAccess::index(session).fec.remove(seq);
         return false;
     }
 }
@@ -117,7 +120,7 @@ int CMMRTPSessionBase::inputReceivedFECPacket(CTalRtpPacket* fecPacket) {
     bool keep = false;
     std::unique_ptr<CTalRtpPacket> owned(fecPacket);  // a host's hook may throw
     recoverPacketWithFEC(fecPacket, keep);
-    if (keep && !keepFecPacket(*m_index, owned.release(), m_fecType, m_lastReceivedTime)) {
+    if (keep && !keepFecPacket(*this, owned.release(), m_fecType, m_lastReceivedTime)) {
         --m_receivedValidFECPacketNumber;
         m_receivedValidFECPacketBytes -= size;
         m_index->isShort = true;
@@ -128,15 +131,16 @@ int CMMRTPSessionBase::inputReceivedFECPacket(CTalRtpPacket* fecPacket) {
 }
 
 CTalRtpPacket* CMMRTPSessionBase::getFECPacketBySeq(unsigned short seq) const {
-    return m_index->fec.find(seq);
+    const CReceiveIndex& index = CSessionAccess::lists(*this);
+    return CSessionAccess::listsIf(*this, !index.isHost || index.fec.isTrue(seq)).fec.find(seq);
 }
 
 void CMMRTPSessionBase::updateFECListInfo(unsigned int timestamp, unsigned short seq) {
-    noteFecPacket(*m_index, timestamp, seq, m_lastReceivedTime);
+    noteFecPacket(*this, timestamp, seq, m_lastReceivedTime);
 }
 
 void CMMRTPSessionBase::removeFECInfoFromList(unsigned int timestamp, unsigned short seq) {
-    stTalRtpTSRecord* const record = m_index->records.find(timestamp);
+    stTalRtpTSInfo* const record = CSessionAccess::listsFor(*this, timestamp).records.find(timestamp);
     if (record != nullptr) {
         m_index->fec.forgetNote(record, seq);
     }
@@ -145,7 +149,7 @@ void CMMRTPSessionBase::removeFECInfoFromList(unsigned int timestamp, unsigned s
 // --- The cycle ---
 
 void CMMRTPSessionBase::recoverPacketWithFEC() {
-    if (m_index->fec.hasWork(m_fecType)) {
+    if (CSessionAccess::listsForFec(*this).fec.hasWork(m_fecType)) {
         CSessionAccess::retryFecPackets(*this);
     }
     if (!m_recoverPacketList.empty()) {
@@ -154,30 +158,38 @@ void CMMRTPSessionBase::recoverPacketWithFEC() {
 }
 
 void CSessionAccess::retryFecPackets(CMMRTPSessionBase& session) {
-    CReceiveIndex& index = *session.m_index;
-    const bool isEveryDue = index.fec.beginRound(session.m_fecType);
+    CReceiveIndex& index = listsForFec(session);
+    bool isEveryDue = index.fec.beginRound(session.m_fecType);
     _uint16_t seq = 0;
-    while (index.fec.findNextTry(isEveryDue, seq)) {
+    while (lists(session).fec.findNextTry(isEveryDue, seq)) {
         ++index.meter.steps;
-        index.fec.prefetchAfter(seq);
+        if (!index.isHost) {  // a host may have destroyed what the store would fetch
+            index.fec.prefetchAfter(seq);
+        }
         retryFecPacket(session, seq);
         if (seq == kLastNumber) {
             return;
         }
         ++seq;
+        isEveryDue |= lists(session).fec.isEveryDue();  // after a hook changed the lists
     }
 }
 
 void CSessionAccess::retryFecPacket(CMMRTPSessionBase& session, _uint16_t seq) {
     CTalRtpPacket* const fecPacket = session.getFECPacketBySeq(seq);
+    if (fecPacket == nullptr) {
+        return;  // a host took it out
+    }
     bool keep = false;
     session.recoverPacketWithFEC(fecPacket, keep);
+    if (session.getFECPacketBySeq(seq) != fecPacket) {
+        return;  // or its hook did
+    }
     if (keep) {
         session.m_index->fec.waitAgain(seq);
         return;
     }
-    // NOLINTNEXTLINE(clang-analyzer-core.CallAndMessage): only numbers of stored packets are worth trying
-    session.removeFECInfoFromList(fecPacket->get_timestamp(), seq);
+    session.removeFECInfoFromList(fecPacket->get_timestamp(), fecPacket->get_sequence_number());
     session.m_index->fec.remove(seq);
 }
 
@@ -216,25 +228,47 @@ void CMMRTPSessionBase::dealRecoverPacketList() {
     }
 }
 
+// A hook may change the list, so the next entry is found by its number. A packet that finds no memory waits
+// with those after it.
 bool CSessionAccess::dealRecoveredPackets(CMMRTPSessionBase& session) {
-    CMMRTPSessionBase::PacketMap& rebuilt = session.m_recoverPacketList;
+    const CMMRTPSessionBase::PacketMap& rebuilt = session.m_recoverPacketList;
     bool isAnyDealt = false;
-    auto entry = rebuilt.begin();
+    bool isRefused = false;
+    unsigned int next = 0;
     try {
-        while (entry != rebuilt.end()) {
-            CTalRtpPacket* const packet = entry->second;
-            ++entry;
-            isAnyDealt |= packet != nullptr && dealRecoveredPacket(session, packet);
+        while (next <= kLastNumber) {
+            const auto entry = rebuilt.lower_bound(static_cast<_uint16_t>(next));
+            if (entry == rebuilt.end()) {
+                break;
+            }
+            const _uint16_t key = entry->first;
+            next = key + 1u;
+            isAnyDealt |= entry->second != nullptr && dealRecoveredPacket(session, entry->second, isRefused);
+            if (isRefused) {
+                forgetRecovered(session, key);
+                return isAnyDealt;
+            }
         }
     } catch (...) {
-        rebuilt.erase(rebuilt.begin(), entry);
+        forgetRecovered(session, next);
         throw;
     }
-    rebuilt.clear();
+    forgetRecovered(session, kLastNumber + 1u);
     return isAnyDealt;
 }
 
-bool CSessionAccess::dealRecoveredPacket(CMMRTPSessionBase& session, CTalRtpPacket* packet) {
+void CSessionAccess::forgetRecovered(CMMRTPSessionBase& session, unsigned int end) {
+    CMMRTPSessionBase::PacketMap& rebuilt = session.m_recoverPacketList;
+    CReceiveIndex& index = *session.m_index;
+    const COwnNodes own(session.m_pool, index.meter);
+    while (!rebuilt.empty() && rebuilt.begin()->first < end) {
+        index.forget(rebuilt.begin()->first);  // a hook may have taken the packet out of the media list
+        rebuilt.erase(rebuilt.begin());
+    }
+    index.dropNulls();
+}
+
+bool CSessionAccess::dealRecoveredPacket(CMMRTPSessionBase& session, CTalRtpPacket* packet, bool& isRefused) {
     const _uint16_t seq = packet->get_sequence_number();
     if (session.getMediaPacketBySeq(seq) != nullptr) {
         TAL_TRACE(WARNING, "CMMRTPSessionBase::dealRecoverPacketList recover repeat packet: seq = "
@@ -242,16 +276,19 @@ bool CSessionAccess::dealRecoveredPacket(CMMRTPSessionBase& session, CTalRtpPack
         delete packet;
         return false;
     }
+    std::unique_ptr<CTalRtpPacket> owned(packet);
     try {
-        takeMediaPacket(session, packet, session.m_recoveredMediaPacketNumber,
+        takeMediaPacket(session, owned, session.m_recoveredMediaPacketNumber,
                         session.m_recoveredMediaPacketBytes);
         return true;
     } catch (const std::bad_alloc&) {
-        if (session.getMediaPacketBySeq(seq) != nullptr) {
+        if (owned == nullptr) {
             throw;  // stored and recorded: what failed was the host's
         }
-        session.m_index->forget(seq);
+        static_cast<void>(owned.release());
+        session.m_index->know(seq);
         session.m_index->isShort = true;
+        isRefused = true;
         return false;
     }
 }
@@ -267,14 +304,20 @@ namespace {
 void storeRecoveredPacket(CReceiveIndex& index, CMMRTPSessionBase::PacketMap& rebuilt, _uint16_t seq,
                           CTalRtpPacket* packet) {
     std::unique_ptr<CTalRtpPacket> owned(packet);
-    const auto entry = rebuilt.emplace(seq, nullptr).first;
+    const COwnNodes own(rebuilt.get_allocator().pool(), index.meter);
+    const auto place = rebuilt.emplace(seq, nullptr);
     try {
         index.know(seq);
     } catch (...) {
-        rebuilt.erase(entry);
+        if (place.second) {
+            rebuilt.erase(place.first);
+        }
         throw;
     }
-    entry->second = owned.release();
+    if (place.first->second != packet) {
+        delete place.first->second;  // of a hook
+    }
+    place.first->second = owned.release();
 }
 
 }  // namespace
@@ -289,8 +332,8 @@ void CMMRTPSessionBase::recoverPacketWithXORFEC(CRTPFECPacket* fecPacket, bool& 
         return;
     }
     const _uint16_t base = fecPacket->get_fec_sequence_number_base();
-    const _uint64_t missing =
-        xorMaskWindow(fecPacket->get_fec_mask()) & ~m_index->media.known().window(base, kFecMaskBits);
+    const CNumberSet known = CSessionAccess::listsAround(*this, base, kFecMaskBits).media.known();
+    const _uint64_t missing = xorMaskWindow(fecPacket->get_fec_mask()) & ~known.window(base, kFecMaskBits);
     if (missing == 0) {
         return;
     }
@@ -315,7 +358,9 @@ void CMMRTPSessionBase::recoverPacketWithXORFEC(CRTPFECPacket* fecPacket, bool& 
     TAL_TRACE(INFO, "CMMRTPSessionBase::recoverPacketWithXORFEC recoveredSeq = "
                         << seq << ", recoveredTS = " << packet->get_timestamp()
                         << ", sourceID = " << m_sourceId);
-    storeRecoveredPacket(*m_index, m_recoverPacketList, seq, packet);
+    std::unique_ptr<CTalRtpPacket> owned(packet);
+    CReceiveIndex& index = CSessionAccess::lists(*this);  // the hook may have changed them
+    storeRecoveredPacket(index, m_recoverPacketList, seq, owned.release());
 }
 
 namespace {
@@ -354,7 +399,8 @@ CTalRtpPacket* CMMRTPSessionBase::recoverPacket(unsigned short seq, CRTPFECPacke
     int count = 0;
     int length = fecPacket->get_fec_recover_length();
     _uint64_t present =
-        xorMaskWindow(fecPacket->get_fec_mask()) & m_index->media.known().window(base, kFecMaskBits);
+        xorMaskWindow(fecPacket->get_fec_mask()) &
+        CSessionAccess::listsAround(*this, base, kFecMaskBits).media.known().window(base, kFecMaskBits);
     for (; present != 0; present &= present - 1) {
         const int i = __builtin_ctzll(present);
         packets[count] = &knownPacket(static_cast<_uint16_t>(base + i), *m_index, m_recoverPacketList);
@@ -411,6 +457,14 @@ public:
     const unsigned int fecIndex;
     const _uint16_t firstFecSeq;
 
+    // Returns whether the lists hold the packets of the group that the stores know.
+    bool isTrue() const {
+        bool isTrue = isTooLarge() || m_index.isTrueFrom(firstSeq, static_cast<unsigned int>(packetCount));
+        for (int j = 0; j < fecCount && isTrue; ++j) {
+            isTrue = m_index.fec.isTrue(static_cast<_uint16_t>(firstFecSeq + j));
+        }
+        return isTrue;
+    }
     bool isTooLarge() const { return packetCount + fecCount > kMaxRsBlocks; }
     bool isComplete() const { return availableMedia() == packetCount; }
 
@@ -566,7 +620,8 @@ void CMMRTPSessionBase::recoverPacketWithRSFEC(CRTPRSPacket* fecPacket, bool& ke
                   "CMMRTPSessionBase::recoverPacketWithRSFEC invalid parameter: fecPacket = " << fecPacket);
         return;
     }
-    const CRsShards shards(*m_index, m_recoverPacketList, *fecPacket);
+    const CRsShards shards(CSessionAccess::lists(*this), m_recoverPacketList, *fecPacket);
+    CSessionAccess::listsIf(*this, !m_index->isHost || shards.isTrue());
     if (shards.isTooLarge()) {
         TAL_TRACE(WARNING,
                   "CMMRTPSessionBase::recoverPacketWithRSFEC total number of packet and fec is over 256.");

@@ -9,7 +9,7 @@
 #ifndef TALRTP_SRC_TALRTPSESSIONRULES_H
 #define TALRTP_SRC_TALRTPSESSIONRULES_H
 
-#include "TalRtpSessionAccess.h"
+#include "TalRtpSessionLists.h"
 #include "receive/ReceiveIndex.h"
 #include "wire/H264Payload.h"
 #include "wire/PacketAccess.h"
@@ -84,6 +84,10 @@ struct CSessionAccess::stHostRules {
     // Both outputs are 0 before the call: a hook that finds something may leave its output alone.
     bool findStart(_uint16_t seq, _uint16_t& start) const { return session.findStartSeq(seq, start); }
     bool findEnd(_uint16_t start, _uint16_t& end) const { return session.findEndSeq(start, end); }
+    // Looks up again what a hook may have changed.
+    stTalRtpTSInfo* recordOf(_uint32_t timestamp) const {
+        return listsFor(session, timestamp).records.find(timestamp);
+    }
     // `dealPacket` looks the unit up again, by `findStartSeq`: hosts count on the call.
     void deal(CTalRtpPacket* packet, const stTalRtpDataInfo* /*unit*/) const { session.dealPacket(packet); }
     // The result is not used: a header that failed has its packet written all the same.
@@ -102,8 +106,8 @@ using stHostRules = CSessionAccess::stHostRules;
 
 template <typename Rules>
 stTalRtpDataInfo* CSessionAccess::record(const Rules& rules, _uint32_t timestamp, _uint16_t seq) {
-    CTimestampRecords& records = rules.session.m_index->records;
-    stTalRtpTSRecord* const record = records.noteMedia(timestamp, seq, rules.session.m_lastReceivedTime);
+    CTimestampRecords& records = listsFor(rules.session, timestamp).records;
+    stTalRtpTSInfo* const record = records.noteMedia(timestamp, seq, rules.session.m_lastReceivedTime);
     return records.growUnitOf(record, seq, rules);
 }
 

@@ -14,9 +14,8 @@
 #include <climits>
 #include <cstring>
 
-#include "TalRtpSessionAccess.h"
+#include "TalRtpSessionLists.h"
 #include "TalRtpTraceLine.h"
-#include "receive/ReceiveIndex.h"
 #include "wire/H264Payload.h"
 #include "wire/PacketAccess.h"
 
@@ -348,11 +347,15 @@ bool CMMRTPSession4SVC::isEndSeq(unsigned short seq) {
 }
 
 bool CMMRTPSession4SVC::findStartSeq(unsigned short seq, unsigned short& startSeq) {
-    return CSessionAccess::index(*this).media.findStart(seq, startSeq);
+    const CReceiveIndex& index = CSessionAccess::lists(*this);
+    return CSessionAccess::listsIf(*this, !index.isHost || index.media.isTrueDownwards(seq))
+        .media.findStart(seq, startSeq);
 }
 
 bool CMMRTPSession4SVC::findEndSeq(unsigned short startSeq, unsigned short& endSeq) {
-    return CSessionAccess::index(*this).media.findEnd(startSeq, endSeq);
+    const CReceiveIndex& index = CSessionAccess::lists(*this);
+    return CSessionAccess::listsIf(*this, !index.isHost || index.media.isTrueUpwards(startSeq))
+        .media.findEnd(startSeq, endSeq);
 }
 
 void CMMRTPSession4SVC::combineFUPacket(CTalRtpPacket* packet) {
@@ -404,9 +407,10 @@ int CMMRTPSession4SVC::getFUPacketsInfoBySeq(unsigned short seq, bool& complete,
 namespace {
 
 // The bytes of fragment data in a run, up to the first gap.
-_uint64_t fragmentRunSize(CReceiveIndex& index, _uint16_t start, _uint16_t end) {
+_uint64_t fragmentRunSize(const CMMRTPSessionBase& session, _uint16_t start, _uint16_t end) {
     _uint64_t size = 0;
     const int last = static_cast<unsigned short>(end - start);
+    CReceiveIndex& index = CSessionAccess::listsAround(session, start, static_cast<unsigned int>(last) + 1);
     for (int i = 0; i <= last; ++i) {
         ++index.meter.steps;
         const unsigned short seq = static_cast<unsigned short>(start + i);
@@ -424,7 +428,7 @@ _uint64_t fragmentRunSize(CReceiveIndex& index, _uint16_t start, _uint16_t end) 
 }  // namespace
 
 unsigned int CMMRTPSession4SVC::getFUPacketsPayloadSize(unsigned short start, unsigned short end) const {
-    return static_cast<unsigned int>(fragmentRunSize(CSessionAccess::index(*this), start, end));
+    return static_cast<unsigned int>(fragmentRunSize(*this, start, end));
 }
 
 // Puts the unit together:  00 00 00 01 | NAL header | piece | piece | ... up to the first gap. The header has
@@ -437,8 +441,7 @@ void CMMRTPSession4SVC::deliveFUPacket(unsigned short start, unsigned short end,
         return;
     }
     constexpr int kUnitHeaderSize = 1;
-    const _uint64_t unitSize =
-        fragmentRunSize(CSessionAccess::index(*this), start, end) + kStartCodeSize + kUnitHeaderSize;
+    const _uint64_t unitSize = fragmentRunSize(*this, start, end) + kStartCodeSize + kUnitHeaderSize;
     const int headerSize = first->get_header_size();
     if (unitSize >
         static_cast<_uint64_t>(kLargestHandover - headerSize - kSpareSize - kExtensionHeaderSize)) {

@@ -1,6 +1,7 @@
-// In a warm session a received datagram allocates the packet object and its bytes only. The program puts
-// functions of its own in front of the allocator's, which the library's operator new calls in the end
-// too. A sanitizer has functions of its own there, so nothing is counted under one.
+// In a warm session a received datagram allocates the packet object and its bytes only, and a record for a
+// new timestamp and for a new unit. The program puts functions of its own in front of the allocator's, which
+// the library's operator new calls in the end too. A sanitizer has functions of its own there, so nothing is
+// counted under one.
 
 #include <gtest/gtest.h>
 #include <malloc.h>
@@ -86,9 +87,20 @@ protected:
             return;
         }
         SCOPED_TRACE("sequence number " + std::to_string(datagram[2] << 8 | datagram[3]));
-        ASSERT_EQ(s_requests.count, 2);
+        std::vector<std::size_t> records;
+        if ((datagram[2] << 8 | datagram[3]) == m_seq) {
+            records.push_back(sizeof(stTalRtpTSInfo));
+        }
+        const bool isFragment = (datagram[12] & 0x1f) == 28;
+        if (!isFragment || (datagram[13] & kStart) != 0) {
+            records.push_back(sizeof(stTalRtpDataInfo));
+        }
+        ASSERT_EQ(s_requests.count, 2 + static_cast<int>(records.size()));
         EXPECT_EQ(s_requests.sizes[0], sizeof(CTalRtpPacket));
         EXPECT_GE(s_requests.sizes[1], datagram.size());
+        for (std::size_t i = 0; i < records.size(); ++i) {
+            EXPECT_EQ(s_requests.sizes[2 + i], records[i]);
+        }
     }
 
     template <typename Call>
@@ -110,7 +122,7 @@ protected:
 // 3 single units, 3 aggregated ones and 1 in fragments.
 constexpr int kPictureUnits = 7;
 
-TEST_F(AllocationTest, DatagramInOrderAsksForThePacketAndItsBytesAlone) {
+TEST_F(AllocationTest, DatagramInOrderAsksForThePacketItsBytesAndNewRecords) {
     for (int i = 0; i < 1000; ++i) {
         receivePicture(false);
     }
@@ -126,6 +138,7 @@ TEST_F(AllocationTest, SwappedFragmentsAskForNoMore) {
 
 TEST_F(AllocationTest, ForcedHandoverAsksForNothing) {
     std::vector<Bytes> datagrams = makePicture();
+    m_isMeasuring = false;
     for (int i = 3; i < 6; ++i) {  // the first half of the run
         receive(datagrams[static_cast<std::size_t>(i)]);
     }
@@ -194,7 +207,7 @@ TEST_F(AllocationTest, FecPacketsThatWaitAskForNoBlockThatGrowsWithTheirNumber) 
 
 // FEC packets that each wait for two numbers, one of them with the next, all moving on, and a media packet
 // with each, which lets the oldest age out: what these have left serves the next ones.
-TEST_F(AllocationTest, FecPacketsInNumbersThatMoveOnAskForThePacketAndItsBytesAlone) {
+TEST_F(AllocationTest, FecPacketsInNumbersThatMoveOnAskForThePacketItsBytesAndNewRecords) {
     CMMRTPSession4SVC warm(&sink, kSourceId);
     warm.SetFecType(RTP_FEC_XOR);
     XorFec fields;
@@ -208,8 +221,9 @@ TEST_F(AllocationTest, FecPacketsInNumbersThatMoveOnAskForThePacketAndItsBytesAl
         const unsigned short mediaSeq = static_cast<unsigned short>(30000 + i);
         for (Bytes datagram : {fields.bytes(), rtp(mediaSeq, fields.timestamp, unitOf(mediaSeq))}) {
             watch([&] { warm.InputReceivedData(datagram.data(), static_cast<int>(datagram.size()), m_now); });
+            // The FEC packet is the first of its timestamp, the media packet is a unit.
             if (i >= 2 * kHeldPictures) {
-                ASSERT_EQ(s_requests.count, 2) << "FEC packet " << i;
+                ASSERT_EQ(s_requests.count, 3) << "FEC packet " << i;
             }
         }
     }
@@ -234,7 +248,7 @@ TEST_F(AllocationTest, XorTriesInVainAskForNothing) {
         receiveBy(fields.bytes());
     }
     receiveBy(rtp(100, kTimestamp, unitOf(100)));
-    EXPECT_EQ(s_requests.count, 2);
+    EXPECT_EQ(s_requests.count, 3);  // with the record of its unit
 }
 
 // The memory of each FEC packet of a group of its own, beside its object and its bytes.

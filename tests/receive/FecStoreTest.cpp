@@ -39,8 +39,8 @@ protected:
 
     CMediaStore media{mediaList, meter};
     CFecStore store{fecList, media.known(), meter};
-    stTalRtpTSRecord record{9000, 0, &pool};
-    stTalRtpTSRecord other{9001, 0, &pool};
+    stTalRtpTSInfo record{0, &pool};
+    stTalRtpTSInfo other{0, &pool};
 };
 
 TEST_F(FecStoreTest, PacketsAreFoundUntilTheyAreRemoved) {

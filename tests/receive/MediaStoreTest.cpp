@@ -153,8 +153,8 @@ TEST_F(MediaStoreTest, EntryThatHeldNullIsFilled) {
 }
 
 TEST_F(MediaStoreTest, UnitIsKnownUnderTheTimestampThatItWasSetForLast) {
-    stTalRtpTSRecord first(1, 0, &pool);
-    stTalRtpTSRecord second(2, 0, &pool);
+    stTalRtpTSInfo first(0, &pool);
+    stTalRtpTSInfo second(0, &pool);
     stTalRtpDataInfo unit = {10, 1, false, false};
     add(10, true, false);
     EXPECT_EQ(store.unitOf(10, &first), nullptr);
@@ -170,7 +170,7 @@ TEST_F(MediaStoreTest, UnitIsKnownUnderTheTimestampThatItWasSetForLast) {
 }
 
 TEST_F(MediaStoreTest, UnitGoesWithItsPacket) {
-    stTalRtpTSRecord record(1, 0, &pool);
+    stTalRtpTSInfo record(0, &pool);
     stTalRtpDataInfo unit = {10, 1, false, false};
     add(10, true, false);
     store.setUnit(10, &unit, &record);

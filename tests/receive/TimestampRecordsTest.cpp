@@ -49,10 +49,11 @@ protected:
     // The timestamps from the oldest on.
     std::vector<_uint32_t> order() const {
         std::vector<_uint32_t> result;
-        for (const stTalRtpTSRecord* record = records.order().oldest(); record != nullptr;
-             record = record->newer) {
-            EXPECT_TRUE(record->newer == nullptr || record->newer->older == record);
-            result.push_back(record->timestamp);
+        for (const stTalRtpTSInfo* record = records.order().oldest(); record != nullptr;
+             record = CAgeOrder::newer(record)) {
+            EXPECT_TRUE(CAgeOrder::newer(record) == nullptr ||
+                        CAgeOrder::older(CAgeOrder::newer(record)) == record);
+            result.push_back(CTimestampRecords::timestampOf(record));
         }
         return result;
     }
@@ -63,7 +64,7 @@ protected:
 
 TEST_F(TimestampRecordsTest, RecordIsMadeOnceAndFound) {
     EXPECT_EQ(records.find(100), nullptr);
-    stTalRtpTSRecord* const record = records.findOrMake(100, 7);
+    stTalRtpTSInfo* const record = records.findOrMake(100, 7);
     EXPECT_EQ(record->createTime, 7u);
     EXPECT_EQ(record->updateTime, 7u);
     EXPECT_EQ(records.findOrMake(50, 8)->createTime, 8u);
@@ -220,7 +221,7 @@ TEST_F(TimestampRecordsTest, SpanNeverShrinks) {
 TEST_F(TimestampRecordsTest, UnitsGoWithTheirTimestamp) {
     receive(10, 100, true, false);
     records.remove(records.find(100));
-    stTalRtpTSRecord* const record = records.findOrMake(100, 5);
+    stTalRtpTSInfo* const record = records.findOrMake(100, 5);
     EXPECT_EQ(records.findUnit(record, 10), nullptr);
     const stTalRtpDataInfo* const unit = records.growUnitOf(record, 10, RunRules{media, true, false});
     EXPECT_EQ(unit, record->dataInfoMap.at(10));

@@ -32,6 +32,9 @@ public:
     // Frees all memory of the pool. No node is in use any more.
     ~CPagedNodePool();
 
+    // Returns how many nodes were allocated and released so far, both together.
+    _uint64_t changes() const { return m_changes; }
+
 private:
     friend class CNodePool;
 
@@ -62,6 +65,7 @@ private:
     unsigned int m_pagesMade[kClasses];  // so far
     Page* m_spare;                       // pages without nodes in use
     unsigned int m_spareCount;
+    _uint64_t m_changes = 0;
 };
 
 }  // namespace talrtp

@@ -2,29 +2,30 @@
 
 namespace talrtp {
 
-void CAgeOrder::insert(stTalRtpTSRecord* record) {
-    stTalRtpTSRecord* before = m_lastFiled != nullptr ? m_lastFiled : m_newest;
+void CAgeOrder::insert(stTalRtpTSInfo* record) {
+    stTalRtpTSInfo* before = m_lastFiled != nullptr ? m_lastFiled : m_newest;
     ++m_meter.steps;
     while (before != nullptr && before->updateTime > record->updateTime) {
         ++m_meter.steps;
-        before = before->older;
+        before = before->m_older;
     }
-    while (before != nullptr && before->newer != nullptr && before->newer->updateTime <= record->updateTime) {
+    while (before != nullptr && before->m_newer != nullptr &&
+           before->m_newer->updateTime <= record->updateTime) {
         ++m_meter.steps;
-        before = before->newer;
+        before = before->m_newer;
     }
-    record->older = before;
-    record->newer = before != nullptr ? before->newer : m_oldest;
-    (record->older != nullptr ? record->older->newer : m_oldest) = record;
-    (record->newer != nullptr ? record->newer->older : m_newest) = record;
+    record->m_older = before;
+    record->m_newer = before != nullptr ? before->m_newer : m_oldest;
+    (record->m_older != nullptr ? record->m_older->m_newer : m_oldest) = record;
+    (record->m_newer != nullptr ? record->m_newer->m_older : m_newest) = record;
     m_lastFiled = record;
 }
 
-void CAgeOrder::remove(stTalRtpTSRecord* record) {
-    (record->older != nullptr ? record->older->newer : m_oldest) = record->newer;
-    (record->newer != nullptr ? record->newer->older : m_newest) = record->older;
+void CAgeOrder::remove(stTalRtpTSInfo* record) {
+    (record->m_older != nullptr ? record->m_older->m_newer : m_oldest) = record->m_newer;
+    (record->m_newer != nullptr ? record->m_newer->m_older : m_newest) = record->m_older;
     if (m_lastFiled == record) {
-        m_lastFiled = record->older != nullptr ? record->older : record->newer;
+        m_lastFiled = record->m_older != nullptr ? record->m_older : record->m_newer;
     }
 }
 

@@ -14,36 +14,24 @@
 
 namespace talrtp {
 
-// A timestamp's record with its place in the list of timestamps and in the order of ageing.
-struct stTalRtpTSRecord : stTalRtpTSInfo {
-    stTalRtpTSRecord(_uint32_t rtpTimestamp, _uint64_t receivedTime, CNodePool* pool)
-        : stTalRtpTSInfo(receivedTime, pool),
-          timestamp(rtpTimestamp),
-          strayFecNotes(0),
-          older(nullptr),
-          newer(nullptr) {}
-
-    const _uint32_t timestamp;
-    unsigned int strayFecNotes;  // FEC numbers in `fecSeqList` that no stored packet knows of
-    CTalRtpTSInfoMap::iterator entry;
-    stTalRtpTSRecord* older;
-    stTalRtpTSRecord* newer;
-};
-
 class CAgeOrder {
 public:
     explicit CAgeOrder(stStepMeter& meter) : m_meter(meter) {}
 
     // **Lend** the record at either end; null when there is none.
-    stTalRtpTSRecord* oldest() const { return m_oldest; }
-    stTalRtpTSRecord* newest() const { return m_newest; }
+    stTalRtpTSInfo* oldest() const { return m_oldest; }
+    stTalRtpTSInfo* newest() const { return m_newest; }
+
+    // **Lend** the neighbour of a filed record; null at the end.
+    static stTalRtpTSInfo* older(const stTalRtpTSInfo* record) { return record->m_older; }
+    static stTalRtpTSInfo* newer(const stTalRtpTSInfo* record) { return record->m_newer; }
 
     // Files `record` by its update time, after others of the same time.
-    void insert(stTalRtpTSRecord* record);
+    void insert(stTalRtpTSInfo* record);
     // Takes a filed record out.
-    void remove(stTalRtpTSRecord* record);
+    void remove(stTalRtpTSInfo* record);
     // Gives a filed record the update time `time` and files it anew.
-    void touch(stTalRtpTSRecord* record, _uint64_t time) {
+    void touch(stTalRtpTSInfo* record, _uint64_t time) {
         if (record == m_newest && record->updateTime <= time) {  // nearly always
             record->updateTime = time;
             m_lastFiled = record;
@@ -56,9 +44,9 @@ public:
 
 private:
     stStepMeter& m_meter;
-    stTalRtpTSRecord* m_oldest = nullptr;
-    stTalRtpTSRecord* m_newest = nullptr;
-    stTalRtpTSRecord* m_lastFiled = nullptr;
+    stTalRtpTSInfo* m_oldest = nullptr;
+    stTalRtpTSInfo* m_newest = nullptr;
+    stTalRtpTSInfo* m_lastFiled = nullptr;
 };
 
 }  // namespace talrtp

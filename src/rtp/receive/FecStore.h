@@ -22,6 +22,18 @@ public:
     CFecStore(List& list, CNumberSet media, stStepMeter& meter)
         : m_list(list), m_meter(meter), m_waiting(media, numbers(), meter.steps) {}
 
+    // Forgets everything and learns the packets of the list and the notes in `records`; every packet is due.
+    // Throws std::bad_alloc when memory is short, with part of them learned.
+    void rebuild(const CTalRtpTSInfoMap& records);
+    // Returns whether the entry of `seq` holds the packet that the store knows there.
+    bool isTrue(_uint16_t seq) const {
+        const Slot& slot = m_slots.peek(seq);
+        return slot.packet == nullptr || slot.entry->second == slot.packet;
+    }
+    // Returns the same for the first `kReach` entries of the list, those that hold null included.
+    bool isTrue() const;
+    static constexpr unsigned int kReach = 1024;
+
     // **Lends** the packet stored under `seq`, or null.
     CTalRtpPacket* find(_uint16_t seq) const { return m_slots.peek(seq).packet; }
     // The numbers of stored packets.
@@ -36,9 +48,9 @@ public:
     void clear();
 
     // Notes `seq` in the list of FEC numbers of `record`. Throws std::bad_alloc when memory is short.
-    void note(stTalRtpTSRecord* record, _uint16_t seq);
+    void note(stTalRtpTSInfo* record, _uint16_t seq);
     // Forgets the first note of `seq` in that list, if there is one.
-    void forgetNote(stTalRtpTSRecord* record, _uint16_t seq);
+    void forgetNote(stTalRtpTSInfo* record, _uint16_t seq);
 
     // A media packet became available, or is not available any more.
     void mediaArrived(_uint16_t seq) { m_waiting.mediaArrived(seq); }
@@ -48,6 +60,8 @@ public:
     bool hasWork(_uint32_t fecType) const {
         return m_waiting.hasReady() || m_isEveryDue || m_typeAtAdd != fecType;
     }
+    // Returns whether each packet will be due in the next round.
+    bool isEveryDue() const { return m_isEveryDue; }
     // Begins a round of tries in ascending order. It passes over packets that wait for more than has arrived,
     // since a try would change nothing, unless the FEC type changed: packets of the other kind are spent.
     // Returns whether every packet is due.
@@ -65,11 +79,13 @@ private:
     struct Slot {
         CTalRtpPacket* packet;  // null: nothing is stored under this number
         List::iterator entry;
-        stTalRtpTSRecord* owner;  // whose list of FEC numbers notes the packet; null while none does
+        stTalRtpTSInfo* owner;  // whose list of FEC numbers notes the packet; null while none does
         stTalRtpTSInfo::SeqList::iterator note;
     };
 
     void fileGroup(_uint16_t seq, const CTalRtpPacket& packet);
+    void learnNotes(stTalRtpTSInfo* record);
+    void eraseNote(stTalRtpTSInfo::SeqList& notes, stTalRtpTSInfo::SeqList::iterator note);
     void erase(_uint16_t seq);
 
     List& m_list;
@@ -78,6 +94,7 @@ private:
     CFecWaiting m_waiting;
     _uint32_t m_typeAtAdd = RTP_FEC_RS;  // of the packet added last
     bool m_isEveryDue = false;           // packets of both kinds may be stored
+    bool m_isOdd = false;  // a packet is stored under another number than its own: only tries find out more
 };
 
 }  // namespace talrtp

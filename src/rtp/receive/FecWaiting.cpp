@@ -990,6 +990,11 @@ void CFecWaiting::remove(_uint16_t fecSeq) {
     }
 }
 
+void CFecWaiting::clear() {
+    m_groups.reset();
+    m_readyCount = 0;
+}
+
 bool CFecWaiting::findReady(_uint16_t seq, _uint16_t& found) const {
     return m_readyCount != 0 && m_groups->findReady(seq, found);
 }

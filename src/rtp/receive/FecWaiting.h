@@ -59,6 +59,8 @@ public:
                unsigned int fecCount);
     // Forgets an FEC packet, if it is filed.
     void remove(_uint16_t fecSeq);
+    // Forgets all.
+    void clear();
 
     // A packet became available, or is not available any more. For an FEC packet that will be filed, call
     // this first.

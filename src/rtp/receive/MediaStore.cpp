@@ -1,19 +1,88 @@
 #include "MediaStore.h"
 
-#include <memory>
+#include <vector>
 
 #include "ListPlace.h"
+#include "OwnNodes.h"
 #include "Prefetch.h"
 #include "wire/PacketLayout.h"
 
 namespace talrtp {
 
+void CMediaStore::rebuild(bool keepsBounds) {
+    struct Known {
+        _uint16_t seq;
+        const CTalRtpPacket* packet;
+        bool starts;
+        bool ends;
+    };
+    std::vector<Known> before;
+    _uint16_t seq = 0;
+    while (keepsBounds && findStored(seq, seq)) {
+        before.push_back(
+            {seq, find(seq), m_slots.contains(kStartStops, seq), m_slots.contains(kEndStops, seq)});
+        if (seq++ == CNumberSets::kNumbers - 1) {
+            break;
+        }
+    }
+    m_slots.clear();
+    for (auto entry = m_list.begin(); entry != m_list.end(); ++entry) {
+        ++m_meter.steps;
+        if (entry->second != nullptr) {
+            m_slots.reserve(entry->first);
+            m_slots.claim(entry->first);
+            m_slots[entry->first] = Slot{entry->second, entry, nullptr, nullptr};
+            m_slots.assign(entry->first, setsOfStored(true, true));
+        }
+    }
+    for (const Known& known : before) {
+        if (find(known.seq) == known.packet) {
+            setUnitBounds(known.seq, known.starts, known.ends);
+        }
+    }
+}
+
+bool CMediaStore::isTrueDownwards(_uint16_t seq) const {
+    for (unsigned int i = 0; i < kReach && contains(seq); ++i, --seq) {
+        ++m_meter.steps;
+        if (!isTrue(seq)) {
+            return false;
+        }
+        if (m_slots.contains(kStartStops, seq)) {
+            return true;
+        }
+    }
+    return true;
+}
+
+bool CMediaStore::isTrueUpwards(_uint16_t start) const {
+    for (unsigned int i = 0; i < kReach && contains(start); ++i, ++start) {
+        ++m_meter.steps;
+        if (!isTrue(start)) {
+            return false;
+        }
+        if (m_slots.contains(kEndStops, start)) {
+            return true;
+        }
+    }
+    return true;
+}
+
+void CMediaStore::clear() {
+    const COwnNodes own(m_list.get_allocator().pool(), m_meter);
+    for (const auto& entry : m_list) {
+        delete entry.second;
+    }
+    m_list.clear();
+    m_slots.clear();
+}
+
 bool CMediaStore::add(_uint16_t seq, CTalRtpPacket* packet, bool starts, bool ends) {
-    std::unique_ptr<CTalRtpPacket> owned(packet);
     ++m_meter.steps;
     m_slots.reserve(seq);
+    const COwnNodes own(m_list.get_allocator().pool(), m_meter);
     const auto entry = m_list.emplace_hint(placeFor(seq, m_list, m_slots, kStored), seq, packet);
-    entry->second = owned.release();  // an entry that held null is filled
+    entry->second = packet;  // an entry that held null is filled
     const bool isNew = !m_slots.contains(kKnown, seq);
     if (isNew) {
         m_slots.claim(seq);
@@ -24,15 +93,18 @@ bool CMediaStore::add(_uint16_t seq, CTalRtpPacket* packet, bool starts, bool en
 }
 
 void CMediaStore::setUnitBounds(_uint16_t seq, bool starts, bool ends) {
-    m_slots.assign(seq, setsOfStored(starts, ends));
+    if (contains(seq)) {
+        m_slots.assign(seq, setsOfStored(starts, ends));
+    }
 }
 
-bool CMediaStore::remove(_uint16_t seq) {
+bool CMediaStore::release(_uint16_t seq, CTalRtpPacket*& packet) {
     const Slot& slot = m_slots.peek(seq);
     if (slot.packet == nullptr) {
         return false;
     }
-    delete slot.packet;
+    packet = slot.entry->second;
+    const COwnNodes own(m_list.get_allocator().pool(), m_meter);
     m_list.extract(slot.entry);  // as erase, without the search for the next one
     m_slots.release(seq);
     return true;
@@ -79,7 +151,7 @@ bool CMediaStore::findEnd(_uint16_t start, _uint16_t& end) const {
     return isEnd;
 }
 
-void CMediaStore::setUnit(_uint16_t seq, stTalRtpDataInfo* unit, const stTalRtpTSRecord* owner) {
+void CMediaStore::setUnit(_uint16_t seq, stTalRtpDataInfo* unit, const stTalRtpTSInfo* owner) {
     if (contains(seq)) {
         Slot& slot = m_slots[seq];
         slot.unit = unit;
@@ -87,7 +159,7 @@ void CMediaStore::setUnit(_uint16_t seq, stTalRtpDataInfo* unit, const stTalRtpT
     }
 }
 
-void CMediaStore::forgetUnit(_uint16_t seq, const stTalRtpTSRecord* owner) {
+void CMediaStore::forgetUnit(_uint16_t seq, const stTalRtpTSInfo* owner) {
     if (m_slots.peek(seq).unitOwner == owner) {
         setUnit(seq, nullptr, nullptr);
     }
@@ -124,7 +196,7 @@ void CMediaStore::prefetchAgeing(_uint16_t seq) const {
         prefetch(bytes + near.packet->get_buffer_size() + kSpareSize);
     }
     if (near.unitOwner != nullptr) {
-        prefetch(&*near.unitOwner->entry);
+        prefetch(&*near.unitOwner->m_entry);
         prefetch(&*near.unitOwner->mediaSeqList.begin());
         prefetch(&*near.unitOwner->dataInfoMap.begin());
     }

@@ -28,6 +28,22 @@ public:
     // Borrows all for its life. `list` is empty.
     CMediaStore(List& list, stStepMeter& meter) : m_list(list), m_meter(meter) {}
 
+    // Forgets everything and learns the packets of the list, each a whole unit; with `keepsBounds` those that
+    // were known already keep their bounds. Throws std::bad_alloc when memory is short, with part of them
+    // learned.
+    void rebuild(bool keepsBounds);
+    // Returns whether the entry of `seq` holds the packet that the store knows there.
+    bool isTrue(_uint16_t seq) const {
+        const Slot& slot = m_slots.peek(seq);
+        return slot.packet == nullptr || slot.entry->second == slot.packet;
+    }
+    // Returns the same for the packets that a search for the start of a unit at `seq` passes, the nearest
+    // `kReach` of them.
+    bool isTrueDownwards(_uint16_t seq) const;
+    // Returns the same for a search for the end of a unit from `start` on.
+    bool isTrueUpwards(_uint16_t start) const;
+    static constexpr unsigned int kReach = 1024;
+
     // **Lends** the packet stored under `seq`, or null.
     CTalRtpPacket* find(_uint16_t seq) const { return m_slots.peek(seq).packet; }
     bool contains(_uint16_t seq) const { return m_slots.contains(kStored, seq); }
@@ -35,13 +51,27 @@ public:
     bool isFull() const { return m_list.size() == CNumberSets::kNumbers; }
 
     // **Takes** a packet, which may start and end a unit, under a number that has none. Returns whether the
-    // number was unknown before. Throws std::bad_alloc when memory is short; the packet is destroyed then.
+    // number was unknown before. Throws std::bad_alloc when memory is short; the packet stays the caller's.
     bool add(_uint16_t seq, CTalRtpPacket* packet, bool starts, bool ends);
-    // Tells anew whether a stored packet starts and ends a unit.
+    // Tells anew whether a packet starts and ends a unit. Does nothing unless `seq` is stored.
     void setUnitBounds(_uint16_t seq, bool starts, bool ends);
+    // Gives up `packet`, that of the entry of `seq`, which the caller **owns** then; the number is not known
+    // any more. Returns false when nothing was stored.
+    bool release(_uint16_t seq, CTalRtpPacket*& packet);
     // Destroys the packet stored under `seq`; the number is not known any more. Returns false when there was
     // none.
-    bool remove(_uint16_t seq);
+    bool remove(_uint16_t seq) {
+        CTalRtpPacket* packet;
+        if (!release(seq, packet)) {
+            return false;
+        }
+        delete packet;
+        return true;
+    }
+    // Destroys all packets.
+    void clear();
+    // Finds the lowest stored number from `seq` on, without wrap-around; false when there is none.
+    bool findStored(_uint16_t seq, _uint16_t& found) const { return m_slots.findUpward(kStored, seq, found); }
     // Notes that the packet of a number was rebuilt. Returns whether the number was unknown before. Throws
     // std::bad_alloc when memory is short.
     bool know(_uint16_t seq);
@@ -60,16 +90,16 @@ public:
 
     // **Lends** the record of the unit that starts at `seq`, if it is the one that was set last and is kept
     // under `owner`; else null.
-    stTalRtpDataInfo* unitOf(_uint16_t seq, const stTalRtpTSRecord* owner) const {
+    stTalRtpDataInfo* unitOf(_uint16_t seq, const stTalRtpTSInfo* owner) const {
         const Slot& slot = m_slots.peek(seq);
         return slot.unitOwner == owner ? slot.unit : nullptr;
     }
     // Borrows the record of the unit that starts at `seq` until `forgetUnit`. Several timestamps can have
     // one, since a unit is found across timestamps; the one set last is kept. Does nothing unless `seq` is
     // stored.
-    void setUnit(_uint16_t seq, stTalRtpDataInfo* unit, const stTalRtpTSRecord* owner);
+    void setUnit(_uint16_t seq, stTalRtpDataInfo* unit, const stTalRtpTSInfo* owner);
     // Forgets the record of the unit that starts at `seq` if it is kept under `owner`.
-    void forgetUnit(_uint16_t seq, const stTalRtpTSRecord* owner);
+    void forgetUnit(_uint16_t seq, const stTalRtpTSInfo* owner);
 
     // Fetches what a walk over a run, now at `seq`, will read: the packet, and packet objects some numbers
     // after it.
@@ -88,7 +118,7 @@ private:
         CTalRtpPacket* packet;  // null: nothing is stored under this number
         List::iterator entry;
         stTalRtpDataInfo* unit;
-        const stTalRtpTSRecord* unitOwner;
+        const stTalRtpTSInfo* unitOwner;
     };
 
     List& m_list;

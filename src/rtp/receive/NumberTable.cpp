@@ -8,12 +8,16 @@ namespace talrtp {
 CNumberSets::Head* const CNumberSets::kNoPages[kPages] = {};
 
 CNumberSets::CNumberSets() : m_pages(kNoPages) {
+    clearSummary();
+}
+
+CNumberSets::~CNumberSets() = default;
+
+void CNumberSets::clearSummary() {
     for (unsigned int set = 0; set < kSets; ++set) {
         std::fill(std::begin(m_pagesWith[set]), std::end(m_pagesWith[set]), wordAtFirst(set));
     }
 }
-
-CNumberSets::~CNumberSets() = default;
 
 void CNumberSets::setPage(unsigned int index, Head* page) {
     if (m_ownPages == nullptr) {

@@ -148,6 +148,8 @@ protected:
     bool hasPages() const { return m_ownPages != nullptr; }
     // Puts a page into the table, or null. Throws std::bad_alloc for the first page when memory is short.
     void setPage(unsigned int index, Head* page);
+    // Makes the sets as they are without a page.
+    void clearSummary();
 
 private:
     static constexpr unsigned int kSummaryWords = kPages / kWordBits;
@@ -201,6 +203,15 @@ public:
             delete pageAt(index);
         }
         delete m_spare;
+    }
+
+    // Releases all numbers.
+    void clear() {
+        for (unsigned int index = 0; hasPages() && index < kPages; ++index) {
+            delete pageAt(index);
+            setPage(index, nullptr);
+        }
+        clearSummary();
     }
 
     // For reading any slot.

@@ -6,11 +6,15 @@
 
 #include <talrtp/TalRtpRecords.h>
 
+#include <vector>
+
 #include "FecStore.h"
 #include "Handover.h"
 #include "MediaStore.h"
+#include "OwnNodes.h"
 #include "StepMeter.h"
 #include "TimestampRecords.h"
+#include "memory/NodePool.h"
 
 namespace talrtp {
 
@@ -18,16 +22,54 @@ class CReceiveIndex {
 public:
     // Borrows all for its life. The lists are empty.
     CReceiveIndex(CNodePool* pool, CMediaStore::List& mediaList, CFecStore::List& fecList,
-                  CTimestampRecords::List& recordList)
+                  CTalRtpPacketMap& rebuiltList, CTimestampRecords::List& recordList)
         : media(mediaList, meter),
           records(recordList, media, pool, meter),
-          fec(fecList, media.known(), meter) {}
+          fec(fecList, media.known(), meter),
+          m_pool(*static_cast<CPagedNodePool*>(pool)),
+          m_mediaList(mediaList),
+          m_fecList(fecList),
+          m_rebuiltList(rebuiltList),
+          m_recordList(recordList) {}
+
+    // Returns whether somebody else may have changed a list since the last look.
+    bool isStale() const { return m_pool.changes() != meter.nodes; }
+    // Looks: returns whether the stores still know what the lists hold, as far as the numbers of nodes and
+    // the entries that held null tell.
+    bool isTrue() const;
+    // Learns the lists anew; as `CMediaStore::rebuild`.
+    void rebuild(bool keepsBounds);
+    // Lets the next look find that the stores have to be rebuilt.
+    void invalidate();
+    // Destroys everything in the lists.
+    void clear();
+    // Returns whether the lists hold the available packets of `count` numbers that the stores know.
+    bool isTrueFrom(_uint16_t first, unsigned int count) const;
+    // Forgets which entries hold null, since some of them are gone.
+    void dropNulls() {
+        if (!m_nulls.empty()) {
+            invalidate();
+        }
+    }
+    // Returns whether an entry holds null, which only a host's class can have put there.
+    bool hasNulls() const { return !m_nulls.empty() || m_mustRebuild; }
 
     stStepMeter meter;
     // Memory was refused since the host's call began, so that call fails.
     bool isShort = false;
     // The sink is being called: an exception is the host's own.
     bool isInSink = false;
+    // The session's class is a host's, which may exchange packets in their entries.
+    bool isHost = false;
+    // The hooks are being asked for the bounds of all packets, and have to be asked once more.
+    bool isAsking = false;
+    bool mustAskAgain = false;
+
+    // Notes that the session's class is a host's.
+    void setHost() {
+        isHost = true;
+        records.search();
+    }
 
     CMediaStore media;
     CTimestampRecords records;
@@ -42,11 +84,29 @@ public:
             fec.mediaArrived(seq);
         }
     }
-    // Destroys the media packet stored under `seq`, if there is one.
+    // Takes the media packet stored under `seq` out, if there is one; the caller **owns** it then.
+    void releaseMedia(_uint16_t seq) {
+        CTalRtpPacket* packet;
+        if (media.release(seq, packet)) {
+            records.closeUnit();
+            fec.mediaLeft(seq);
+        }
+    }
+    // Destroys the media packet stored under `seq`, if there is one, with its entry.
     void removeMedia(_uint16_t seq) {
         if (media.remove(seq)) {
             records.closeUnit();
             fec.mediaLeft(seq);
+        } else if (hasNulls()) {
+            eraseNull(m_mediaList, seq);
+        }
+    }
+    // The same for an FEC packet.
+    void removeFec(_uint16_t seq) {
+        if (fec.find(seq) != nullptr) {
+            fec.remove(seq);
+        } else if (hasNulls()) {
+            eraseNull(m_fecList, seq);
         }
     }
     // Notes that the packet of a number was rebuilt; as `CMediaStore::know`.
@@ -61,6 +121,20 @@ public:
             fec.mediaLeft(seq);
         }
     }
+
+private:
+    template <typename List>
+    void noteNulls(const List& list);
+    void believe();
+    void eraseNull(CTalRtpPacketMap& list, _uint16_t seq);
+
+    const CPagedNodePool& m_pool;
+    CTalRtpPacketMap& m_mediaList;
+    CTalRtpPacketMap& m_fecList;
+    CTalRtpPacketMap& m_rebuiltList;
+    const CTimestampRecords::List& m_recordList;
+    std::vector<CTalRtpPacket* const*> m_nulls;  // the entries that hold null
+    bool m_mustRebuild = false;
 };
 
 }  // namespace talrtp

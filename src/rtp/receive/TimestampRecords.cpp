@@ -1,70 +1,55 @@
 #include "TimestampRecords.h"
 
+#include <algorithm>
 #include <memory>
-#include <new>
-#include <utility>
+#include <vector>
 
-#include "memory/NodePool.h"
+#include "OwnNodes.h"
 
 namespace talrtp {
 
-namespace {
-
-// Destroys an object in a node of a pool.
-template <typename Object>
-struct stPoolDelete {
-    CNodePool* pool;
-
-    void operator()(Object* object) const {
-        object->~Object();
-        pool->give(object, sizeof(Object));
+// A record that a host deletes is unfiled, and the session looks again at all it knows.
+stTalRtpTSInfo::~stTalRtpTSInfo() {
+    if (m_keeper != nullptr) {
+        m_keeper->m_isBereft = true;
+        m_keeper->m_meter.doubt();
+        m_keeper->unfile(this);
     }
-};
-
-template <typename Object>
-using PoolPtr = std::unique_ptr<Object, stPoolDelete<Object>>;
-
-// **Returns** an object in a node of `pool`. Throws std::bad_alloc when memory is short.
-template <typename Object, typename... Arguments>
-PoolPtr<Object> makeIn(CNodePool* pool, Arguments&&... arguments) {
-    void* const node = pool->take(sizeof(Object));
-    return PoolPtr<Object>(new (node) Object{std::forward<Arguments>(arguments)...}, {pool});
 }
-
-}  // namespace
 
 // --- Timestamps ---
 
-stTalRtpTSRecord* CTimestampRecords::find(_uint32_t timestamp) const {
-    if (m_last != nullptr && m_last->timestamp == timestamp) {
+stTalRtpTSInfo* CTimestampRecords::find(_uint32_t timestamp) const {
+    if (!m_isSearching && m_last != nullptr && m_last->m_timestamp == timestamp) {
         return m_last;
     }
     m_meter.countSearch(m_list.size());
     const auto entry = m_list.find(timestamp);
-    return entry != m_list.end() ? static_cast<stTalRtpTSRecord*>(entry->second) : nullptr;
+    return entry != m_list.end() ? entry->second : nullptr;
 }
 
-stTalRtpTSRecord* CTimestampRecords::findOrMake(_uint32_t timestamp, _uint64_t now) {
-    if (m_last != nullptr && m_last->timestamp == timestamp) {
+stTalRtpTSInfo* CTimestampRecords::findOrMake(_uint32_t timestamp, _uint64_t now) {
+    if (!m_isSearching && m_last != nullptr && m_last->m_timestamp == timestamp) {
         return m_last;
     }
     m_meter.countSearch(m_list.size());
     const bool isNewest = m_list.empty() || m_list.rbegin()->first < timestamp;
     const auto place = isNewest ? m_list.end() : m_list.lower_bound(timestamp);
     if (!isNewest && place->first == timestamp) {
-        m_last = static_cast<stTalRtpTSRecord*>(place->second);
+        m_last = place->second;
         return m_last;
     }
-    auto record = makeIn<stTalRtpTSRecord>(m_pool, timestamp, now, m_pool);
-    record->entry = m_list.emplace_hint(place, timestamp, record.get());
-    m_order.insert(record.get());
+    const COwnNodes own(m_pool, m_meter);
+    auto record = std::make_unique<stTalRtpTSInfo>(now, m_pool);
+    file(record.get(), m_list.emplace_hint(place, timestamp, record.get()));
     m_last = record.release();
     return m_last;
 }
 
-stTalRtpTSRecord* CTimestampRecords::noteMedia(_uint32_t timestamp, _uint16_t seq, _uint64_t now) {
-    stTalRtpTSRecord* const record = findOrMake(timestamp, now);
+stTalRtpTSInfo* CTimestampRecords::noteMedia(_uint32_t timestamp, _uint16_t seq, _uint64_t now) {
+    stTalRtpTSInfo* const record = findOrMake(timestamp, now);
     if (record != nullptr) {
+        const COwnNodes own(m_pool, m_meter);
         record->mediaSeqList.push_back(seq);
         m_order.touch(record, now);
     }
@@ -72,43 +57,99 @@ stTalRtpTSRecord* CTimestampRecords::noteMedia(_uint32_t timestamp, _uint16_t se
 }
 
 void CTimestampRecords::forgetLastMedia(_uint32_t timestamp, _uint16_t seq) {
-    stTalRtpTSRecord* const record = find(timestamp);
+    stTalRtpTSInfo* const record = find(timestamp);
     if (record != nullptr && !record->mediaSeqList.empty() && record->mediaSeqList.back() == seq) {
+        const COwnNodes own(m_pool, m_meter);
         record->mediaSeqList.pop_back();
     }
 }
 
-void CTimestampRecords::remove(stTalRtpTSRecord* record) {
-    m_list.extract(record->entry);  // as erase, without the search for the next one
+void CTimestampRecords::remove(stTalRtpTSInfo* record) {
+    const COwnNodes own(m_pool, m_meter);
+    m_list.extract(record->m_entry);  // as erase, without the search for the next one
+    unfile(record);
     freeRecord(record);
 }
 
 void CTimestampRecords::clear() {
-    while (m_order.oldest() != nullptr) {
-        freeRecord(m_order.oldest());
+    const COwnNodes own(m_pool, m_meter);
+    unfileAll();
+    for (const auto& entry : m_list) {
+        if (entry.second != nullptr) {
+            freeRecord(entry.second);
+        }
     }
     m_list.clear();
 }
 
-// **Takes** a record that is no more in the list, or leaves it with all others.
-void CTimestampRecords::freeRecord(stTalRtpTSRecord* record) {
-    const PoolPtr<stTalRtpTSRecord> owned(record, {m_pool});
+// **Takes** a record that is not filed any more.
+void CTimestampRecords::freeRecord(stTalRtpTSInfo* record) {
+    const std::unique_ptr<stTalRtpTSInfo> owned(record);
     for (const auto& entry : record->dataInfoMap) {
         ++m_meter.steps;
         m_media.forgetUnit(entry.first, record);
-        static_cast<void>(PoolPtr<stTalRtpDataInfo>(entry.second, {m_pool}));
+        delete entry.second;
     }
+}
+
+// --- Filing ---
+
+// Learns a record that is in the list.
+void CTimestampRecords::file(stTalRtpTSInfo* record, List::iterator entry) {
+    record->m_keeper = this;
+    record->m_timestamp = entry->first;
+    record->m_entry = entry;
+    record->m_strayFecNotes = 0;
+    m_order.insert(record);
+}
+
+void CTimestampRecords::unfile(stTalRtpTSInfo* record) {
     m_order.remove(record);
+    record->m_keeper = nullptr;
     closeUnit();
     if (m_last == record) {
         m_last = nullptr;
     }
 }
 
+void CTimestampRecords::unfileAll() {
+    while (m_order.oldest() != nullptr) {
+        unfile(m_order.oldest());
+    }
+    m_isBereft = false;
+}
+
+void CTimestampRecords::rebuild() {
+    std::vector<List::iterator> entries;
+    entries.reserve(m_list.size());
+    for (auto entry = m_list.begin(); entry != m_list.end(); ++entry) {
+        ++m_meter.steps;
+        if (entry->second != nullptr) {
+            entries.push_back(entry);
+        }
+    }
+    const auto isOlder = [](const List::iterator& a, const List::iterator& b) {
+        return a->second->updateTime < b->second->updateTime;
+    };
+    std::sort(entries.begin(), entries.end(), isOlder);
+    unfileAll();
+    for (const List::iterator& entry : entries) {
+        if (entry->second->m_keeper == nullptr) {
+            file(entry->second, entry);
+        }
+    }
+}
+
+bool CTimestampRecords::isTrueAt(_uint32_t timestamp) const {
+    const auto entry = m_list.find(timestamp);
+    return entry == m_list.end() || entry->second == nullptr ||
+           (entry->second->m_keeper == this && entry->second->m_entry == entry);
+}
+
 // --- Units ---
 
-stTalRtpDataInfo* CTimestampRecords::findUnit(const stTalRtpTSRecord* record, _uint16_t startSeq) const {
-    if (stTalRtpDataInfo* const unit = m_media.unitOf(startSeq, record)) {
+stTalRtpDataInfo* CTimestampRecords::findUnit(const stTalRtpTSInfo* record, _uint16_t startSeq) const {
+    if (stTalRtpDataInfo* const unit = m_isSearching ? nullptr : m_media.unitOf(startSeq, record)) {
         return unit;
     }
     m_meter.countSearch(record->dataInfoMap.size());
@@ -116,8 +157,8 @@ stTalRtpDataInfo* CTimestampRecords::findUnit(const stTalRtpTSRecord* record, _u
     return entry != record->dataInfoMap.end() ? entry->second : nullptr;
 }
 
-stTalRtpDataInfo* CTimestampRecords::findOrMakeUnit(stTalRtpTSRecord* record, _uint16_t startSeq) {
-    if (stTalRtpDataInfo* const unit = m_media.unitOf(startSeq, record)) {
+stTalRtpDataInfo* CTimestampRecords::findOrMakeUnit(stTalRtpTSInfo* record, _uint16_t startSeq) {
+    if (stTalRtpDataInfo* const unit = m_isSearching ? nullptr : m_media.unitOf(startSeq, record)) {
         return unit;
     }
     auto& units = record->dataInfoMap;
@@ -128,7 +169,9 @@ stTalRtpDataInfo* CTimestampRecords::findOrMakeUnit(stTalRtpTSRecord* record, _u
     if (!isLast && place->first == startSeq) {
         unit = place->second;
     } else {
-        auto made = makeIn<stTalRtpDataInfo>(m_pool, startSeq, 1, false, false);
+        const COwnNodes own(m_pool, m_meter);
+        auto made = std::make_unique<stTalRtpDataInfo>();
+        made->startSeq = startSeq;
         units.emplace_hint(place, startSeq, made.get());
         unit = made.release();
     }

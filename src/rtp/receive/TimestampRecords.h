@@ -16,25 +16,44 @@ class CTimestampRecords {
 public:
     typedef CTalRtpTSInfoMap List;
 
-    // Borrows all for its life. `list` is empty; `pool` holds the records and the nodes of their lists.
+    // Borrows all for its life. `list` is empty; `pool` holds the nodes of the records' lists.
     CTimestampRecords(List& list, CMediaStore& media, CNodePool* pool, stStepMeter& meter)
         : m_list(list), m_media(media), m_pool(pool), m_meter(meter), m_order(meter) {}
+    ~CTimestampRecords() { unfileAll(); }
+    CTimestampRecords(const CTimestampRecords&) = delete;
+    CTimestampRecords& operator=(const CTimestampRecords&) = delete;
+
+    // Forgets everything and learns the records of the list. Throws std::bad_alloc, with nothing changed,
+    // when memory is short.
+    void rebuild();
+    // From now on nothing is remembered that a host's class could exchange in its place: records of units and
+    // of timestamps are searched in the lists.
+    void search() { m_isSearching = true; }
+    // Returns whether the entry of a record in the list holds it, under the timestamp that the store knows.
+    bool isTrue(const stTalRtpTSInfo* record) const {
+        return record->m_keeper == this && record->m_entry->second == record;
+    }
+    // Returns the same for the record of `timestamp`, and true when there is none.
+    bool isTrueAt(_uint32_t timestamp) const;
+    // Returns whether a record was destroyed by somebody else since the last `rebuild`.
+    bool isBereft() const { return m_isBereft; }
+    static _uint32_t timestampOf(const stTalRtpTSInfo* record) { return record->m_timestamp; }
 
     // --- Timestamps ---
 
     // **Lends** the record of `timestamp`, or null.
-    stTalRtpTSRecord* find(_uint32_t timestamp) const;
+    stTalRtpTSInfo* find(_uint32_t timestamp) const;
     // The same, made now if there is none; null when the list holds a null record. Throws std::bad_alloc when
     // memory is short.
-    stTalRtpTSRecord* findOrMake(_uint32_t timestamp, _uint64_t now);
+    stTalRtpTSInfo* findOrMake(_uint32_t timestamp, _uint64_t now);
     // Sets the time of the last packet.
-    void touch(stTalRtpTSRecord* record, _uint64_t now) { m_order.touch(record, now); }
+    void touch(stTalRtpTSInfo* record, _uint64_t now) { m_order.touch(record, now); }
     // Notes a media packet under its timestamp. **Lends** the record as `findOrMake` does.
-    stTalRtpTSRecord* noteMedia(_uint32_t timestamp, _uint16_t seq, _uint64_t now);
+    stTalRtpTSInfo* noteMedia(_uint32_t timestamp, _uint16_t seq, _uint64_t now);
     // Forgets the media packet that was noted last, if it is `seq`.
     void forgetLastMedia(_uint32_t timestamp, _uint16_t seq);
     // Frees a record with the records of its units. Nobody looks at its FEC notes any more.
-    void remove(stTalRtpTSRecord* record);
+    void remove(stTalRtpTSInfo* record);
     // Frees all records.
     void clear();
 
@@ -43,18 +62,19 @@ public:
     // --- Units ---
 
     // **Lends** the record of the unit that starts at `startSeq`, or null.
-    stTalRtpDataInfo* findUnit(const stTalRtpTSRecord* record, _uint16_t startSeq) const;
+    stTalRtpDataInfo* findUnit(const stTalRtpTSInfo* record, _uint16_t startSeq) const;
     // The same, made now if there is none; null when the map holds a null record. Throws std::bad_alloc when
     // memory is short.
-    stTalRtpDataInfo* findOrMakeUnit(stTalRtpTSRecord* record, _uint16_t startSeq);
+    stTalRtpDataInfo* findOrMakeUnit(stTalRtpTSInfo* record, _uint16_t startSeq);
     // Extends a unit to `endSeq`, unless it reaches further already.
     static void grow(stTalRtpDataInfo& unit, _uint16_t endSeq, bool isComplete);
     // Records a packet just stored in its unit, whose start and end `rules` finds. **Lends** the unit's
     // record; null when its start is not known, or for a null record. Throws std::bad_alloc when memory is
     // short. Rules that ask no hooks find the ends of the media store's runs, so a packet that arrives in
-    // order extends its unit without a search.
+    // order extends its unit without a search. After a hook, which may have changed the lists, `rules` looks
+    // the records up again.
     template <typename Rules>
-    stTalRtpDataInfo* growUnitOf(stTalRtpTSRecord* record, _uint16_t seq, const Rules& rules);
+    stTalRtpDataInfo* growUnitOf(stTalRtpTSInfo* record, _uint16_t seq, const Rules& rules);
     // A stored packet is gone, so no unit grows in order any more.
     void closeUnit() { m_open = OpenUnit(); }
 
@@ -62,23 +82,30 @@ private:
     // The unit whose packets arrive in order now.
     struct OpenUnit {
         stTalRtpDataInfo* unit;
-        const stTalRtpTSRecord* owner;  // null: none
-        _uint16_t next;                 // the number after its packets, all of them stored
+        const stTalRtpTSInfo* owner;  // null: none
+        _uint16_t next;               // the number after its packets, all of them stored
     };
 
-    void freeRecord(stTalRtpTSRecord* record);
+    friend struct stTalRtpTSInfo;
+
+    void file(stTalRtpTSInfo* record, List::iterator entry);
+    void unfile(stTalRtpTSInfo* record);
+    void unfileAll();
+    void freeRecord(stTalRtpTSInfo* record);
 
     List& m_list;
     CMediaStore& m_media;
     CNodePool* const m_pool;
     stStepMeter& m_meter;
     CAgeOrder m_order;
-    stTalRtpTSRecord* m_last = nullptr;  // the one used last
+    stTalRtpTSInfo* m_last = nullptr;  // the one used last
     OpenUnit m_open = OpenUnit();
+    bool m_isSearching = false;
+    bool m_isBereft = false;
 };
 
 template <typename Rules>
-stTalRtpDataInfo* CTimestampRecords::growUnitOf(stTalRtpTSRecord* record, _uint16_t seq, const Rules& rules) {
+stTalRtpDataInfo* CTimestampRecords::growUnitOf(stTalRtpTSInfo* record, _uint16_t seq, const Rules& rules) {
     if (record == nullptr) {
         return nullptr;
     }
@@ -91,16 +118,27 @@ stTalRtpDataInfo* CTimestampRecords::growUnitOf(stTalRtpTSRecord* record, _uint1
         m_open = ends ? OpenUnit() : OpenUnit{unit, record, next};
         return unit;
     }
+    const _uint32_t timestamp = record->m_timestamp;
     _uint16_t start = 0;
     if (!rules.findStart(seq, start)) {
         return nullptr;
     }
-    stTalRtpDataInfo* const unit = findOrMakeUnit(record, start);
+    if constexpr (Rules::kAsksHooks) {
+        record = rules.recordOf(timestamp);
+    }
+    stTalRtpDataInfo* unit = record != nullptr ? findOrMakeUnit(record, start) : nullptr;
     if (unit == nullptr || unit->complete) {
         return unit;
     }
     _uint16_t end = 0;
     const bool isComplete = rules.findEnd(start, end);
+    if constexpr (Rules::kAsksHooks) {
+        record = rules.recordOf(timestamp);
+        unit = record != nullptr ? findUnit(record, start) : nullptr;
+        if (unit == nullptr || unit->complete) {
+            return unit;
+        }
+    }
     grow(*unit, end, isComplete);
     if (!Rules::kAsksHooks && end == seq && !isComplete) {
         m_open = OpenUnit{unit, record, next};

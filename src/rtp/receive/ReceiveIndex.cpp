@@ -1,0 +1,91 @@
+#include "ReceiveIndex.h"
+
+namespace talrtp {
+
+template <typename List>
+void CReceiveIndex::noteNulls(const List& list) {
+    for (const auto& entry : list) {
+        if (entry.second == nullptr) {
+            m_nulls.push_back(&entry.second);
+        }
+    }
+}
+
+bool CReceiveIndex::isTrue() const {
+    if (m_mustRebuild || records.isBereft() || (meter.nodes & ~stStepMeter::kDoubt) != m_pool.changes()) {
+        return false;
+    }
+    for (const CTalRtpPacket* const* packet : m_nulls) {
+        if (*packet != nullptr) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void CReceiveIndex::rebuild(bool keepsBounds) {
+    invalidate();
+    noteNulls(m_mediaList);
+    noteNulls(m_fecList);
+    noteNulls(m_rebuiltList);
+    media.rebuild(keepsBounds);
+    for (const auto& entry : m_rebuiltList) {
+        if (entry.second != nullptr) {
+            media.know(entry.first);
+        }
+    }
+    records.rebuild();
+    fec.rebuild(m_recordList);
+    believe();
+}
+
+void CReceiveIndex::believe() {
+    m_mustRebuild = false;
+    meter.nodes = m_pool.changes();
+    if (!m_nulls.empty()) {
+        meter.doubt();
+    }
+}
+
+void CReceiveIndex::invalidate() {
+    m_nulls.clear();
+    m_mustRebuild = true;
+    meter.doubt();
+}
+
+void CReceiveIndex::clear() {
+    invalidate();
+    records.clear();
+    media.clear();
+    fec.clear();
+    const COwnNodes own(m_rebuiltList.get_allocator().pool(), meter);
+    for (const auto& entry : m_rebuiltList) {
+        delete entry.second;
+    }
+    m_rebuiltList.clear();
+    believe();
+}
+
+bool CReceiveIndex::isTrueFrom(_uint16_t first, unsigned int count) const {
+    for (unsigned int i = 0; i < count; ++i, ++first) {
+        if (!media.isTrue(first)) {
+            return false;
+        }
+        if (media.known().contains(first) && !media.contains(first)) {
+            const auto rebuilt = m_rebuiltList.find(first);
+            if (rebuilt == m_rebuiltList.end() || rebuilt->second == nullptr) {
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
+void CReceiveIndex::eraseNull(CTalRtpPacketMap& list, _uint16_t seq) {
+    const COwnNodes own(list.get_allocator().pool(), meter);
+    if (list.erase(seq) != 0) {
+        invalidate();
+    }
+}
+
+}  // namespace talrtp

@@ -1,0 +1,561 @@
+// A derived class changes the receive lists and records, between calls and inside each hook. Every operation
+// then answers as if it walked and searched the lists.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <talrtp/TalRtpSession.h>
+
+#include <algorithm>
+#include <functional>
+#include <memory>
+#include <ostream>
+#include <string>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+#include "SessionFixture.h"
+
+namespace talrtp {
+namespace test {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+enum class Place {
+    kBetweenCalls,
+    kIsStart,
+    kIsEnd,
+    kFindStart,
+    kFindEnd,
+    kDeal,
+    kForce,
+    kRecover,
+    kSink,
+};
+
+const char* nameOf(Place place) {
+    static const char* const kNames[] = {"BetweenCalls",          "InIsStartSeq",    "InIsEndSeq",
+                                         "InFindStartSeq",        "InFindEndSeq",    "InDealPacket",
+                                         "InForceHandoverPacket", "InRecoverPacket", "InTheSink"};
+    return kNames[static_cast<int>(place)];
+}
+
+// A session that runs a script once, at its first call of one hook.
+class ScriptedSession : public SvcProbe, public ITalRTPSessionSink {
+public:
+    explicit ScriptedSession(unsigned int source) : SvcProbe(this, source) {}
+
+    void arm(Place place, std::function<void(ScriptedSession&)> script) {
+        m_place = place;
+        m_script = std::move(script);
+    }
+    bool isArmed() const { return m_script != nullptr; }
+    void meet(Place place) {
+        if (m_script != nullptr && place == m_place) {
+            const std::function<void(ScriptedSession&)> script = std::move(m_script);
+            m_script = nullptr;
+            script(*this);
+        }
+    }
+
+    void OnReceivedRTPPacket(CTalRtpPacket* packet) override {
+        handedOver.push_back(packet->get_sequence_number());
+        meet(Place::kSink);
+    }
+
+    std::vector<int> handedOver;
+
+    bool isStartSeq(unsigned short seq) override {
+        meet(Place::kIsStart);
+        return SvcProbe::isStartSeq(seq);
+    }
+    bool isEndSeq(unsigned short seq) override {
+        meet(Place::kIsEnd);
+        return SvcProbe::isEndSeq(seq);
+    }
+    bool findStartSeq(unsigned short seq, unsigned short& start) override {
+        meet(Place::kFindStart);
+        return SvcProbe::findStartSeq(seq, start);
+    }
+    bool findEndSeq(unsigned short start, unsigned short& end) override {
+        meet(Place::kFindEnd);
+        return SvcProbe::findEndSeq(start, end);
+    }
+    void dealPacket(CTalRtpPacket* packet) override {
+        meet(Place::kDeal);
+        SvcProbe::dealPacket(packet);
+    }
+    void forceHandoverPacket(CTalRtpPacket* packet) override {
+        meet(Place::kForce);
+        SvcProbe::forceHandoverPacket(packet);
+    }
+    CTalRtpPacket* recoverPacket(unsigned short seq, CRTPFECPacket* fec) override {
+        meet(Place::kRecover);
+        return SvcProbe::recoverPacket(seq, fec);
+    }
+
+private:
+    Place m_place = Place::kBetweenCalls;
+    std::function<void(ScriptedSession&)> m_script;
+};
+
+CTalRtpPacket* packetOf(Bytes datagram) {
+    return new CTalRtpPacket(datagram.data(), static_cast<int>(datagram.size()));
+}
+CTalRtpPacket* unitPacket(unsigned short seq, unsigned int timestamp = kTimestamp) {
+    return packetOf(rtp(seq, timestamp, unitOf(seq)));
+}
+CTalRtpPacket* fragmentPacket(unsigned short seq, unsigned char flags) {
+    return packetOf(rtp(seq, kTimestamp, fragment(flags, {1, 2})));
+}
+Bytes waitingFec(unsigned short seq, unsigned short base) {
+    XorFec fec;
+    fec.seq = seq;
+    fec.base = base;
+    fec.mask = 0xc00000;
+    fec.parity = pattern(4, seq);
+    return fec.bytes();
+}
+CTalRtpPacket* fecPacket(unsigned short seq, unsigned short base) {
+    Bytes bytes = waitingFec(seq, base);
+    return new CRTPFECPacket(bytes.data(), static_cast<int>(bytes.size()));
+}
+
+// Destroys the packet of an entry and puts another there, made while the old one still is.
+void exchange(CTalRtpPacket*& entry, CTalRtpPacket* packet) {
+    delete entry;
+    entry = packet;
+}
+
+void freeRecord(stTalRtpTSInfo* record) {
+    for (const auto& unit : record->dataInfoMap) {
+        delete unit.second;
+    }
+    delete record;
+}
+
+stTalRtpTSInfo* recordWithUnit(unsigned short seq) {
+    stTalRtpTSInfo* const record = new stTalRtpTSInfo;
+    record->updateTime = record->createTime = 1000;
+    stTalRtpDataInfo* const unit = new stTalRtpDataInfo;
+    unit->startSeq = seq;
+    unit->complete = true;
+    record->dataInfoMap[seq] = unit;
+    record->mediaSeqList.push_back(seq);
+    record->fecSeqList.push_back(501);
+    return record;
+}
+
+constexpr unsigned int kOther = kTimestamp + 3000;  // of media packet 60
+
+struct Change {
+    const char* name;
+    std::function<void(ScriptedSession&)> make;
+};
+
+void PrintTo(const Change& change, std::ostream* out) {
+    *out << change.name;
+}
+
+typedef ScriptedSession S;
+
+// Stored by then: fragments 1 to 3 and no end, units 10 and 60, FEC packets 500 over 10, 11, 12 and 501 over
+// 40,
+// 41. On the way: unit 11, which lets 12 be rebuilt.
+const std::vector<Change>& changes() {
+    static const std::vector<Change> all = {
+        {"PutMedia", [](S& s) { s.m_mediaPacketList[4] = fragmentPacket(4, kEnd); }},
+        {"PutMediaThatFecWaitsFor", [](S& s) { s.m_mediaPacketList[40] = unitPacket(40); }},
+        {"TakeMedia",
+         [](S& s) {
+             delete s.m_mediaPacketList.at(2);
+             s.m_mediaPacketList.erase(2);
+         }},
+        {"TakeAllMediaOfATimestamp",
+         [](S& s) {
+             delete s.m_mediaPacketList.at(60);
+             s.m_mediaPacketList.erase(60);
+         }},
+        {"SetMediaToNull", [](S& s) { exchange(s.m_mediaPacketList.at(2), nullptr); }},
+        {"PutNullMedia", [](S& s) { s.m_mediaPacketList[4] = nullptr; }},
+        {"ExchangeMedia", [](S& s) { exchange(s.m_mediaPacketList.at(2), fragmentPacket(2, kStart)); }},
+        {"PutFec", [](S& s) { s.m_fecPacketList[502] = fecPacket(502, 60); }},
+        {"PutFecUnderAnotherNumber", [](S& s) { s.m_fecPacketList[503] = fecPacket(502, 70); }},
+        {"PutFecOfNoKind", [](S& s) { s.m_fecPacketList[502] = unitPacket(502); }},
+        {"TakeFec",
+         [](S& s) {
+             delete s.m_fecPacketList.at(501);
+             s.m_fecPacketList.erase(501);
+         }},
+        {"SetFecToNull", [](S& s) { exchange(s.m_fecPacketList.at(501), nullptr); }},
+        {"PutNullFec", [](S& s) { s.m_fecPacketList[502] = nullptr; }},
+        {"ExchangeFec", [](S& s) { exchange(s.m_fecPacketList.at(501), fecPacket(501, 44)); }},
+        {"PutRebuilt", [](S& s) { s.m_recoverPacketList[50000] = unitPacket(50000); }},
+        {"PutNullRebuilt", [](S& s) { s.m_recoverPacketList[50000] = nullptr; }},
+        {"PutRecord", [](S& s) { s.m_tsInfoList[77] = recordWithUnit(60); }},
+        {"PutOldRecord",
+         [](S& s) {
+             s.m_tsInfoList[77] = new stTalRtpTSInfo;  // of time 0
+         }},
+        {"PutNullRecord", [](S& s) { s.m_tsInfoList[77] = nullptr; }},
+        {"TakeRecord",
+         [](S& s) {
+             freeRecord(s.m_tsInfoList.at(kOther));
+             s.m_tsInfoList.erase(kOther);
+         }},
+        {"TakeRecordInUse",
+         [](S& s) {
+             freeRecord(s.m_tsInfoList.at(kTimestamp));
+             s.m_tsInfoList.erase(kTimestamp);
+         }},
+        {"SetRecordToNull",
+         [](S& s) {
+             freeRecord(s.m_tsInfoList.at(kOther));
+             s.m_tsInfoList.at(kOther) = nullptr;
+         }},
+        {"ExchangeRecord",
+         [](S& s) {
+             stTalRtpTSInfo* const before = s.m_tsInfoList.at(kOther);
+             s.m_tsInfoList.at(kOther) = recordWithUnit(60);
+             freeRecord(before);
+         }},
+        {"ExchangeRecordsOfTwoTimestamps",
+         [](S& s) { std::swap(s.m_tsInfoList.at(kOther), s.m_tsInfoList.at(kTimestamp)); }},
+        {"PutUnit",
+         [](S& s) {
+             stTalRtpDataInfo* const unit = new stTalRtpDataInfo;
+             unit->startSeq = 60;
+             s.tsInfo(kTimestamp)->dataInfoMap[60] = unit;
+         }},
+        {"TakeUnit",
+         [](S& s) {
+             auto& units = s.tsInfo(kTimestamp)->dataInfoMap;
+             delete units.at(1);
+             units.erase(1);
+         }},
+        {"SetUnitToNull",
+         [](S& s) {
+             auto& units = s.tsInfo(kTimestamp)->dataInfoMap;
+             delete units.at(1);
+             units.at(1) = nullptr;
+         }},
+        {"ExchangeUnit",
+         [](S& s) {
+             auto& units = s.tsInfo(kTimestamp)->dataInfoMap;
+             stTalRtpDataInfo* const unit = new stTalRtpDataInfo;
+             unit->startSeq = 1;
+             delete units.at(1);
+             units.at(1) = unit;
+         }},
+        {"PutMediaNumber", [](S& s) { s.tsInfo(kOther)->mediaSeqList.push_back(3); }},
+        {"TakeMediaNumber", [](S& s) { s.tsInfo(kTimestamp)->mediaSeqList.remove(3); }},
+        {"SetMediaNumber", [](S& s) { s.tsInfo(kOther)->mediaSeqList.front() = 3; }},
+        {"PutFecNumber", [](S& s) { s.tsInfo(kTimestamp)->fecSeqList.push_front(501); }},
+        {"TakeFecNumber", [](S& s) { s.tsInfo(kTimestamp)->fecSeqList.remove(501); }},
+        {"SetFecNumber", [](S& s) { s.tsInfo(kTimestamp)->fecSeqList.back() = 7; }},
+        {"TakeEverythingElse",
+         [](S& s) {
+             for (const auto& record : s.m_tsInfoList) {
+                 freeRecord(record.second);
+             }
+             s.m_tsInfoList.clear();
+             delete s.m_fecPacketList.at(501);
+             s.m_fecPacketList.erase(501);
+             for (const unsigned short seq : {2, 3, 60}) {  // 1 is lent while it is forced
+                 delete s.m_mediaPacketList.at(seq);
+                 s.m_mediaPacketList.erase(seq);
+             }
+         }},
+    };
+    return all;
+}
+
+class ForeignChangeTest : public testing::Test {
+protected:
+    ForeignChangeTest() { session.SetFecType(RTP_FEC_XOR); }
+
+    int receive(Bytes datagram, unsigned long now = 1000) {
+        return session.InputReceivedData(datagram.data(), static_cast<int>(datagram.size()), now);
+    }
+    void setStage() {
+        const Group group(RTP_FEC_XOR, 10, 500, unitsFrom(10, 3));
+        receive(rtp(1, kTimestamp, fragment(kStart, {1})));
+        receive(rtp(2, kTimestamp, fragment(kMiddle, {2})));
+        receive(rtp(3, kTimestamp, fragment(kMiddle, {3})));
+        receive(group.media[0]);
+        receive(rtp(60, kOther, unitOf(60)));
+        receive(group.fec[0]);
+        receive(waitingFec(501, 40));
+        ASSERT_THAT(session.handedOver, ElementsAre(10, 60));
+        ASSERT_EQ(session.m_fecPacketList.size(), 2u);
+    }
+    void letEachHookBeCalled() {
+        receive(rtp(11, kTimestamp, unitOf(11)));
+        session.ForceHandover(kTimestamp);
+    }
+
+    // --- The plain answers ---
+
+    CTalRtpPacket* media(unsigned short seq) const { return search(session.m_mediaPacketList, seq); }
+    static CTalRtpPacket* search(const S::PacketMap& list, unsigned short seq) {
+        const auto entry = list.find(seq);
+        return entry != list.end() ? entry->second : nullptr;
+    }
+    static bool hasBit(const CTalRtpPacket& packet, unsigned char bit) {
+        const unsigned char* const payload = packet.get_payload_ptr();
+        if (packet.get_payload_size() < 2) {
+            return false;
+        }
+        const int type = payload[0] & 0x1f;
+        return type == 28 ? (payload[1] & bit) != 0 : type >= 1 && type <= 24;
+    }
+    bool findStart(unsigned short seq, unsigned short& start) const {
+        while (const CTalRtpPacket* const packet = media(seq)) {
+            if (hasBit(*packet, kStart)) {
+                start = seq;
+                return true;
+            }
+            --seq;
+        }
+        return false;
+    }
+    bool findEnd(unsigned short seq, unsigned short& end) const {
+        while (const CTalRtpPacket* const packet = media(seq)) {
+            end = seq;
+            if (hasBit(*packet, kEnd)) {
+                return true;
+            }
+            ++seq;
+        }
+        return false;
+    }
+    stTalRtpDataInfo* unit(unsigned int timestamp, unsigned short seq) const {
+        unsigned short start;
+        return findStart(seq, start) && session.tsInfo(timestamp) != nullptr
+                   ? session.unitInfo(timestamp, start)
+                   : nullptr;
+    }
+
+    void expectTrue() {
+        for (unsigned int i = 0; i < 600; ++i) {
+            const unsigned short seq = static_cast<unsigned short>(i);
+            SCOPED_TRACE("number " + std::to_string(seq));
+            EXPECT_EQ(session.getFECPacketBySeq(seq), search(session.m_fecPacketList, seq));
+            EXPECT_EQ(session.getMediaDataInfo(kTimestamp, seq), unit(kTimestamp, seq));
+            EXPECT_EQ(session.getMediaDataInfo(kOther, seq), unit(kOther, seq));
+            EXPECT_EQ(session.getMediaDataInfo(77, seq), unit(77, seq));
+            unsigned short found = 9;
+            unsigned short expected = 9;
+            EXPECT_EQ(session.findStartSeq(seq, found), findStart(seq, expected));
+            EXPECT_EQ(found, expected);
+            EXPECT_EQ(session.findEndSeq(seq, found), findEnd(seq, expected));
+            EXPECT_EQ(found, expected);
+            EXPECT_EQ(session.getMediaPacketBySeq(seq), media(seq));
+        }
+    }
+
+    // What no record notes stays until the end.
+    void expectEverythingNotedAgesOut() {
+        receive(rtp(2000, kTimestamp + 9000, unitOf(2000)), 9000);
+        EXPECT_NE(media(2000), nullptr);
+        for (const auto& record : session.m_tsInfoList) {
+            EXPECT_TRUE(record.second == nullptr || record.first == kTimestamp + 9000) << record.first;
+        }
+        expectTrue();
+    }
+
+    S session{kSourceId};
+};
+
+class EachForeignChangeTest : public ForeignChangeTest,
+                              public testing::WithParamInterface<std::tuple<Change, Place>> {};
+
+TEST_P(EachForeignChangeTest, IsSeenByEveryOperation) {
+    const Change& change = std::get<0>(GetParam());
+    setStage();
+    session.arm(std::get<1>(GetParam()), change.make);
+    session.meet(Place::kBetweenCalls);
+    letEachHookBeCalled();
+    EXPECT_FALSE(session.isArmed());
+    expectTrue();
+    receive(rtp(4, kTimestamp, fragment(kEnd, {4})));
+    receive(rtp(41, kTimestamp, unitOf(41)));
+    expectTrue();
+    session.ForceHandover(kOther);
+    expectEverythingNotedAgesOut();
+}
+
+INSTANTIATE_TEST_SUITE_P(, EachForeignChangeTest,
+                         testing::Combine(testing::ValuesIn(changes()),
+                                          testing::Values(Place::kBetweenCalls, Place::kIsStart,
+                                                          Place::kIsEnd, Place::kFindStart, Place::kFindEnd,
+                                                          Place::kDeal, Place::kForce, Place::kRecover,
+                                                          Place::kSink)),
+                         [](const testing::TestParamInfo<std::tuple<Change, Place>>& info) {
+                             return std::string(std::get<0>(info.param).name) +
+                                    nameOf(std::get<1>(info.param));
+                         });
+
+// --- What follows from a change ---
+
+TEST_F(ForeignChangeTest, PacketThatWasPutInIsADuplicateOfWhatArrives) {
+    session.m_mediaPacketList[7] = unitPacket(7);
+    EXPECT_EQ(receive(rtp(7, kTimestamp, unitOf(7))), 0);
+    EXPECT_THAT(session.handedOver, IsEmpty());
+    EXPECT_EQ(session.m_receivedValidMediaPacketNumber, 0u);
+}
+
+TEST_F(ForeignChangeTest, PacketThatWasTakenOutIsNewAgain) {
+    receive(rtp(7, kTimestamp, unitOf(7)));
+    exchange(session.m_mediaPacketList.at(7), nullptr);
+    receive(rtp(7, kTimestamp, unitOf(7)));
+    delete session.m_mediaPacketList.at(7);
+    session.m_mediaPacketList.erase(7);
+    receive(rtp(7, kTimestamp, unitOf(7)));
+    EXPECT_THAT(session.handedOver, ElementsAre(7, 7, 7));
+    EXPECT_EQ(session.m_receivedValidMediaPacketNumber, 3u);
+}
+
+TEST_F(ForeignChangeTest, FragmentThatWasPutInCompletesItsUnit) {
+    receive(rtp(1, kTimestamp, fragment(kStart, {1})));
+    session.m_mediaPacketList[2] = fragmentPacket(2, kMiddle);
+    receive(rtp(3, kTimestamp, fragment(kEnd, {3})));
+    EXPECT_THAT(session.handedOver, ElementsAre(1));
+    EXPECT_EQ(session.unitInfo(kTimestamp, 1)->packetCount, 3);
+}
+
+TEST_F(ForeignChangeTest, UnitWithAnEntrySetToNullWaits) {
+    receive(rtp(1, kTimestamp, fragment(kStart, {1})));
+    receive(rtp(2, kTimestamp, fragment(kMiddle, {2})));
+    exchange(session.m_mediaPacketList.at(2), nullptr);
+    receive(rtp(3, kTimestamp, fragment(kEnd, {3})));
+    EXPECT_THAT(session.handedOver, IsEmpty());
+    receive(rtp(2, kTimestamp, fragment(kMiddle, {2})));
+    EXPECT_THAT(session.handedOver, ElementsAre(1));
+}
+
+TEST_F(ForeignChangeTest, MediaThatWasPutInLetsTheOthersBeRebuilt) {
+    const Group group(RTP_FEC_XOR, 10, 500, unitsFrom(10, 3));
+    receive(group.fec[0]);
+    session.m_mediaPacketList[10] = packetOf(group.media[0]);
+    session.m_recoverPacketList[11] = packetOf(group.media[1]);
+    receive(rtp(60, kOther, unitOf(60)));
+    EXPECT_THAT(session.handedOver, ElementsAre(60, 11, 12));
+    EXPECT_THAT(session.m_fecPacketList, IsEmpty());
+}
+
+// Filled without a node.
+TEST_F(ForeignChangeTest, NullEntriesThatAreFilledCount) {
+    const Group group(RTP_FEC_XOR, 10, 500, unitsFrom(10, 3));
+    receive(group.fec[0]);
+    for (const unsigned short seq : {10, 11}) {
+        session.m_mediaPacketList[seq] = nullptr;
+    }
+    receive(rtp(60, kOther, unitOf(60)));
+    session.m_mediaPacketList[10] = packetOf(group.media[0]);
+    session.m_mediaPacketList[11] = packetOf(group.media[1]);
+    receive(rtp(61, kOther, unitOf(61)));
+    EXPECT_THAT(session.handedOver, ElementsAre(60, 61, 12));
+}
+
+TEST_F(ForeignChangeTest, MediaThatWasTakenOutIsMissingToAGroup) {
+    const Group group(RTP_FEC_RS, 10, 500, unitsFrom(10, 3), 2);
+    session.SetFecType(RTP_FEC_RS);
+    receive(group.media[0]);
+    receive(group.fec[0]);
+    exchange(session.m_mediaPacketList.at(10), nullptr);
+    receive(group.fec[1]);
+    EXPECT_THAT(session.handedOver, ElementsAre(10));  // two of three
+    receive(group.media[2]);
+    EXPECT_THAT(session.handedOver, ElementsAre(10, 12, 10, 11));
+}
+
+TEST_F(ForeignChangeTest, ParityThatWasPutInIsTried) {
+    const Group group(RTP_FEC_RS, 10, 500, unitsFrom(10, 3), 2);
+    session.SetFecType(RTP_FEC_RS);
+    receive(group.media[0]);
+    receive(group.fec[0]);
+    Bytes bytes = group.fec[1];
+    session.m_fecPacketList[501] = new CRTPRSPacket(bytes.data(), static_cast<int>(bytes.size()));
+    receive(rtp(60, kOther, unitOf(60)));
+    EXPECT_THAT(session.handedOver, ElementsAre(10, 60, 11, 12));
+    EXPECT_THAT(session.m_fecPacketList, IsEmpty());
+}
+
+TEST_F(ForeignChangeTest, ExchangedFecPacketIsTriedAsWhatItIs) {
+    const Group group(RTP_FEC_XOR, 10, 500, unitsFrom(10, 3));
+    receive(group.media[0]);
+    receive(group.media[1]);
+    receive(waitingFec(500, 40));
+    Bytes bytes = group.fec[0];
+    exchange(session.m_fecPacketList.at(500),
+             new CRTPFECPacket(bytes.data(), static_cast<int>(bytes.size())));
+    receive(rtp(60, kOther, unitOf(60)));
+    EXPECT_THAT(session.handedOver, ElementsAre(10, 11, 60, 12));
+}
+
+TEST_F(ForeignChangeTest, RecordOfAHostAgesOutWithWhatItNotes) {
+    receive(rtp(60, kOther, unitOf(60)));
+    receive(waitingFec(501, 40));
+    session.m_tsInfoList[77] = recordWithUnit(60);
+    receive(rtp(2000, kTimestamp + 9000, unitOf(2000)), 6000);
+    EXPECT_NE(media(60), nullptr);
+    receive(rtp(2001, kTimestamp + 9000, unitOf(2001)), 6001);
+    EXPECT_EQ(media(60), nullptr);
+    EXPECT_THAT(session.m_fecPacketList, IsEmpty());
+    EXPECT_EQ(session.m_tsInfoList.size(), 1u);
+}
+
+TEST_F(ForeignChangeTest, ListsOfARecordOfAHostAreSearchedEachTime) {
+    stTalRtpTSInfo* const record = new stTalRtpTSInfo;
+    session.m_tsInfoList[kTimestamp] = record;
+    receive(rtp(60, kTimestamp, unitOf(60)));
+    receive(waitingFec(501, 40));
+    EXPECT_THAT(record->mediaSeqList, ElementsAre(60));
+    record->fecSeqList.push_front(7);
+    record->fecSeqList.push_front(501);
+    session.removeFECInfoFromList(kTimestamp, 501);
+    EXPECT_THAT(record->fecSeqList, ElementsAre(7, 501));
+    session.removeFECInfoFromList(kTimestamp, 501);
+    session.removeFECInfoFromList(kTimestamp, 501);
+    EXPECT_THAT(record->fecSeqList, ElementsAre(7));
+    stTalRtpDataInfo* const unit = new stTalRtpDataInfo;
+    delete record->dataInfoMap.at(60);
+    record->dataInfoMap.at(60) = unit;
+    EXPECT_EQ(session.getMediaDataInfo(kTimestamp, 60), unit);
+    EXPECT_EQ(session.ForceHandover(kTimestamp), 0);
+    EXPECT_TRUE(unit->delivered);
+}
+
+// Whoever takes a record out may delete it as long as the session lives.
+TEST_F(ForeignChangeTest, RecordThatWasTakenOutMayLiveOn) {
+    receive(rtp(60, kOther, unitOf(60)));
+    stTalRtpTSInfo* const record = session.m_tsInfoList.at(kOther);
+    session.m_tsInfoList.at(kOther) = nullptr;
+    receive(rtp(61, kTimestamp, unitOf(61)), 9000);
+    EXPECT_NE(media(60), nullptr);
+    EXPECT_EQ(session.m_tsInfoList.at(kOther), nullptr);
+    freeRecord(record);
+    receive(rtp(62, kTimestamp, unitOf(62)), 9000);
+    EXPECT_THAT(session.handedOver, ElementsAre(60, 61, 62));
+}
+
+TEST_F(ForeignChangeTest, UnitsThatAHookPutsInAreHandedOverInTurn) {
+    receive(rtp(1, kTimestamp, fragment(kStart, {1})));
+    session.arm(Place::kForce, [](S& s) {
+        for (const unsigned short seq : {0, 60}) {
+            stTalRtpDataInfo* const unit = new stTalRtpDataInfo;
+            unit->startSeq = seq;
+            s.tsInfo(kTimestamp)->dataInfoMap[seq] = unit;
+            s.m_mediaPacketList[seq] = unitPacket(seq);
+        }
+    });
+    EXPECT_EQ(session.ForceHandover(kTimestamp), 0);
+    EXPECT_THAT(session.handedOver, ElementsAre(1, 60));  // 0 lies before the walk
+}
+
+}  // namespace
+}  // namespace test
+}  // namespace talrtp
