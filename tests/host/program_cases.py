@@ -3,7 +3,7 @@
 A test is a script whose cases are functions with the decorator `case`. Without a case all run, one after the other,
 each in a folder of its own:
 
-    tests/NAME-program PROGRAM MEDIA_FOLDER [CASE]...
+    tests/host/NAME-program PROGRAM MEDIA_FOLDER [CASE]...
 """
 
 import json
