@@ -251,7 +251,7 @@ TEST_P(KernelTest, MultiplyOneRowOfSourcesAtEveryCommonMisalignment) {
     }
 }
 
-TEST_P(KernelTest, MultiplyCountsShortBlocksAsZeroPaddedAndReadsNothingBehindThem) {
+TEST_P(KernelTest, MultiplyCountsShortBlocksAsZeroPaddedAndReadsNothingBeyondThem) {
     for (int trial = 0; trial < 300; ++trial) {
         const int length = static_cast<int>(m_random() % 400);
         const int count = 1 + static_cast<int>(m_random() % 9);
@@ -359,7 +359,7 @@ TEST_P(KernelTest, XorOfManyWithSizesOfTheirOwn) {
 }
 
 // More than one pass takes, of which one is too short for them to go the way of sources of one size.
-TEST_P(KernelTest, XorOfHundredsOfSourcesBehindAShortOne) {
+TEST_P(KernelTest, XorOfHundredsOfSourcesAfterAShortOne) {
     constexpr int kCount = 600;
     constexpr std::size_t kSize = 700;
     std::vector<GuardedBlock> sources;

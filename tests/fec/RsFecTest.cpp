@@ -114,7 +114,7 @@ TEST(GaloisFieldTest, DivideOfZeroGivesTheInverseWhichIsKept) {
     EXPECT_EQ(gf_divide(0, 1), 1);
 }
 
-TEST(GaloisFieldTest, AddLeavesTheBytesBehindTheLastSixteenWhichIsKept) {
+TEST(GaloisFieldTest, AddLeavesTheBytesAfterTheLastSixteenWhichIsKept) {
     for (const int size : {-16, -1, 0, 1, 15, 16, 17, 31, 32, 63, 64, 79, 80, 100, 1600}) {
         const int whole = std::max(size, 0) / 16 * 16;
         Bytes dst(1620, 0x0F);
@@ -341,7 +341,7 @@ TEST(RsEncodeTest, CountsShorterBlocksAsZeroPadded) {
     EXPECT_THAT(parity[1], ElementsAre(0xBA ^ 0x04, 0x05, 0x00, 0xEE));
 }
 
-TEST(RsEncodeTest, ReadsNothingBehindAShorterBlock) {
+TEST(RsEncodeTest, ReadsNothingBeyondAShorterBlock) {
     std::mt19937 random(kSeed);
     const Model model = makeModel(3, 5);
     // Each block ends with its allocation, so that a sanitizer sees any byte too many; what follows one byte

@@ -238,7 +238,7 @@ TEST(SessionObjectTest, FieldsStandInTheirOrderWithTheirWidths) {
     EXPECT_EQ(offsetIn(session, session.m_deliveredDataBytes), counters + 96);
 }
 
-TEST(SessionObjectTest, NalHeaderStandsBehindTheFieldsOfTheBase) {
+TEST(SessionObjectTest, NalHeaderFollowsTheFieldsOfTheBase) {
     SvcProbe session(nullptr, kSourceId);
     unsigned char unit[] = {0x67, 0x01};
     CTalRtpPacket packet(100);

@@ -67,7 +67,7 @@ Bytes unit = {0x41, 1, 2, 3};
 unsigned char* units[] = {unit.data()};
 int sizes[] = {4};
 
-TEST(TraceLevelTest, OfPacketsThatCannotBeMade) {
+TEST(TraceLevelTest, PacketsThatCannotBeMadeAreReportedFromTheirLevelOn) {
     expectLevels<BaseProbe>({
         {"payload without a packet", ERROR_LINE,
          [](BaseProbe& session) { return session.setPacketPayload(1, 1, 4, unit.data(), nullptr); }},
@@ -102,7 +102,7 @@ TEST(TraceLevelTest, OfPacketsThatCannotBeMade) {
     });
 }
 
-TEST(TraceLevelTest, OfFecPacketsThatCannotBeMade) {
+TEST(TraceLevelTest, FecPacketsThatCannotBeMadeAreReportedFromTheirLevelOn) {
     expectLevels<SvcProbe>({
         {"XOR of no packets", ERROR_LINE,
          [](SvcProbe& session) {
@@ -194,7 +194,7 @@ private:
     CTalRtpPacket m_packet{100};
 };
 
-TEST(TraceLevelTest, OfFecThatRebuildsNothing) {
+TEST(TraceLevelTest, FecThatRebuildsNothingIsReportedFromItsLevelOn) {
     expectLevels<SvcProbe>({
         {"no FEC packet", ERROR_LINE,
          [](SvcProbe& session) { return session.inputReceivedFECPacket(nullptr); }},
@@ -232,7 +232,7 @@ TEST(TraceLevelTest, OfFecThatRebuildsNothing) {
     });
 }
 
-TEST(TraceLevelTest, OfHandoversWithoutAPacket) {
+TEST(TraceLevelTest, HandoversWithoutAPacketAreReportedFromTheirLevelOn) {
     expectLevels<BaseProbe>({
         {"no media packet", ERROR_LINE,
          [](BaseProbe& session) { return session.inputReceivedMediaPacket(nullptr); }},

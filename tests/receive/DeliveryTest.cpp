@@ -353,7 +353,7 @@ TEST_F(DeliveryTest, PacketStaysStoredAfterItsDelivery) {
     expectDelivered({10});
 }
 
-TEST_F(DeliveryTest, AgeingDropsUndeliveredPacketsWithoutAWord) {
+TEST_F(DeliveryTest, AgeingDropsUndeliveredPacketsWithoutATraceLine) {
     at(1000);
     picture(1);
     media(10, fragment(kStart, {0x01}));

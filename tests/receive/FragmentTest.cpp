@@ -201,7 +201,7 @@ TEST_F(FragmentTest, RtpHeaderIsThatOfTheStartFragment) {
     EXPECT_EQ(sink.handovers[0].payload, inByteStream({0x65, 0x11, 0x22}));
 }
 
-TEST_F(FragmentTest, FragmentsMayBeEmptyBehindTheirTwoBytes) {
+TEST_F(FragmentTest, FragmentsMayBeEmptyAfterTheirTwoBytes) {
     start(10, {});
     middle(11, {});
     end(12, {0x33});
@@ -221,7 +221,7 @@ TEST_F(FragmentTest, UnitThatASessionCutComesBackWhole) {
     expectHandovers({{first, inByteStream(unit), 0}});
 }
 
-TEST_F(FragmentTest, TwoRunsBehindEachOtherAreTwoUnits) {
+TEST_F(FragmentTest, TwoRunsInARowAreTwoUnits) {
     start(10, {0x11});
     end(11, {0x12});
     start(12, {0x21});
@@ -270,7 +270,7 @@ TEST_F(FragmentTest, RunWithoutItsStartIsDroppedWithItsTimestamp) {
 
 // --- Oddities that hosts see ---------------------------------------------------------------------------
 
-TEST_F(FragmentTest, MiddleFragmentBehindASingleUnitHandsThatOverAsAFragmentWhichIsKept) {
+TEST_F(FragmentTest, MiddleFragmentAfterASingleUnitHandsThatOverAsAFragmentWhichIsKept) {
     media(5, {0x41, 0x9a, 0x05, 0xa5});
     sink.handovers.clear();
     middle(6, {0x22});
@@ -279,7 +279,7 @@ TEST_F(FragmentTest, MiddleFragmentBehindASingleUnitHandsThatOverAsAFragmentWhic
     EXPECT_THAT(session.tsInfo(kTimestamp)->dataInfoMap, SizeIs(1));
 }
 
-TEST_F(FragmentTest, StrayMiddleFragmentBehindACompleteRunHandsThatOverAgainWhichIsKept) {
+TEST_F(FragmentTest, StrayMiddleFragmentAfterACompleteRunHandsThatOverAgainWhichIsKept) {
     start(10, {0x11});
     end(11, {0x22});
     sink.handovers.clear();
@@ -289,7 +289,7 @@ TEST_F(FragmentTest, StrayMiddleFragmentBehindACompleteRunHandsThatOverAgainWhic
     expectHandovers({{10, inByteStream({0x65, 0x11, 0x22}), 0}});
 }
 
-TEST_F(FragmentTest, SingleUnitBehindAnOpenRunEndsItWhichIsKept) {
+TEST_F(FragmentTest, SingleUnitAfterAnOpenRunEndsItWhichIsKept) {
     start(10, {0x11});
     media(12, {0x41, 0x9a, 0x05});
     sink.handovers.clear();

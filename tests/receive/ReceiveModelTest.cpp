@@ -70,7 +70,7 @@ protected:
     std::uint8_t timestamp = 16;
 };
 
-TEST_F(ReceiveModelTest, SingleUnitIsHandedOverBehindAStartCode) {
+TEST_F(ReceiveModelTest, SingleUnitIsHandedOverAfterAStartCode) {
     EXPECT_EQ(media(5, kUnitA), 0);
     EXPECT_THAT(delivered(), ElementsAre(Bytes{0, 0, 0, 1, 0x65, 0xa1, 0xa2}));
     EXPECT_EQ(model.handOvers[0].header, rtp(kMedia, 5, 16, {}));

@@ -99,7 +99,7 @@ TEST_F(SvcDeliveryTest, NullPacketsAreErrorsOfTheirOperation) {
 
 // --- Single NAL units ----------------------------------------------------------------------------------
 
-TEST_F(SvcDeliveryTest, SingleUnitIsHandedOverBehindAStartCode) {
+TEST_F(SvcDeliveryTest, SingleUnitIsHandedOverAfterAStartCode) {
     // clang-format off
     Bytes datagram = {
         0x80, 0xe2, 0x12, 0x34,  // V=2 P=0 X=0 CC=0 | M=1 PT=98 | sequence number 0x1234
@@ -227,7 +227,7 @@ TEST_F(SvcDeliveryTest, AggregationOfTwoOrThreeBytesHasNoRoomForAUnit) {
     expectDelivered({});
 }
 
-TEST_F(SvcDeliveryTest, TrailingBytesAreReportedBehindTheWholeUnits) {
+TEST_F(SvcDeliveryTest, TrailingBytesAreReportedAfterTheWholeUnits) {
     media(9, join({aggregation({{0x67, 0xa1}}), {0xee}}));
     expectHandovers({{9, inByteStream({0x67, 0xa1}), 0}});
     expectLines({belowMinimum("splitAUPacketEx", 9, 2, 1)});
@@ -248,7 +248,7 @@ TEST_F(SvcDeliveryTest, UnitThatJustFitsIsNotCut) {
     expectLines({});
 }
 
-TEST_F(SvcDeliveryTest, CutUnitBehindAWholeOneKeepsTypeZeroOnArrivalWhichIsKept) {
+TEST_F(SvcDeliveryTest, CutUnitAfterAWholeOneKeepsTypeZeroOnArrivalWhichIsKept) {
     media(9, {0x78, 0x00, 0x01, 0x67, 0xff, 0xff, 0x68, 0xb1});
     // clang-format off
     expectHandovers({

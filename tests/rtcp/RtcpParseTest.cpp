@@ -170,7 +170,7 @@ TEST_F(RtcpParseTest, EachVectorIsInvalidForEveryGetterAtEveryShorterLength) {
     }
 }
 
-TEST_F(RtcpParseTest, EachVectorThatDeclaresNothingReadsZerosBehindItsEndAtEveryLength) {
+TEST_F(RtcpParseTest, EachVectorThatDeclaresNothingReadsZerosBeyondItsEndAtEveryLength) {
     for (const ReadVector& vector : readVectors()) {
         const Bytes bytes = declaringNothing(vector.bytes);
         for (int len = 2; len <= static_cast<int>(bytes.size()); ++len) {
@@ -181,7 +181,7 @@ TEST_F(RtcpParseTest, EachVectorThatDeclaresNothingReadsZerosBehindItsEndAtEvery
 }
 
 // The same in a buffer that goes on: bytes beyond the length must not show in the result.
-TEST_F(RtcpParseTest, BytesBehindTheLengthAreNotRead) {
+TEST_F(RtcpParseTest, BytesBeyondTheLengthAreNotRead) {
     Bytes bytes = declaringNothing(app());
     unsigned char name[4];
     EXPECT_EQ(0x11223300U, stack.GetRtcpPacketSsrc(bytes.data(), 7));
@@ -265,7 +265,7 @@ TEST_F(RtcpParseTest, MissingBytesOfAHeaderCountAsZero) {
 
 // ---- reports
 
-TEST_F(RtcpParseTest, SenderReportOf28BytesYieldsOneBlockFromBehind) {
+TEST_F(RtcpParseTest, SenderReportOf28BytesYieldsOneBlockFromBeyondItsEnd) {
     Bytes packet = senderReportWithoutBlocks() + Bytes(24, 0x01);
     _ReportBlock blocks[4] = {};
     int count = 4;
@@ -276,7 +276,7 @@ TEST_F(RtcpParseTest, SenderReportOf28BytesYieldsOneBlockFromBehind) {
     EXPECT_EQ(0U, blocks[1].ssrc);
 }
 
-TEST_F(RtcpParseTest, BlockThatBeginsBehindTheFirstByteAfterThePacketIsNotRead) {
+TEST_F(RtcpParseTest, BlockThatBeginsBeyondTheFirstByteAfterThePacketIsNotRead) {
     Bytes packet = declaringNothing(senderReportWithoutBlocks());
     _ReportBlock blocks[4] = {};
     int count = 4;
@@ -655,7 +655,7 @@ TEST_F(RtcpDatagramTest, PacketsAreHandedOnWithoutALookAtVersionAndType) {
     EXPECT_THAT(sink.packets, ElementsAre(firstOf(rubbish, 4), Bytes(rubbish.begin() + 4, rubbish.end())));
 }
 
-TEST_F(RtcpDatagramTest, BytesBehindAnExactFitAreNotLookedAt) {
+TEST_F(RtcpDatagramTest, BytesAfterAnExactFitAreNotRead) {
     Bytes datagram = bye() + declaringNothing(bye());
     EXPECT_EQ(0, stack.InputReceivedRtcpData(&sink, datagram.data(), 16));
     EXPECT_THAT(sink.packets, ElementsAre(bye()));
@@ -742,7 +742,7 @@ TEST_F(RtcpDatagramTest, DatagramOfAnRfc3550SenderIsNotUnderstood) {
 }
 
 // GetReportBlock reads a block past the end, so there is room for one after a copied packet too.
-TEST_F(RtcpDatagramTest, BlockBehindACutReportReadsAsZeros) {
+TEST_F(RtcpDatagramTest, BlockBeyondACutReportReadsAsZeros) {
     class BlockReader : public ITalRTCPStackSink {
     public:
         void OnRtcpPacket(unsigned char* packet, int length) override {

@@ -20,7 +20,8 @@ class XorKernelTest : public ::testing::TestWithParam<XorFunction> {};
 
 INSTANTIATE_TEST_SUITE_P(FreeAndMember, XorKernelTest,
                          testing::Values(static_cast<XorFunction>(&deployXorProcess),
-                                         static_cast<XorFunction>(&CMMRTPSessionBase::deployXorProcess)));
+                                         static_cast<XorFunction>(&CMMRTPSessionBase::deployXorProcess)),
+                         [](const auto& function) { return function.index == 0 ? "Free" : "Member"; });
 
 TEST_P(XorKernelTest, LengthOfZeroOrLessLeavesTheDestination) {
     for (const int length : {0, -1, -5, -64}) {

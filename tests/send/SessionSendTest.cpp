@@ -200,7 +200,7 @@ TEST_F(SendTest, StapaRefusesEachNullWithAnError) {
     EXPECT_EQ(session.m_sequenceNumber, 0x1234);
 }
 
-TEST_F(SendTest, StapaOfNoUnitsIsAHeaderAlone) {
+TEST_F(SendTest, StapaOfNoUnitsIsOnlyAHeader) {
     for (const int count : {0, -1}) {
         unsigned char* buffers[] = {nullptr};
         int sizes[] = {0};

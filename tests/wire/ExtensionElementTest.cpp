@@ -74,7 +74,7 @@ TEST(FindElement, SkipsPaddingAndPointsAtTheHeaderByte) {
     EXPECT_EQ(find(bytes, 0), kNone) << "padding is no element";
 }
 
-TEST(FindElement, LooksBehindTheSources) {
+TEST(FindElement, LooksAfterTheSources) {
     EXPECT_EQ(find(packetWith({0x20, 0x01, 0x00, 0x00}, {}, 0xbede, 15), 2), (Found{true, 76, 2}));
 }
 
@@ -201,7 +201,7 @@ TEST(AddElement, MakesTheExtensionAndMovesThePayload) {
     EXPECT_EQ(packet.get_buffer_size(), 100);
 }
 
-TEST(AddElement, GoesBehindTheSources) {
+TEST(AddElement, GoesAfterTheSources) {
     CTalRtpPacket packet(100);
     packet.set_contrib_source(1, 0x01020304);
     EXPECT_TRUE(addOne(packet, {0x10, 0xaa}));
@@ -222,7 +222,7 @@ TEST(AddElement, MovesThePayloadThatAStalePacketSizeDoesNotCover) {
               Bytes({1, 2, 3, 4, 0xbe, 0xde, 0x00, 0x01, 0x10, 0xaa, 0x00, 0x00, 'x', 'y', 'z'}));
 }
 
-TEST(AddElement, ToAnXorFecPacketBeginsBehindItsTwelveBytes) {
+TEST(AddElement, ToAnXorFecPacketBeginsAfterItsTwelveBytes) {
     CRTPFECPacket packet(100);
     packet.set_contrib_src_count(2);  // a recovery value
     packet.set_payload_size(1);
@@ -338,7 +338,7 @@ TEST(AddElement, GrowsAFullBufferToTheNewPacketSize) {
     EXPECT_EQ(Bytes(packet.get_buffer() + 1424, packet.get_buffer() + 1424 + 88), Bytes(88, 0));
 }
 
-TEST(AddElements, ThatGrowTheBufferLeaveZerosBehindIt) {
+TEST(AddElements, ThatGrowTheBufferLeaveZerosAfterThem) {
     CTalRtpPacket packet = received(packetWith({}, Bytes(1400, 0x41)));
     Bytes element(17, 0xee);
     element[0] = 0x1f;

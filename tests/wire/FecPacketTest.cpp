@@ -382,7 +382,7 @@ TEST(RsFecPacket, AccessorsLeaveTheReservedByteAsItWas) {
     EXPECT_EQ(payload(packet, 0, 8), Bytes({0x12, 0x34, 0x05, 0x06, 0x03, 0x04, 0x0a, 0x5a, 0x5a}));
 }
 
-TEST(RsFecPacket, IsWrittenBehindItsHeaderBeforeItsSizeIsSet) {
+TEST(RsFecPacket, IsWrittenAfterItsHeaderBeforeItsSizeIsSet) {
     CRTPRSPacket withSources(100);
     withSources.set_payload_size(0);
     withSources.set_contrib_src_count(2);
@@ -428,7 +428,7 @@ TEST(RsFecPacket, KeepsEveryPacketOperationOfTheBase) {
     EXPECT_EQ(slot<int (*)(const CTalRtpPacket*)>(&packet, 4)(&packet), 28);
 }
 
-TEST(RsFecPacket, BehindAnExtensionThatRunsPastThePacketReadsZeros) {
+TEST(RsFecPacket, AfterAnExtensionThatRunsPastThePacketReadsZeros) {
     Bytes bytes(24, 0xee);
     bytes[0] = 0x90;
     for (const unsigned char high : {0x00, 0x01, 0x3f}) {
