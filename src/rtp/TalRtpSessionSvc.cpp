@@ -461,9 +461,10 @@ void CMMRTPSession4SVC::deliveFUPacket(unsigned short start, unsigned short end,
     target = appendBytes(target, first->get_payload_ptr() + kFuHeadersSize, fragmentDataSize(*first));
     const int last = static_cast<unsigned short>(end - start);
     for (int i = 1; i <= last; ++i) {
-        ++CSessionAccess::index(*this).meter.steps;
+        CReceiveIndex& index = CSessionAccess::index(*this);  // looked at by `fragmentRunSize`
+        ++index.meter.steps;
         const unsigned short seq = static_cast<unsigned short>(start + i);
-        const CTalRtpPacket* const packet = getMediaPacketBySeq(seq);
+        const CTalRtpPacket* const packet = index.media.find(seq);
         if (packet == nullptr) {
             TAL_TRACE(WARNING, "CMMRTPSession4SVC::deliveFUPacket can't find packet, seq = " << seq);
             break;

@@ -3,7 +3,6 @@
 #include <vector>
 
 #include "ListPlace.h"
-#include "OwnNodes.h"
 #include "Prefetch.h"
 #include "wire/PacketLayout.h"
 
@@ -96,18 +95,6 @@ void CMediaStore::setUnitBounds(_uint16_t seq, bool starts, bool ends) {
     if (contains(seq)) {
         m_slots.assign(seq, setsOfStored(starts, ends));
     }
-}
-
-bool CMediaStore::release(_uint16_t seq, CTalRtpPacket*& packet) {
-    const Slot& slot = m_slots.peek(seq);
-    if (slot.packet == nullptr) {
-        return false;
-    }
-    packet = slot.entry->second;
-    const COwnNodes own(m_list.get_allocator().pool(), m_meter);
-    m_list.extract(slot.entry);  // as erase, without the search for the next one
-    m_slots.release(seq);
-    return true;
 }
 
 bool CMediaStore::know(_uint16_t seq) {

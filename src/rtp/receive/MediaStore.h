@@ -17,6 +17,7 @@
 
 #include "AgeOrder.h"
 #include "NumberTable.h"
+#include "OwnNodes.h"
 #include "StepMeter.h"
 
 namespace talrtp {
@@ -125,6 +126,19 @@ private:
     stStepMeter& m_meter;
     CNumberTable<Slot> m_slots;  // claimed while the number is known
 };
+
+// Here, so that ageing, which releases packet after packet, has it without a call.
+inline bool CMediaStore::release(_uint16_t seq, CTalRtpPacket*& packet) {
+    const Slot& slot = m_slots.peek(seq);
+    if (slot.packet == nullptr) {
+        return false;
+    }
+    packet = slot.entry->second;
+    const COwnNodes own(m_list.get_allocator().pool(), m_meter);
+    m_list.extract(slot.entry);  // as erase, without the search for the next one
+    m_slots.release(seq);
+    return true;
+}
 
 }  // namespace talrtp
 

@@ -4,8 +4,6 @@
 #include <memory>
 #include <vector>
 
-#include "OwnNodes.h"
-
 namespace talrtp {
 
 // A record that a host deletes is unfiled, and the session looks again at all it knows.
@@ -20,7 +18,7 @@ stTalRtpTSInfo::~stTalRtpTSInfo() {
 // --- Timestamps ---
 
 stTalRtpTSInfo* CTimestampRecords::find(_uint32_t timestamp) const {
-    if (!m_isSearching && m_last != nullptr && m_last->m_timestamp == timestamp) {
+    if (isLast(timestamp)) {
         return m_last;
     }
     m_meter.countSearch(m_list.size());
@@ -29,7 +27,7 @@ stTalRtpTSInfo* CTimestampRecords::find(_uint32_t timestamp) const {
 }
 
 stTalRtpTSInfo* CTimestampRecords::findOrMake(_uint32_t timestamp, _uint64_t now) {
-    if (!m_isSearching && m_last != nullptr && m_last->m_timestamp == timestamp) {
+    if (isLast(timestamp)) {
         return m_last;
     }
     m_meter.countSearch(m_list.size());
@@ -44,16 +42,6 @@ stTalRtpTSInfo* CTimestampRecords::findOrMake(_uint32_t timestamp, _uint64_t now
     file(record.get(), m_list.emplace_hint(place, timestamp, record.get()));
     m_last = record.release();
     return m_last;
-}
-
-stTalRtpTSInfo* CTimestampRecords::noteMedia(_uint32_t timestamp, _uint16_t seq, _uint64_t now) {
-    stTalRtpTSInfo* const record = findOrMake(timestamp, now);
-    if (record != nullptr) {
-        const COwnNodes own(m_pool, m_meter);
-        record->mediaSeqList.push_back(seq);
-        m_order.touch(record, now);
-    }
-    return record;
 }
 
 void CTimestampRecords::forgetLastMedia(_uint32_t timestamp, _uint16_t seq) {

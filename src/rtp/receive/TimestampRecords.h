@@ -8,6 +8,7 @@
 
 #include "AgeOrder.h"
 #include "MediaStore.h"
+#include "OwnNodes.h"
 #include "StepMeter.h"
 
 namespace talrtp {
@@ -88,6 +89,11 @@ private:
 
     friend struct stTalRtpTSInfo;
 
+    // Returns whether the record of `timestamp` is the one that was used last.
+    bool isLast(_uint32_t timestamp) const {
+        return !m_isSearching && m_last != nullptr && m_last->m_timestamp == timestamp;
+    }
+
     void file(stTalRtpTSInfo* record, List::iterator entry);
     void unfile(stTalRtpTSInfo* record);
     void unfileAll();
@@ -103,6 +109,17 @@ private:
     bool m_isSearching = false;
     bool m_isBereft = false;
 };
+
+// Here, so that the path of each packet has it without a call.
+inline stTalRtpTSInfo* CTimestampRecords::noteMedia(_uint32_t timestamp, _uint16_t seq, _uint64_t now) {
+    stTalRtpTSInfo* const record = isLast(timestamp) ? m_last : findOrMake(timestamp, now);
+    if (record != nullptr) {
+        const COwnNodes own(m_pool, m_meter);
+        record->mediaSeqList.push_back(seq);
+        m_order.touch(record, now);
+    }
+    return record;
+}
 
 template <typename Rules>
 stTalRtpDataInfo* CTimestampRecords::growUnitOf(stTalRtpTSInfo* record, _uint16_t seq, const Rules& rules) {
