@@ -1,8 +1,7 @@
 #include "live/Reporter.h"
 
-#include "live/StreamOptions.h"
-
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 #include <chrono>
 
@@ -28,18 +27,6 @@ std::size_t terminalWidth() {
 }
 
 }  // namespace
-
-void addReportOptions(CLI::App& command, ReportOptions& options) {
-    constexpr double kLeast = 0.01;
-    constexpr double kMost = 86400;
-    command.add_flag("--json", options.isJson, "Print the report as one JSON object")->group(kReportGroup);
-    command.add_option("--stats", options.statsSeconds, "Print one line of JSON each so many seconds")
-        ->check(within(kLeast, kMost))
-        ->type_name("SECONDS")
-        ->group(kReportGroup);
-    command.add_flag("--quiet", options.isQuiet, "Print nothing but errors and the JSON that was asked for")
-        ->group(kReportGroup);
-}
 
 CReporter::CReporter(const ReportOptions& options, bool isStdoutTaken)
     : m_options(options),

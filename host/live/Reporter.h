@@ -6,8 +6,7 @@
 
 #include <talrtp/kit/Time.h>
 
-#include <CLI/CLI.hpp>
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include <cstdio>
 #include <optional>
@@ -22,9 +21,6 @@ struct ReportOptions {
     bool isQuiet = false;
     std::optional<double> statsSeconds;
 };
-
-// Adds --json, --stats and --quiet.
-void addReportOptions(CLI::App& command, ReportOptions& options);
 
 class CReporter {
 public:

@@ -2,8 +2,7 @@
 
 #include "HostError.h"
 #include "SdpFile.h"
-#include "live/Reporter.h"
-#include "live/StreamOptions.h"
+#include "live/Arguments.h"
 #include "recv/RecvOptions.h"
 #include "recv/RecvSession.h"
 

@@ -2,6 +2,8 @@
 
 #include "live/Cname.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <random>
 

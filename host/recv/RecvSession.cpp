@@ -6,6 +6,7 @@
 #include <asio/post.hpp>
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <csignal>

@@ -1,7 +1,7 @@
 #include "sdp/Command.h"
 
 #include "HostError.h"
-#include "live/StreamOptions.h"
+#include "live/Arguments.h"
 #include "net/Address.h"
 #include "send/StreamFacts.h"
 

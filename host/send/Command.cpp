@@ -1,7 +1,6 @@
 #include "send/Command.h"
 
-#include "live/Reporter.h"
-#include "live/StreamOptions.h"
+#include "live/Arguments.h"
 #include "net/LossModel.h"
 #include "send/SendOptions.h"
 #include "send/SendSession.h"

@@ -6,6 +6,7 @@
 #include <talrtp/kit/Sdp.h>
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <cmath>

@@ -3,6 +3,7 @@
 #include "live/Cname.h"
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 #include <utility>
 

@@ -1,8 +1,10 @@
-#include "live/StreamOptions.h"
+#include "live/Arguments.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <optional>
+#include <vector>
 
 namespace talrtp::host {
 
@@ -84,6 +86,18 @@ StreamOptions CStreamArguments::finish(std::uint16_t mediaPort) const {
         throw CLI::ValidationError("--fec-port", fmt::format("port {} is that of RTCP", mediaPort + 1));
     }
     return options;
+}
+
+void addReportOptions(CLI::App& command, ReportOptions& options) {
+    constexpr double kLeast = 0.01;
+    constexpr double kMost = 86400;
+    command.add_flag("--json", options.isJson, "Print the report as one JSON object")->group(kReportGroup);
+    command.add_option("--stats", options.statsSeconds, "Print one line of JSON each so many seconds")
+        ->check(within(kLeast, kMost))
+        ->type_name("SECONDS")
+        ->group(kReportGroup);
+    command.add_flag("--quiet", options.isQuiet, "Print nothing but errors and the JSON that was asked for")
+        ->group(kReportGroup);
 }
 
 }  // namespace talrtp::host
