@@ -143,6 +143,9 @@ CMMRTPSession4SVC* stockSession(CMMRTPSessionBase& session) {
 
 // --- The receive lists, which a derived class may change at any time ---
 
+// A hook that is asked for a bound may look at the lists, and change them: the rebuild in it asks no hooks,
+// so that these call each other twice at most. NOLINTBEGIN(misc-no-recursion)
+
 void CSessionAccess::refreshLists(const CMMRTPSessionBase& session) {
     if (!session.m_index->isTrue()) {
         rebuildLists(session);
@@ -188,6 +191,7 @@ void CSessionAccess::askUnitBounds(CMMRTPSessionBase& session) {
         }
     }
 }
+// NOLINTEND(misc-no-recursion)
 
 // --- Receive entry ---
 

@@ -10,6 +10,7 @@ namespace talrtp {
 
 constexpr _uint16_t kLastNumber = 0xffff;  // the next one is 0
 
+// NOLINTNEXTLINE(misc-no-recursion): the rebuild in a hook asks no hooks
 inline CReceiveIndex& CSessionAccess::lists(const CMMRTPSessionBase& session) {
     if (__builtin_expect(session.m_index->isStale(), 0)) {
         refreshLists(session);

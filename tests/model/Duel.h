@@ -15,6 +15,7 @@
 #include "RecordingSink.h"
 #include "TraceCatcher.h"
 #include "model/Action.h"
+#include "model/ListChanges.h"
 #include "model/ReceiveModel.h"
 
 #include <talrtp/talrtp.h>
@@ -290,6 +291,10 @@ private:
                 m_model.mask = static_cast<int>(static_cast<long>(action.first));
                 m_trace.setMask(m_model.mask);
                 return std::string();
+            case Action::kChangeLists:
+                ListChanges<Member>(static_cast<Member&>(*m_session), m_model, m_exchanged, action.first)
+                    .makeOne();
+                return std::string();
         }
         return "unknown action\n";
     }
@@ -370,6 +375,7 @@ private:
     test::TraceCatcher m_trace;
     test::RecordingSink m_sink;
     ReceiveModel m_model;
+    typename ListChanges<Member>::Packets m_exchanged;
     std::unique_ptr<Session> m_session;
     int m_calls = 0;
 };

@@ -28,7 +28,7 @@ namespace talrtp {
 namespace model {
 namespace {
 
-constexpr int kKindsOfTraffic = 10;
+constexpr int kKindsOfTraffic = 12;
 constexpr int kSessionLength = 2500;  // datagrams until both sides start again
 constexpr int kDerivedPercent = 50;
 
@@ -48,8 +48,10 @@ struct Met {
 
 class DifferentialTest : public ::testing::Test {
 protected:
-    // Plays one kind of traffic, session after session.
-    Met play(const Profile& profile) {
+    // Plays one kind of traffic, session after session. With `changesPercent` the sessions are derived ones,
+    // which change their lists so often before a call.
+    Met play(const Profile& profile, int changesPercent = 0) {
+        m_changesPercent = changesPercent;
         Met met;
         Random random(g_seed * 1000003 + std::hash<std::string>()(profile.name));
         RecordProperty("seed", std::to_string(g_seed));
@@ -63,12 +65,13 @@ protected:
 
 private:
     void playSession(Random& random, const Profile& profile, int datagrams, Met& met) {
-        const std::unique_ptr<Duel> duel =
-            makeDuel(profile.session, !random.percent(4), random.percent(kDerivedPercent));
+        const std::unique_ptr<Duel> duel = makeDuel(profile.session, !random.percent(4),
+                                                    m_changesPercent > 0 || random.percent(kDerivedPercent));
         Traffic traffic(random, profile, duel->model());
         std::deque<std::string> lastCalls;
         while (datagrams > 0) {
-            const Action action = traffic.next();
+            const bool changesLists = m_changesPercent > 0 && random.percent(m_changesPercent);
+            const Action action = changesLists ? changeOfLists(random.next()) : traffic.next();
             const std::size_t recordsBefore = duel->model().timestamps.size();
             const std::string difference = duel->play(action, true);
             if (!difference.empty()) {
@@ -84,6 +87,10 @@ private:
         }
         met.recovered += duel->model().counters.recovered;
         ASSERT_EQ("", duel->close()) << "seed " << g_seed << ", " << profile.name;
+    }
+
+    static Action changeOfLists(std::uint64_t draw) {
+        return {Action::kChangeLists, Bytes(), false, 0, 0, static_cast<unsigned long>(draw), 0};
     }
 
     static void count(const Action& action, const Duel& duel, std::size_t recordsBefore, Met& met) {
@@ -104,6 +111,8 @@ private:
         }
         return text;
     }
+
+    int m_changesPercent = 0;
 };
 
 // name, fec, lost, burst, delayed, farthest, repeated, decorated, forged, small world, forced, tick,
@@ -175,6 +184,22 @@ TEST_F(DifferentialTest, SessionWithoutKnowledgeOfH264) {
                           SessionKind::kBase});
     EXPECT_GT(met.recovered, 0U);
     EXPECT_GT(met.agedOut, 0U);
+}
+
+TEST_F(DifferentialTest, SessionsThatChangeTheirLists) {
+    const Met met = play({"changed lists", FecUse::kEither, 8, 2, 25, 30, 8, 20, 10, 40, 8, 20, 5, 15, false,
+                          SessionKind::kSvc},
+                         30);
+    EXPECT_GT(met.recovered, 0U);
+    EXPECT_GT(met.handOvers, 0U);
+}
+
+TEST_F(DifferentialTest, BaseSessionsThatChangeTheirLists) {
+    const Met met = play({"changed lists of base sessions", FecUse::kEither, 8, 2, 25, 30, 8, 20, 10, 40, 8,
+                          10, 5, 10, false, SessionKind::kBase},
+                         30);
+    EXPECT_GT(met.recovered, 0U);
+    EXPECT_GT(met.handOvers, 0U);
 }
 
 // ----------------------------------------------------------------------------------------- Calls by hand

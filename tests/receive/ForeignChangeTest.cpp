@@ -9,6 +9,7 @@
 #include <functional>
 #include <memory>
 #include <ostream>
+#include <stdexcept>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -424,6 +425,31 @@ TEST_F(ForeignChangeTest, FragmentThatWasPutInCompletesItsUnit) {
     receive(rtp(3, kTimestamp, fragment(kEnd, {3})));
     EXPECT_THAT(session.handedOver, ElementsAre(1));
     EXPECT_EQ(session.unitInfo(kTimestamp, 1)->packetCount, 3);
+}
+
+// While the hook is asked about the first packet, it puts in the one that ends its unit.
+TEST_F(ForeignChangeTest, BoundsAreAskedOfWhatAHookPutsInWhileItIsAsked) {
+    session.m_mediaPacketList[1] = fragmentPacket(1, kStart);
+    session.arm(Place::kIsEnd, [](ScriptedSession& s) { s.m_mediaPacketList[2] = fragmentPacket(2, kEnd); });
+    receive(rtp(60, kOther, unitOf(60)));
+    unsigned short found = 7;
+    EXPECT_TRUE(session.findEndSeq(1, found));
+    EXPECT_EQ(found, 2);
+    EXPECT_TRUE(session.findStartSeq(2, found));
+    EXPECT_EQ(found, 1);
+}
+
+// Its exception passes, and the bounds are asked at the next look.
+TEST_F(ForeignChangeTest, HookThatThrowsWhileItIsAskedIsAskedAgain) {
+    session.m_mediaPacketList[1] = fragmentPacket(1, kStart);
+    session.m_mediaPacketList[2] = fragmentPacket(2, kEnd);
+    session.arm(Place::kIsStart, [](ScriptedSession&) { throw std::runtime_error("hook"); });
+    EXPECT_THROW(receive(rtp(60, kOther, unitOf(60))), std::runtime_error);
+    unsigned short found = 7;
+    EXPECT_TRUE(session.findEndSeq(1, found));
+    EXPECT_EQ(found, 2);
+    EXPECT_TRUE(session.findStartSeq(2, found));
+    EXPECT_EQ(found, 1);
 }
 
 TEST_F(ForeignChangeTest, UnitWithAnEntrySetToNullWaits) {

@@ -188,6 +188,67 @@ TEST_F(MediaStoreTest, PacketCostsOneStep) {
     }
 }
 
+// Lists that somebody else changed: 20 was put in, 21 exchanged, 23 taken out.
+TEST_F(MediaStoreTest, RebuildKeepsTheBoundsOfPacketsThatStayed) {
+    add(10, true, false);
+    add(11, false, true);
+    add(21, true, false);
+    add(23, false, false);
+    mediaList[20] = makePacket(20);
+    CTalRtpPacket* const before = mediaList.at(21);
+    mediaList.at(21) = makePacket(21);
+    delete before;
+    delete mediaList.at(23);
+    mediaList.erase(23);
+    EXPECT_TRUE(store.isTrue(10));
+    EXPECT_FALSE(store.isTrue(21));
+    EXPECT_FALSE(store.isTrueDownwards(21));
+    EXPECT_FALSE(store.isTrueUpwards(21));
+
+    store.rebuild(true);
+    stored.erase(23);
+    stored[20] = stored[21] = Bounds{true, true};
+    for (const _uint16_t seq : {10, 11, 20, 21, 23}) {
+        expectAlike(seq);
+        EXPECT_TRUE(store.isTrueDownwards(seq));
+        EXPECT_TRUE(store.isTrueUpwards(seq));
+    }
+}
+
+TEST_F(MediaStoreTest, RebuildTakesEachPacketForAUnitOfItsOwn) {
+    add(10, true, false);
+    add(11, false, true);
+    add(65535, false, false);
+    store.rebuild(false);
+    for (auto& entry : stored) {
+        entry.second = Bounds{true, true};
+    }
+    for (const _uint16_t seq : {10, 11, 65535}) {
+        expectAlike(seq);
+    }
+}
+
+// The last number is no end of the walk over what was known.
+TEST_F(MediaStoreTest, RebuildKeepsTheBoundsOfTheLastNumber) {
+    add(65534, true, false);
+    add(65535, false, true);
+    store.rebuild(true);
+    expectAlike(65534);
+    expectAlike(65535);
+}
+
+// A fragment that neither starts nor ends: the search goes on to the gap.
+TEST_F(MediaStoreTest, LookFromTheMiddleOfARunSeesItsNeighbours) {
+    add(30, true, false);
+    add(31, false, false);
+    add(32, false, true);
+    CTalRtpPacket* const before = mediaList.at(30);
+    mediaList.at(30) = makePacket(30);
+    EXPECT_FALSE(store.isTrueDownwards(31));
+    EXPECT_TRUE(store.isTrueUpwards(31));
+    delete before;
+}
+
 }  // namespace
 }  // namespace test
 }  // namespace talrtp

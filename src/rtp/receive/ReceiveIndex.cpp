@@ -1,5 +1,7 @@
 #include "ReceiveIndex.h"
 
+#include <algorithm>
+
 namespace talrtp {
 
 template <typename List>
@@ -15,12 +17,7 @@ bool CReceiveIndex::isTrue() const {
     if (m_mustRebuild || records.isBereft() || (meter.nodes & ~stStepMeter::kDoubt) != m_pool.changes()) {
         return false;
     }
-    for (const CTalRtpPacket* const* packet : m_nulls) {
-        if (*packet != nullptr) {
-            return false;
-        }
-    }
-    return true;
+    return std::all_of(m_nulls.begin(), m_nulls.end(), [](const auto* packet) { return *packet == nullptr; });
 }
 
 void CReceiveIndex::rebuild(bool keepsBounds) {
