@@ -151,6 +151,7 @@ private:
 typedef std::map<_uint16_t, CTalRtpPacket*, std::less<_uint16_t>,
                  CNodeAllocator<std::pair<const _uint16_t, CTalRtpPacket*> > >
     CTalRtpPacketMap;
+
 }  // namespace talrtp
 
 #endif  // TALRTP_TALRTPRECORDS_H

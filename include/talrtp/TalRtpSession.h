@@ -41,8 +41,9 @@ class CSessionAccess;
 // Its virtual functions begin with those of `ITalRTPSession`; the order is binary interface.
 class TALRTP_API CMMRTPSessionBase : public ITalRTPSession {
 public:
-    // The types of the receive lists.
+    // Packets by sequence number, in plain numeric order: 0 comes before 65535.
     typedef CTalRtpPacketMap PacketMap;
+    // Records by timestamp, in plain numeric order.
     typedef CTalRtpTSInfoMap TSInfoMap;
 
     // Makes a session with the defaults of `ITalRTPSession`. `pSink` is borrowed for the life of the session;

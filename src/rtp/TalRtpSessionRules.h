@@ -4,7 +4,7 @@
 //   stStockRules   the library's class, *stock*: nobody overrides its hooks, so the answers are known
 //   stHostRules    a derived class, a *host*: its virtual hooks are called, in the order that it may rely on
 //
-// The path itself stands once, as templates over the rules.
+// The path itself is written once, as templates over the rules.
 
 #ifndef TALRTP_SRC_TALRTPSESSIONRULES_H
 #define TALRTP_SRC_TALRTPSESSIONRULES_H
