@@ -55,7 +55,6 @@ void CReceiveIndex::clear() {
     records.clear();
     media.clear();
     fec.clear();
-    const COwnNodes own(m_rebuiltList.get_allocator().pool(), meter);
     for (const auto& entry : m_rebuiltList) {
         delete entry.second;
     }
