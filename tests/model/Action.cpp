@@ -13,8 +13,6 @@ std::string Action::describe() const {
             return "SetFecType(" + std::to_string(first) + ")";
         case kSetMask:
             return "mask " + std::to_string(static_cast<long>(first));
-        case kChangeLists:
-            return "change of a list, draw " + std::to_string(first);
         case kInput:
             break;
     }

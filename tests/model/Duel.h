@@ -229,6 +229,9 @@ public:
     virtual const ReceiveModel& model() const = 0;
     // Makes one call on both sides. Returns what differs afterwards, nothing when all is alike.
     virtual std::string play(const Action& action, bool comparesState) = 0;
+    // Makes one change to the lists of both sides, as the draw decides. The session has to be a derived one.
+    // Returns what differs afterwards.
+    virtual std::string changeLists(std::uint64_t draw) = 0;
     // Destroys the session. Returns what differs in its last lines.
     virtual std::string close() = 0;
 };
@@ -254,6 +257,11 @@ public:
         text += differInLines(m_trace.lines(), m_model.lines);
         text += differInHandOvers(m_sink.handovers, m_model.handOvers);
         return comparesState ? text + differInState() : text;
+    }
+
+    std::string changeLists(std::uint64_t draw) override {
+        ListChanges<Member>(static_cast<Member&>(*m_session), m_model, m_exchanged, draw).makeOne();
+        return differInState();
     }
 
     std::string close() override {
@@ -290,10 +298,6 @@ private:
             case Action::kSetMask:
                 m_model.mask = static_cast<int>(static_cast<long>(action.first));
                 m_trace.setMask(m_model.mask);
-                return std::string();
-            case Action::kChangeLists:
-                ListChanges<Member>(static_cast<Member&>(*m_session), m_model, m_exchanged, action.first)
-                    .makeOne();
                 return std::string();
         }
         return "unknown action\n";

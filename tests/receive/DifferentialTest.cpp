@@ -70,17 +70,17 @@ private:
         Traffic traffic(random, profile, duel->model());
         std::deque<std::string> lastCalls;
         while (datagrams > 0) {
-            const bool changesLists = m_changesPercent > 0 && random.percent(m_changesPercent);
-            const Action action = changesLists ? changeOfLists(random.next()) : traffic.next();
+            if (m_changesPercent > 0 && random.percent(m_changesPercent)) {
+                const std::uint64_t draw = random.next();
+                note(lastCalls, "change of a list, draw " + std::to_string(draw));
+                ASSERT_EQ("", duel->changeLists(draw)) << report(profile, "", lastCalls);
+            }
+            const Action action = traffic.next();
             const std::size_t recordsBefore = duel->model().timestamps.size();
             const std::string difference = duel->play(action, true);
+            note(lastCalls, action.describe());
             if (!difference.empty()) {
-                lastCalls.push_back(action.describe());
                 FAIL() << report(profile, difference, lastCalls);
-            }
-            lastCalls.push_back(action.describe());
-            if (lastCalls.size() > 5) {
-                lastCalls.pop_front();
             }
             count(action, *duel, recordsBefore, met);
             datagrams -= action.kind == Action::kInput ? 1 : 0;
@@ -89,8 +89,12 @@ private:
         ASSERT_EQ("", duel->close()) << "seed " << g_seed << ", " << profile.name;
     }
 
-    static Action changeOfLists(std::uint64_t draw) {
-        return {Action::kChangeLists, Bytes(), false, 0, 0, static_cast<unsigned long>(draw), 0};
+    static void note(std::deque<std::string>& lastCalls, const std::string& call) {
+        constexpr std::size_t kNoted = 6;
+        lastCalls.push_back(call);
+        if (lastCalls.size() > kNoted) {
+            lastCalls.pop_front();
+        }
     }
 
     static void count(const Action& action, const Duel& duel, std::size_t recordsBefore, Met& met) {
