@@ -304,15 +304,14 @@ int CMMRTPSessionBase::inputReceivedMediaPacket(CTalRtpPacket* packet) {
                   "CMMRTPSessionBase::inputReceivedMediaPacket invalid parameter: packet = " << packet);
         return -1;
     }
+    std::unique_ptr<CTalRtpPacket> owned(packet);  // a hook that is asked about changed lists may throw
     if (CSessionAccess::lists(*this).media.isFull()) {
         checkAllLists();  // every packet is a duplicate now, and nothing else would ever age out again
     }
     const _uint16_t seq = packet->get_sequence_number();
     if (getMediaPacketBySeq(seq) != nullptr) {
-        delete packet;
         return 0;
     }
-    std::unique_ptr<CTalRtpPacket> owned(packet);
     CSessionAccess::takeMediaPacket(*this, owned, m_receivedValidMediaPacketNumber,
                                     m_receivedValidMediaPacketBytes);
     recoverPacketWithFEC();

@@ -109,16 +109,14 @@ int CMMRTPSessionBase::inputReceivedFECPacket(CTalRtpPacket* fecPacket) {
                   "CMMRTPSessionBase::inputReceivedFECPacket invalid parameter: fecPacket = " << fecPacket);
         return -1;
     }
-    const _uint16_t seq = fecPacket->get_sequence_number();
-    if (getFECPacketBySeq(seq) != nullptr) {
-        delete fecPacket;
+    std::unique_ptr<CTalRtpPacket> owned(fecPacket);  // a host's hook may throw
+    if (getFECPacketBySeq(fecPacket->get_sequence_number()) != nullptr) {
         return 0;
     }
     const _uint64_t size = static_cast<_uint64_t>(fecPacket->get_buffer_size());
     ++m_receivedValidFECPacketNumber;
     m_receivedValidFECPacketBytes += size;
     bool keep = false;
-    std::unique_ptr<CTalRtpPacket> owned(fecPacket);  // a host's hook may throw
     recoverPacketWithFEC(fecPacket, keep);
     if (keep && !keepFecPacket(*this, owned.release(), m_fecType, m_lastReceivedTime)) {
         --m_receivedValidFECPacketNumber;

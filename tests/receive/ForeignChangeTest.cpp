@@ -445,6 +445,9 @@ TEST_F(ForeignChangeTest, HookThatThrowsWhileItIsAskedIsAskedAgain) {
     session.m_mediaPacketList[2] = fragmentPacket(2, kEnd);
     session.arm(Place::kIsStart, [](ScriptedSession&) { throw std::runtime_error("hook"); });
     EXPECT_THROW(receive(rtp(60, kOther, unitOf(60))), std::runtime_error);
+    session.m_mediaPacketList[3] = unitPacket(3);
+    session.arm(Place::kIsStart, [](ScriptedSession&) { throw std::runtime_error("hook"); });
+    EXPECT_THROW(receive(waitingFec(500, 60)), std::runtime_error);
     unsigned short found = 7;
     EXPECT_TRUE(session.findEndSeq(1, found));
     EXPECT_EQ(found, 2);

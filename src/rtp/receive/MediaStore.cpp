@@ -16,13 +16,12 @@ void CMediaStore::rebuild(bool keepsBounds) {
         bool ends;
     };
     std::vector<Known> before;
-    _uint16_t seq = 0;
-    while (keepsBounds && findStored(seq, seq)) {
+    unsigned int next = 0;
+    _uint16_t seq;
+    while (keepsBounds && next < CNumberSets::kNumbers && findStored(static_cast<_uint16_t>(next), seq)) {
         before.push_back(
             {seq, find(seq), m_slots.contains(kStartStops, seq), m_slots.contains(kEndStops, seq)});
-        if (seq++ == CNumberSets::kNumbers - 1) {
-            break;
-        }
+        next = seq + 1u;
     }
     m_slots.clear();
     for (auto entry = m_list.begin(); entry != m_list.end(); ++entry) {
@@ -41,8 +40,12 @@ void CMediaStore::rebuild(bool keepsBounds) {
     }
 }
 
-bool CMediaStore::isTrueDownwards(_uint16_t seq) const {
-    for (unsigned int i = 0; i < kReach && contains(seq); ++i, --seq) {
+bool CMediaStore::isTrueDownwards(_uint16_t from) const {
+    for (unsigned int i = 0; i < kReach; ++i) {
+        const _uint16_t seq = static_cast<_uint16_t>(from - i);
+        if (!contains(seq)) {
+            return true;
+        }
         ++m_meter.steps;
         if (!isTrue(seq)) {
             return false;
@@ -55,12 +58,16 @@ bool CMediaStore::isTrueDownwards(_uint16_t seq) const {
 }
 
 bool CMediaStore::isTrueUpwards(_uint16_t start) const {
-    for (unsigned int i = 0; i < kReach && contains(start); ++i, ++start) {
+    for (unsigned int i = 0; i < kReach; ++i) {
+        const _uint16_t seq = static_cast<_uint16_t>(start + i);
+        if (!contains(seq)) {
+            return true;
+        }
         ++m_meter.steps;
-        if (!isTrue(start)) {
+        if (!isTrue(seq)) {
             return false;
         }
-        if (m_slots.contains(kEndStops, start)) {
+        if (m_slots.contains(kEndStops, seq)) {
             return true;
         }
     }

@@ -38,9 +38,9 @@ public:
         const Slot& slot = m_slots.peek(seq);
         return slot.packet == nullptr || slot.entry->second == slot.packet;
     }
-    // Returns the same for the packets that a search for the start of a unit at `seq` passes, the nearest
+    // Returns the same for the packets that a search for the start of a unit at `from` passes, the nearest
     // `kReach` of them.
-    bool isTrueDownwards(_uint16_t seq) const;
+    bool isTrueDownwards(_uint16_t from) const;
     // Returns the same for a search for the end of a unit from `start` on.
     bool isTrueUpwards(_uint16_t start) const;
     static constexpr unsigned int kReach = 1024;

@@ -63,12 +63,13 @@ void CReceiveIndex::clear() {
 }
 
 bool CReceiveIndex::isTrueFrom(_uint16_t first, unsigned int count) const {
-    for (unsigned int i = 0; i < count; ++i, ++first) {
-        if (!media.isTrue(first)) {
+    for (unsigned int i = 0; i < count; ++i) {
+        const _uint16_t seq = static_cast<_uint16_t>(first + i);
+        if (!media.isTrue(seq)) {
             return false;
         }
-        if (media.known().contains(first) && !media.contains(first)) {
-            const auto rebuilt = m_rebuiltList.find(first);
+        if (media.known().contains(seq) && !media.contains(seq)) {
+            const auto rebuilt = m_rebuiltList.find(seq);
             if (rebuilt == m_rebuiltList.end() || rebuilt->second == nullptr) {
                 return false;
             }
