@@ -321,19 +321,6 @@ int CMMRTPSessionBase::inputReceivedMediaPacket(CTalRtpPacket* packet) {
 
 namespace {
 
-// Takes a packet out that was stored last and could not be recorded, and forgets its note if there is one.
-// `owned` keeps it, unless a hook took it out before.
-void dropMediaPacket(const CMMRTPSessionBase& session, std::unique_ptr<CTalRtpPacket>& owned,
-                     _uint32_t timestamp, _uint16_t seq) {
-    if (CSessionAccess::mediaPacket(session, seq) != owned.get()) {
-        static_cast<void>(owned.release());
-        return;
-    }
-    CReceiveIndex& index = CSessionAccess::lists(session);
-    index.releaseMedia(seq);
-    index.records.forgetLastMedia(timestamp, seq);
-}
-
 // The path of a new media packet, for either set of rules:
 //
 //   store      the list and its store; after a failure the packet is the caller's
@@ -363,7 +350,9 @@ void recordAndDeliver(const Rules& rules, std::unique_ptr<CTalRtpPacket>& owned,
     } catch (...) {
         --counter;
         byteCounter -= size;
-        dropMediaPacket(rules.session, owned, timestamp, seq);
+        if (!CSessionAccess::index(rules.session).takeBack(seq, packet, timestamp)) {
+            static_cast<void>(owned.release());  // a hook took it out
+        }
         throw;
     }
     static_cast<void>(owned.release());

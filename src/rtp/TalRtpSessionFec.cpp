@@ -267,15 +267,14 @@ void CSessionAccess::forgetRecovered(CMMRTPSessionBase& session, unsigned int en
 }
 
 bool CSessionAccess::dealRecoveredPacket(CMMRTPSessionBase& session, CTalRtpPacket* packet, bool& isRefused) {
-    const _uint16_t seq = packet->get_sequence_number();
-    if (session.getMediaPacketBySeq(seq) != nullptr) {
-        TAL_TRACE(WARNING, "CMMRTPSessionBase::dealRecoverPacketList recover repeat packet: seq = "
-                               << seq << ", ts = " << packet->get_timestamp());
-        delete packet;
-        return false;
-    }
     std::unique_ptr<CTalRtpPacket> owned(packet);
+    const _uint16_t seq = packet->get_sequence_number();
     try {
+        if (session.getMediaPacketBySeq(seq) != nullptr) {
+            TAL_TRACE(WARNING, "CMMRTPSessionBase::dealRecoverPacketList recover repeat packet: seq = "
+                                   << seq << ", ts = " << packet->get_timestamp());
+            return false;
+        }
         takeMediaPacket(session, owned, session.m_recoveredMediaPacketNumber,
                         session.m_recoveredMediaPacketBytes);
         return true;
@@ -283,12 +282,12 @@ bool CSessionAccess::dealRecoveredPacket(CMMRTPSessionBase& session, CTalRtpPack
         if (owned == nullptr) {
             throw;  // stored and recorded: what failed was the host's
         }
-        static_cast<void>(owned.release());
-        session.m_index->know(seq);
-        session.m_index->isShort = true;
-        isRefused = true;
-        return false;
     }
+    static_cast<void>(owned.release());
+    session.m_index->knowAgain(seq);
+    session.m_index->isShort = true;
+    isRefused = true;
+    return false;
 }
 
 CTalRtpPacket* CMMRTPSessionBase::getRecoverPacketBySeq(unsigned short seq) const {

@@ -392,6 +392,57 @@ TEST(AllocationFailureTest, ForcedHandoverOfAnAggregationPacketIsMadeLater) {
         });
 }
 
+// After the first of two rebuilt packets was dealt, a packet is put in, so that all has to be learned anew
+// for the second.
+class ChangingSession : public Session {
+public:
+    using Session::Session;
+
+    void putRebuilt(unsigned short seq) { m_recoverPacketList[seq] = makePacket(seq); }
+    bool hasRebuilt() const { return !m_recoverPacketList.empty(); }
+
+    void dealPacket(CTalRtpPacket* packet) override {
+        Session::dealPacket(packet);
+        if (packet->get_sequence_number() == 20) {
+            const Refusal before = s_refusal;
+            s_refusal.isArmed = false;
+            m_mediaPacketList[9] = makePacket(9);
+            s_refusal = before;
+        }
+    }
+
+private:
+    static CTalRtpPacket* makePacket(unsigned short seq) {
+        Bytes datagram = rtp(seq, kTimestamp, unitOf(seq));
+        return new CTalRtpPacket(datagram.data(), static_cast<int>(datagram.size()));
+    }
+};
+
+TEST(AllocationFailureTest, ListsThatChangeWhilePacketsAreDealtAreLearnedLater) {
+    bool isAnyKept = false;
+    refuseEach<Receiver>(
+        [&](Receiver& receiver) {
+            receiver.session.reset(new ChangingSession(&receiver.sink));
+            auto& session = static_cast<ChangingSession&>(*receiver.session);
+            session.putRebuilt(20);
+            session.putRebuilt(21);
+            const int result = receiver.inputArmed(rtp(1, kTimestamp, unitOf(1)));
+            EXPECT_TRUE(result == 0 || (result == -1 && s_refusal.isHit)) << result;
+            isAnyKept |= session.hasRebuilt() && receiver.sink.handovers[20] == 1;
+        },
+        [](Receiver& receiver, bool) {
+            EXPECT_EQ(receiver.input(rtp(100, kTimestamp, unitOf(100))), 0);
+            const auto& session = static_cast<ChangingSession&>(*receiver.session);
+            EXPECT_FALSE(session.hasRebuilt());
+            for (const unsigned short seq : {20, 21, 100}) {
+                EXPECT_EQ(receiver.sink.handovers[seq], 1) << seq;
+                EXPECT_NE(session.getPacket(seq), nullptr) << seq;
+            }
+            EXPECT_NE(session.getPacket(9), nullptr);
+        });
+    EXPECT_TRUE(isAnyKept);
+}
+
 struct Nothing {};
 
 TEST(AllocationFailureTest, SessionThatIsNotMadeLeaksNothing) {

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <functional>
 #include <memory>
+#include <new>
 #include <ostream>
 #include <stdexcept>
 #include <string>
@@ -453,6 +454,82 @@ TEST_F(ForeignChangeTest, HookThatThrowsWhileItIsAskedIsAskedAgain) {
     EXPECT_EQ(found, 2);
     EXPECT_TRUE(session.findStartSeq(2, found));
     EXPECT_EQ(found, 1);
+}
+
+// The packet that could not be recorded is taken back without a question to the hooks, which would throw
+// again.
+TEST_F(ForeignChangeTest, HookThatChangesTheListsAndThrowsLeavesOnlyItsChanges) {
+    for (const Place place : {Place::kIsEnd, Place::kFindStart, Place::kFindEnd}) {
+        SCOPED_TRACE(nameOf(place));
+        S changed(kSourceId);
+        changed.arm(place, [](S& s) {
+            s.m_mediaPacketList[9] = unitPacket(9);
+            s.arm(Place::kIsEnd, [](S&) { throw std::runtime_error("asked about 9"); });
+            throw std::runtime_error("hook");
+        });
+        Bytes datagram = rtp(7, kTimestamp, unitOf(7));
+        const auto receiveSeven = [&] {
+            return changed.InputReceivedData(datagram.data(), static_cast<int>(datagram.size()), 1000);
+        };
+        EXPECT_THROW(receiveSeven(), std::runtime_error);
+        EXPECT_EQ(changed.m_mediaPacketList.size(), 1u);
+        EXPECT_EQ(changed.m_mediaPacketList.count(9), 1u);
+        EXPECT_EQ(changed.m_receivedValidMediaPacketNumber, 0u);
+        EXPECT_TRUE(changed.tsInfo(kTimestamp) == nullptr ||
+                    changed.tsInfo(kTimestamp)->mediaSeqList.empty());
+        EXPECT_THROW(receiveSeven(), std::runtime_error);
+        EXPECT_EQ(receiveSeven(), 0);
+        EXPECT_THAT(changed.handedOver, ElementsAre(7));
+        EXPECT_EQ(changed.m_mediaPacketList.size(), 2u);
+    }
+}
+
+TEST_F(ForeignChangeTest, HookThatTakesTheNewPacketOutAndThrowsOwnsIt) {
+    std::unique_ptr<CTalRtpPacket> taken;
+    session.arm(Place::kFindEnd, [&](S& s) {
+        taken.reset(s.m_mediaPacketList.at(7));
+        s.m_mediaPacketList.erase(7);
+        throw std::runtime_error("hook");
+    });
+    EXPECT_THROW(receive(rtp(7, kTimestamp, unitOf(7))), std::runtime_error);
+    EXPECT_THAT(session.m_mediaPacketList, IsEmpty());
+    EXPECT_EQ(taken->get_sequence_number(), 7);
+    receive(rtp(7, kTimestamp, unitOf(7)));
+    EXPECT_THAT(session.handedOver, ElementsAre(7));
+}
+
+// The hook is asked about a change before it is known whether the second packet is new.
+TEST_F(ForeignChangeTest, RebuiltPacketIsFreedWhenAHookThrowsBeforeItIsStored) {
+    session.m_recoverPacketList[20] = unitPacket(20);
+    session.m_recoverPacketList[21] = unitPacket(21);
+    session.arm(Place::kSink, [](S& s) {
+        s.arm(Place::kSink, [](S& dealing) {
+            dealing.m_mediaPacketList[9] = unitPacket(9);
+            dealing.arm(Place::kIsStart, [](S&) { throw std::runtime_error("asked about 9"); });
+        });
+    });
+    EXPECT_THROW(receive(rtp(1, kTimestamp, unitOf(1))), std::runtime_error);
+    EXPECT_THAT(session.m_recoverPacketList, IsEmpty());
+    EXPECT_EQ(media(21), nullptr);
+    receive(rtp(21, kTimestamp, unitOf(21)));
+    EXPECT_THAT(session.handedOver, ElementsAre(1, 20, 21));
+}
+
+// Memory that is short for a host's hook is short for the packet, which is tried once more since another was
+// new.
+TEST_F(ForeignChangeTest, RebuiltPacketIsDealtLaterWhenAHookFindsNoMemoryBeforeItIsStored) {
+    session.m_recoverPacketList[20] = unitPacket(20);
+    session.m_recoverPacketList[21] = unitPacket(21);
+    session.arm(Place::kSink, [](S& s) {
+        s.arm(Place::kSink, [](S& dealing) {
+            dealing.m_mediaPacketList[9] = unitPacket(9);
+            dealing.arm(Place::kIsStart, [](S&) { throw std::bad_alloc(); });
+        });
+    });
+    EXPECT_EQ(receive(rtp(1, kTimestamp, unitOf(1))), -1);
+    EXPECT_THAT(session.m_recoverPacketList, IsEmpty());
+    EXPECT_EQ(receive(rtp(2, kTimestamp, unitOf(2))), 0);
+    EXPECT_THAT(session.handedOver, ElementsAre(1, 20, 21, 2));
 }
 
 TEST_F(ForeignChangeTest, UnitWithAnEntrySetToNullWaits) {

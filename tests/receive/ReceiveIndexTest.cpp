@@ -133,6 +133,47 @@ TEST_F(ReceiveIndexTest, RangeWithAnExchangedPacketIsNotTrue) {
     delete before;
 }
 
+TEST_F(ReceiveIndexTest, PacketThatIsTakenBackLeavesNoNote) {
+    CTalRtpPacket* const packet = makePacket(7);
+    index.addMedia(7, packet, true, true);
+    index.records.noteMedia(kTimestamp, 6, kNow);
+    const stTalRtpTSInfo* const record = index.records.noteMedia(kTimestamp, 7, kNow);
+    EXPECT_TRUE(index.takeBack(7, packet, kTimestamp));
+    EXPECT_TRUE(mediaList.empty());
+    EXPECT_EQ(record->mediaSeqList, stTalRtpTSInfo::SeqList(1, 6));
+    EXPECT_FALSE(index.isStale());
+    EXPECT_FALSE(index.media.known().contains(7));
+    EXPECT_FALSE(index.takeBack(7, packet, kTimestamp));
+    EXPECT_EQ(record->mediaSeqList.size(), 1u);
+    delete packet;
+}
+
+TEST_F(ReceiveIndexTest, PacketIsTakenBackFromListsThatWereChanged) {
+    CTalRtpPacket* const packet = makePacket(7);
+    index.addMedia(7, packet, true, true);
+    const stTalRtpTSInfo* const record = index.records.noteMedia(kTimestamp, 7, kNow);
+    mediaList.erase(7);
+    mediaList[9] = makePacket(9);
+    mediaList[7] = packet;  // in another node
+    EXPECT_TRUE(index.takeBack(7, packet, kTimestamp));
+    EXPECT_EQ(mediaList.count(7), 0u);
+    EXPECT_TRUE(record->mediaSeqList.empty());
+    EXPECT_FALSE(index.isTrue());
+    index.rebuild(false);
+    EXPECT_FALSE(index.media.contains(7));
+    EXPECT_TRUE(index.media.contains(9));
+    delete packet;
+}
+
+TEST_F(ReceiveIndexTest, PacketIsTakenBackOnlyIfItsEntryHoldsIt) {
+    CTalRtpPacket* const packet = makePacket(7);
+    index.addMedia(7, packet, true, true);
+    mediaList.at(7) = makePacket(7);
+    EXPECT_FALSE(index.takeBack(7, packet, kTimestamp));
+    EXPECT_NE(mediaList.at(7), packet);
+    delete packet;
+}
+
 TEST_F(ReceiveIndexTest, ClearDestroysWhatAnybodyPutIn) {
     mediaList[8] = makePacket(8);
     fecList[9] = makePacket(9);

@@ -62,6 +62,29 @@ void CReceiveIndex::clear() {
     believe();
 }
 
+bool CReceiveIndex::takeBack(_uint16_t seq, const CTalRtpPacket* packet, _uint32_t timestamp) {
+    const auto entry = m_mediaList.find(seq);
+    if (entry == m_mediaList.end() || entry->second != packet) {
+        return false;
+    }
+    if (isTrue() && media.find(seq) == packet) {
+        releaseMedia(seq);
+    } else {
+        const COwnNodes own(m_mediaList.get_allocator().pool(), meter);
+        m_mediaList.erase(entry);
+        invalidate();
+    }
+    records.forgetLastMedia(timestamp, seq);
+    return true;
+}
+
+// Without a change since, its page is still there or the spare one, so that no memory is needed.
+void CReceiveIndex::knowAgain(_uint16_t seq) {
+    if (isTrue()) {
+        know(seq);
+    }
+}
+
 bool CReceiveIndex::isTrueFrom(_uint16_t first, unsigned int count) const {
     for (unsigned int i = 0; i < count; ++i) {
         const _uint16_t seq = static_cast<_uint16_t>(first + i);

@@ -109,12 +109,18 @@ public:
             eraseNull(m_fecList, seq);
         }
     }
+    // Takes `packet`, which was stored under `seq` and could not be recorded, out of its list and forgets its
+    // note, if it is the last of its timestamp; the caller **owns** it then. Returns false when the list does
+    // not hold it any more. Asks no hook, since one may have thrown just now.
+    bool takeBack(_uint16_t seq, const CTalRtpPacket* packet, _uint32_t timestamp);
     // Notes that the packet of a number was rebuilt; as `CMediaStore::know`.
     void know(_uint16_t seq) {
         if (media.know(seq)) {
             fec.mediaArrived(seq);
         }
     }
+    // The same for a packet that could not be stored. The next look does it if a list was changed.
+    void knowAgain(_uint16_t seq);
     // Notes that a rebuilt packet is gone.
     void forget(_uint16_t seq) {
         if (media.forget(seq)) {
