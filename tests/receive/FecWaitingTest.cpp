@@ -398,6 +398,17 @@ TEST_F(FecWaitingTest, PacketThatJoinsAWaitingGroupWaits) {
 }
 
 // Media that left is missing again for whoever waits: at the latest when something arrives near it.
+TEST_F(FecWaitingTest, FecPacketMeetsNoGroupThatIsTooShortForItOnceALongOneIsGone) {
+    addRs(0, 0, 1, 0, 255);
+    remove(0);
+    for (unsigned int i = 0; i < 200; ++i) {
+        addRs(i, 10 * i, 200, i, 2);
+    }
+    steps = 0;
+    fecArrives(200);
+    EXPECT_LE(steps, 10u);
+}
+
 TEST_F(FecWaitingTest, MediaThatLeftIsMissingAgain) {
     addRs(1, 100, 3, 50, 1);
     addXor(2, 100, 0xf00000);

@@ -420,6 +420,21 @@ TEST_F(RsStepBudgetTest, AFecPacketIsCountedInTheGroupsAroundItOnly) {
     EXPECT_EQ(kNumbers, fecCount());
 }
 
+// A group in a large tree is counted where it stands: those above it hear of it only when it lacks the least.
+TEST_F(RsStepBudgetTest, AFecPacketIsCountedInTheGroupsOfOneTreeWithoutASearchForEach) {
+    for (unsigned int i = 0; i < kNumbers; ++i) {
+        ASSERT_LE(input(parity(i, 1000, 129, 127, 0, 0)), 127 * 3 + kTree) << i;
+    }
+    EXPECT_EQ(kNumbers, fecCount());
+}
+
+TEST_F(RsStepBudgetTest, AFecPacketLooksAtNoGroupThatIsTooShortForIt) {
+    for (unsigned int i = 0; i < kNumbers; ++i) {
+        ASSERT_LE(input(parity(i, 2 * i, 129, 1 + i % 10, 0, 0)), 10 + kPerDatagram) << i;
+    }
+    EXPECT_EQ(kNumbers, fecCount());
+}
+
 // One try of a group that lacks a shard makes the whole group wait again.
 TEST_F(RsStepBudgetTest, AGroupThatLostAShardToItsTryIsNotTriedForEachMember) {
     constexpr unsigned int kGroups = 300;

@@ -11,10 +11,6 @@ namespace talrtp {
 
 namespace {
 
-// Multiplier and increment of a linear congruential generator over 32 bits.
-constexpr _uint32_t kRandomFactor = 1664525;
-constexpr _uint32_t kRandomStep = 1013904223;
-
 constexpr unsigned int kWordBits = 32;
 constexpr unsigned int kReach = 255;  // the farthest that a packet of a group is from its first
 constexpr short kNever = 1 << 14;     // the slack that groups which do not wait count for
@@ -27,20 +23,26 @@ bool isTwoOrMore(_uint32_t bits) {
     return (bits & (bits - 1)) != 0;
 }
 
+// Returns a number that looks random, and is another one for each argument.
+_uint32_t scramble(_uint32_t number) {
+    number = (number ^ number >> 16) * 0x7feb352d;
+    number = (number ^ number >> 15) * 0x846ca68b;
+    return number ^ number >> 16;
+}
+
 // The trees are parted by the kind of their groups, which is the index of what belongs to a tree.
 constexpr unsigned int kRs = 0;
 constexpr unsigned int kXor = 1;
 constexpr unsigned int kKinds = 2;
 
 // FEC packets with the same numbers: a node of a treap over its media base. The number of a group stands for
-// no group where it is its own neighbour.
+// no group where it is its own neighbour or parent.
 struct Group {
     _uint16_t left;
     _uint16_t right;
     _uint16_t base;         // of the media packets
     _uint16_t firstMember;  // FEC sequence number
-    _uint16_t priority : 14;
-    _uint16_t isRoot : 1;
+    short pending : 15;     // Reed-Solomon: to be added to the slack of everything below
     _uint16_t isWaiting : 1;
     unsigned char mediaCount;  // 0: XOR
     unsigned char fecCount;
@@ -49,10 +51,10 @@ struct Group {
         _uint16_t next;      // of those whose parity packets begin at the same number
         _uint16_t previous;  // likewise
         _uint16_t fecBase;
+        _uint16_t parent;
         // No media packet counts twice, so sums of changes stay within 255 either way.
-        short slack;    // how many packets more it needs, without what ancestors are still to pass on
-        short least;    // the smallest slack of the groups in this subtree that wait
-        short pending;  // to be added to the slack of everything below
+        short slack;  // how many packets more it needs, without what ancestors are still to pass on
+        short least;  // the smallest slack of the groups in this subtree that wait
     };
     // Media packets that groups protect: bit i is the packet base + i.
     struct Span {
@@ -74,6 +76,7 @@ struct Group {
 
     unsigned int kind() const { return mediaCount == 0 ? kXor : kRs; }
 };
+static_assert(sizeof(Group) == 24, "there may be one for each FEC number");
 
 // The state of 64 media numbers. A group holds the pages of all its media packets, so that a number that
 // leaves is noted without memory.
@@ -176,11 +179,18 @@ private:
 
     Id left(Id id) const { return linkOf(id, m_groups[id].left); }
     Id right(Id id) const { return linkOf(id, m_groups[id].right); }
+    _uint32_t priority(Id id) const { return scramble(m_secret + id); }
     static Id linkOf(Id id, _uint16_t link) { return link == id ? kNone : link; }
-    void setLeft(Id id, Id child) { m_groups[id].left = static_cast<_uint16_t>(child == kNone ? id : child); }
-    void setRight(Id id, Id child) {
-        m_groups[id].right = static_cast<_uint16_t>(child == kNone ? id : child);
+    template <unsigned int kKind>
+    void setLeft(Id id, Id child) {
+        m_groups[id].left = linkTo<kKind>(id, child);
     }
+    template <unsigned int kKind>
+    void setRight(Id id, Id child) {
+        m_groups[id].right = linkTo<kKind>(id, child);
+    }
+    template <unsigned int kKind>
+    _uint16_t linkTo(Id id, Id child);
 
     static _uint32_t rsKey(const Group& group);
     template <unsigned int kKind>
@@ -224,8 +234,9 @@ private:
     const CNumberSet m_fec;
     _uint64_t& m_steps;
     unsigned int& m_readyCount;
-    _uint32_t m_random;  // out of a sender's sight, so that nobody outside can guess the trees
+    const _uint32_t m_secret;  // out of a sender's sight, so that nobody outside can guess the trees
     unsigned int m_filedCount = 0;
+    unsigned int m_mostFecCount = 0;         // of the groups since nothing was filed
     unsigned int m_baseCounts[kKinds] = {};  // how many bases have a tree
     Store m_groups;
     CPageTable<MediaPage, kSpareMediaPages> m_mediaPages;
@@ -239,7 +250,7 @@ CFecGroups::CFecGroups(CNumberSet media, CNumberSet fec, _uint64_t& steps, unsig
       m_fec(fec),
       m_steps(steps),
       m_readyCount(readyCount),
-      m_random(static_cast<_uint32_t>(reinterpret_cast<std::uintptr_t>(this) >> 4)) {}
+      m_secret(static_cast<_uint32_t>(reinterpret_cast<std::uintptr_t>(this) >> 4)) {}
 
 // --- Members ---
 
@@ -280,10 +291,8 @@ void CFecGroups::addRs(_uint16_t fecSeq, _uint16_t base, unsigned int mediaCount
 CFecGroups::Id CFecGroups::make(const Group& wanted) {
     const Id id = m_groups.take(wanted);
     if (id != kNone) {
-        m_random = m_random * kRandomFactor + kRandomStep;
-        m_groups[id].priority = m_random >> 18 & 0x3fff;
-        setLeft(id, kNone);
-        setRight(id, kNone);
+        m_groups[id].left = static_cast<_uint16_t>(id);
+        m_groups[id].right = static_cast<_uint16_t>(id);
     }
     return id;
 }
@@ -310,6 +319,7 @@ CFecGroups::Id CFecGroups::makeRs(const Group& wanted) {
             m_groups[id].rs.least = kNever;
             setRoot<kRs>(wanted.base, insert<kRs>(root<kRs>(wanted.base), id));
             linkFec(id);
+            m_mostFecCount = std::max<unsigned int>(m_mostFecCount, wanted.fecCount);
             return id;
         }
         releaseMedia(wanted.base, wanted.mediaCount);
@@ -379,7 +389,9 @@ void CFecGroups::remove(_uint16_t fecSeq) {
     const FecPage::Member member = memberOf(fecSeq);
     unsetReady(fecSeq);
     page->filed &= ~bitOf(fecSeq);
-    --m_filedCount;
+    if (--m_filedCount == 0) {
+        m_mostFecCount = 0;
+    }
     if (member.next == fecSeq) {
         freeGroup(member.group);
     } else {
@@ -533,7 +545,7 @@ void CFecGroups::fecArrived(_uint16_t seq) {
         countFecOf(page.firstGroups[placeOf(fecBase)], static_cast<_uint16_t>(seq - fecBase));
     };
     visitNumbers(
-        m_fecPages, static_cast<_uint16_t>(seq - kReach), kReach + 1,
+        m_fecPages, static_cast<_uint16_t>(seq + 1 - m_mostFecCount), m_mostFecCount,
         [](const FecPage& page) { return page.bases; }, countFrom);
 }
 
@@ -589,29 +601,36 @@ void CFecGroups::addAround(_uint16_t seq, int change) {
 
 // Counts parity packet `distance` of the groups in a list.
 void CFecGroups::countFecOf(Id id, unsigned int distance) {
+    unsigned int groups = 0;
     while (id != kNone) {
         const Group& group = m_groups[id];
-        ++m_steps;
+        ++groups;
         if (group.isWaiting && distance < group.fecCount) {
             countFec(id);
         }
         id = linkOf(id, group.rs.next);
     }
+    m_steps += groups;
 }
 
-// Counts a parity packet of one group that waits.
+// Counts a parity packet of one group that waits. Those above it hear of it as far as their least slack
+// changes.
 void CFecGroups::countFec(Id id) {
-    Group& group = m_groups[id];
-    if (group.isRoot && group.left == id && group.right == id) {
-        group.rs.least = --group.rs.slack;
-        if (group.rs.least <= 0) {
-            takeReady(id);
+    Group* group = &m_groups[id];
+    int slack = --group->rs.slack;
+    while (slack < group->rs.least) {
+        group->rs.least = static_cast<short>(slack);
+        if (group->rs.parent == id) {
+            if (slack <= 0) {
+                takeReady(id);
+            }
+            return;
         }
-        return;
+        ++m_steps;
+        id = group->rs.parent;
+        group = &m_groups[id];
+        slack += group->pending;
     }
-    const Id tree = root<kRs>(group.base);
-    change(tree, id, [](Group& waiting) { --waiting.rs.slack; });
-    takeReady(tree);
 }
 
 void CFecGroups::linkFec(Id id) {
@@ -676,11 +695,10 @@ template <unsigned int kKind>
 void CFecGroups::setRoot(_uint16_t base, Id root) {
     MediaPage::Trees& trees = m_mediaPages[base].trees[kKind];
     const bool hadTree = (trees.bases & bitOf(base)) != 0;
-    if (hadTree) {
-        m_groups[trees.roots[placeOf(base)]].isRoot = false;
-    }
     if (root != kNone) {
-        m_groups[root].isRoot = true;
+        if (kKind == kRs) {
+            m_groups[root].rs.parent = static_cast<_uint16_t>(root);
+        }
         trees.roots[placeOf(base)] = static_cast<_uint16_t>(root);
         trees.bases |= bitOf(base);
         m_baseCounts[kKind] += !hadTree;
@@ -690,23 +708,36 @@ void CFecGroups::setRoot(_uint16_t base, Id root) {
     }
 }
 
+// Returns the number for the link of a group to its child, and links it back.
+template <unsigned int kKind>
+_uint16_t CFecGroups::linkTo(Id id, Id child) {
+    if (child == kNone) {
+        return static_cast<_uint16_t>(id);
+    }
+    if (kKind == kRs) {
+        m_groups[child].rs.parent = static_cast<_uint16_t>(id);
+    }
+    return static_cast<_uint16_t>(child);
+}
+
 // Adds to the slack of a whole subtree.
 void CFecGroups::add(Id id, int change) {
     if (id != kNone) {
-        Group::Rs& rs = m_groups[id].rs;
+        Group& group = m_groups[id];
+        Group::Rs& rs = group.rs;
         rs.slack = static_cast<short>(rs.slack + change);
         rs.least = static_cast<short>(rs.least + change);
-        rs.pending = static_cast<short>(rs.pending + change);
+        group.pending = static_cast<short>(group.pending + change);
     }
 }
 
 template <unsigned int kKind>
 void CFecGroups::passOn(Id id) {
-    if (kKind == kRs && m_groups[id].rs.pending != 0) {
-        const int pending = m_groups[id].rs.pending;
+    if (kKind == kRs && m_groups[id].pending != 0) {
+        const int pending = m_groups[id].pending;
         add(left(id), pending);
         add(right(id), pending);
-        m_groups[id].rs.pending = 0;
+        m_groups[id].pending = 0;
     }
 }
 
@@ -756,11 +787,11 @@ void CFecGroups::split(Id id, Id at, Id& below, Id& rest) {
     if (isBefore<kKind>(id, at)) {
         below = id;
         split<kKind>(right(id), at, part, rest);
-        setRight(id, part);
+        setRight<kKind>(id, part);
     } else {
         rest = id;
         split<kKind>(left(id), at, below, part);
-        setLeft(id, part);
+        setLeft<kKind>(id, part);
     }
     sumUp<kKind>(id);
 }
@@ -770,14 +801,14 @@ CFecGroups::Id CFecGroups::merge(Id below, Id rest) {
     if (below == kNone || rest == kNone) {
         return below != kNone ? below : rest;
     }
-    if (m_groups[below].priority >= m_groups[rest].priority) {
+    if (priority(below) > priority(rest)) {
         passOn<kKind>(below);
-        setRight(below, merge<kKind>(right(below), rest));
+        setRight<kKind>(below, merge<kKind>(right(below), rest));
         sumUp<kKind>(below);
         return below;
     }
     passOn<kKind>(rest);
-    setLeft(rest, merge<kKind>(below, left(rest)));
+    setLeft<kKind>(rest, merge<kKind>(below, left(rest)));
     sumUp<kKind>(rest);
     return rest;
 }
@@ -785,20 +816,20 @@ CFecGroups::Id CFecGroups::merge(Id below, Id rest) {
 // Returns the new root.
 template <unsigned int kKind>
 CFecGroups::Id CFecGroups::insert(Id root, Id id) {
-    if (root == kNone || m_groups[root].priority < m_groups[id].priority) {
+    if (root == kNone || priority(root) < priority(id)) {
         Id below;
         Id rest;
         split<kKind>(root, id, below, rest);
-        setLeft(id, below);
-        setRight(id, rest);
+        setLeft<kKind>(id, below);
+        setRight<kKind>(id, rest);
         sumUp<kKind>(id);
         return id;
     }
     passOn<kKind>(root);
     if (isBefore<kKind>(id, root)) {
-        setLeft(root, insert<kKind>(left(root), id));
+        setLeft<kKind>(root, insert<kKind>(left(root), id));
     } else {
-        setRight(root, insert<kKind>(right(root), id));
+        setRight<kKind>(root, insert<kKind>(right(root), id));
     }
     sumUp<kKind>(root);
     return root;
@@ -811,9 +842,9 @@ CFecGroups::Id CFecGroups::erase(Id root, Id id) {
         return merge<kKind>(left(root), right(root));
     }
     if (isBefore<kKind>(id, root)) {
-        setLeft(root, erase<kKind>(left(root), id));
+        setLeft<kKind>(root, erase<kKind>(left(root), id));
     } else {
-        setRight(root, erase<kKind>(right(root), id));
+        setRight<kKind>(root, erase<kKind>(right(root), id));
     }
     sumUp<kKind>(root);
     return root;
@@ -882,8 +913,8 @@ CFecGroups::Id CFecGroups::takeReady(Id id, _uint32_t missing) {
     const Id below = takeReady(left(id), missing);
     const Id rest = takeReady(right(id), missing);
     if (isTwoOrMore(group.exclusiveOr.window & missing)) {
-        setLeft(id, below);
-        setRight(id, rest);
+        setLeft<kXor>(id, below);
+        setRight<kXor>(id, rest);
         sumUp<kXor>(id);
         return id;
     }
@@ -937,8 +968,8 @@ void CFecGroups::waitXor(Id id) {
     ++m_steps;
     Group& group = m_groups[id];
     if (isTwoOrMore(group.exclusiveOr.window & missing(group.base))) {
-        setLeft(id, kNone);
-        setRight(id, kNone);
+        setLeft<kXor>(id, kNone);
+        setRight<kXor>(id, kNone);
         group.isWaiting = true;
         setRoot<kXor>(group.base, insert<kXor>(root<kXor>(group.base), id));
     }

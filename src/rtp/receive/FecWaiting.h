@@ -10,7 +10,8 @@
 // packet at distance d from a base lowers the slack of all groups there with k > d: the right part of the
 // tree, noted at log(n) nodes. There are at most 255 such bases. An FEC packet is counted in each of its
 // groups by itself: those begin at most 255 numbers before it, and each was filed for an FEC packet at most
-// 255 numbers after its begin, so there are at most 511.
+// 255 numbers after its begin, so there are at most 511. It is counted at the group itself, and above it only
+// where it makes the smallest slack of a subtree smaller, which is seldom.
 //
 // XOR groups protect any of 24 packets, and are ready when all but one of these are available. The groups
 // that wait over one base form a tree by the packets that they protect. Each subtree knows which packets all
