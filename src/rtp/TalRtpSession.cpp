@@ -330,7 +330,7 @@ namespace {
 template <typename Rules>
 void recordAndDeliver(const Rules& rules, std::unique_ptr<CTalRtpPacket>& owned, _uint64_t& counter,
                       _uint64_t& byteCounter) {
-    CReceiveIndex& index = CSessionAccess::lists(rules.session);
+    CReceiveIndex& index = rules.lists();
     CTalRtpPacket* const packet = owned.get();
     const _uint32_t timestamp = packet->get_timestamp();
     const _uint16_t seq = packet->get_sequence_number();
@@ -344,7 +344,7 @@ void recordAndDeliver(const Rules& rules, std::unique_ptr<CTalRtpPacket>& owned,
         if (Rules::kAsksHooks) {
             const bool ends = rules.ends(seq);  // hosts rely on the order
             const bool starts = rules.starts(seq);
-            CSessionAccess::lists(rules.session).media.setUnitBounds(seq, starts, ends);
+            rules.lists().media.setUnitBounds(seq, starts, ends);
         }
         unit = CSessionAccess::record(rules, timestamp, seq);
     } catch (...) {
@@ -361,6 +361,12 @@ void recordAndDeliver(const Rules& rules, std::unique_ptr<CTalRtpPacket>& owned,
     }
 }
 
+// A function of its own, so that the path of the library's class has the registers to itself.
+__attribute__((noinline)) void takeForHost(CMMRTPSessionBase& session, std::unique_ptr<CTalRtpPacket>& owned,
+                                           _uint64_t& counter, _uint64_t& byteCounter) {
+    recordAndDeliver(stHostRules{session}, owned, counter, byteCounter);
+}
+
 }  // namespace
 
 void CSessionAccess::takeMediaPacket(CMMRTPSessionBase& session, std::unique_ptr<CTalRtpPacket>& owned,
@@ -368,7 +374,7 @@ void CSessionAccess::takeMediaPacket(CMMRTPSessionBase& session, std::unique_ptr
     if (CMMRTPSession4SVC* const stock = stockSession(session)) {
         recordAndDeliver(stStockRules(*stock, *owned), owned, counter, byteCounter);
     } else {
-        recordAndDeliver(stHostRules{session}, owned, counter, byteCounter);
+        takeForHost(session, owned, counter, byteCounter);
     }
 }
 

@@ -258,7 +258,7 @@ bool CSessionAccess::dealRecoveredPackets(CMMRTPSessionBase& session) {
 void CSessionAccess::forgetRecovered(CMMRTPSessionBase& session, unsigned int end) {
     CMMRTPSessionBase::PacketMap& rebuilt = session.m_recoverPacketList;
     CReceiveIndex& index = *session.m_index;
-    const COwnNodes own(session.m_pool, index.meter);
+    const COwnNodes own(session.m_pool);
     while (!rebuilt.empty() && rebuilt.begin()->first < end) {
         index.forget(rebuilt.begin()->first);  // a hook may have taken the packet out of the media list
         rebuilt.erase(rebuilt.begin());
@@ -301,7 +301,7 @@ namespace {
 void storeRecoveredPacket(CReceiveIndex& index, CMMRTPSessionBase::PacketMap& rebuilt, _uint16_t seq,
                           CTalRtpPacket* packet) {
     std::unique_ptr<CTalRtpPacket> owned(packet);
-    const COwnNodes own(rebuilt.get_allocator().pool(), index.meter);
+    const COwnNodes own(rebuilt.get_allocator().pool());
     const auto place = rebuilt.emplace(seq, nullptr);
     try {
         index.know(seq);

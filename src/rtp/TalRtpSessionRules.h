@@ -29,6 +29,9 @@ struct CSessionAccess::stStockRules {
     stStockRules(CMMRTPSession4SVC& asked, const CTalRtpPacket& packet)
         : session(asked), head(CPacketAccess::payload(packet), packet.get_payload_size()) {}
 
+    // Only a derived class reaches the lists, so the stores need no look at them.
+    CReceiveIndex& lists() const { return *session.m_index; }
+    CReceiveIndex& listsFor(_uint32_t /*timestamp*/) const { return *session.m_index; }
     // The payload's first bytes answer these two without a look at the stores.
     bool starts(_uint16_t /*seq*/) const { return head.starts(); }
     bool ends(_uint16_t /*seq*/) const { return head.ends(); }
@@ -78,6 +81,10 @@ struct CSessionAccess::stStockRules {
 struct CSessionAccess::stHostRules {
     static constexpr bool kAsksHooks = true;
 
+    CReceiveIndex& lists() const { return CSessionAccess::lists(session); }
+    CReceiveIndex& listsFor(_uint32_t timestamp) const {
+        return CSessionAccess::listsFor(session, timestamp);
+    }
     // A hook may look for the packet in the lists, so it is stored before these are called.
     bool starts(_uint16_t seq) const { return session.isStartSeq(seq); }
     bool ends(_uint16_t seq) const { return session.isEndSeq(seq); }
@@ -86,7 +93,7 @@ struct CSessionAccess::stHostRules {
     bool findEnd(_uint16_t start, _uint16_t& end) const { return session.findEndSeq(start, end); }
     // Looks up again what a hook may have changed.
     stTalRtpTSInfo* recordOf(_uint32_t timestamp) const {
-        return listsFor(session, timestamp).records.find(timestamp);
+        return listsFor(timestamp).records.find(timestamp);
     }
     // `dealPacket` looks the unit up again, by `findStartSeq`: hosts count on the call.
     void deal(CTalRtpPacket* packet, const stTalRtpDataInfo* /*unit*/) const { session.dealPacket(packet); }
@@ -106,7 +113,7 @@ using stHostRules = CSessionAccess::stHostRules;
 
 template <typename Rules>
 stTalRtpDataInfo* CSessionAccess::record(const Rules& rules, _uint32_t timestamp, _uint16_t seq) {
-    CTimestampRecords& records = listsFor(rules.session, timestamp).records;
+    CTimestampRecords& records = rules.listsFor(timestamp).records;
     stTalRtpTSInfo* const record = records.noteMedia(timestamp, seq, rules.session.m_lastReceivedTime);
     return records.growUnitOf(record, seq, rules);
 }

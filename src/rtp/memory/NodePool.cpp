@@ -72,7 +72,7 @@ void CNodePool::give(void* node, std::size_t size) {
 }
 
 inline void* CPagedNodePool::takeNode(std::size_t size) {
-    ++m_changes;
+    m_foreignChanges += m_foreignStep;
     const std::size_t index = (size + kGranularity - 1) / kGranularity;
     if (index >= kClasses) {
         return ::operator new(size);
@@ -96,7 +96,7 @@ inline void* CPagedNodePool::takeNode(std::size_t size) {
 }
 
 inline void CPagedNodePool::giveNode(void* node, std::size_t size) {
-    ++m_changes;
+    m_foreignChanges += m_foreignStep;
     const std::size_t index = (size + kGranularity - 1) / kGranularity;
     if (index >= kClasses) {
         ::operator delete(node);

@@ -32,8 +32,16 @@ public:
     // Frees all memory of the pool. No node is in use any more.
     ~CPagedNodePool();
 
-    // Returns how many nodes were allocated and released so far, both together.
-    _uint64_t changes() const { return m_changes; }
+    // --- Who allocates and releases: the library, or somebody else who changes a list ---
+
+    // Tells whether the library itself is at work.
+    void setOwn(bool isOwn) { m_foreignStep = isOwn ? 0 : 1; }
+    // Returns whether nodes were allocated or released by somebody else, or somebody doubts, since the last
+    // `believe`.
+    bool isChanged() const { return m_foreignChanges != 0; }
+    bool isChangedForSure() const { return (m_foreignChanges & ~kDoubt) != 0; }
+    void doubt() { m_foreignChanges |= kDoubt; }
+    void believe() { m_foreignChanges = 0; }
 
 private:
     friend class CNodePool;
@@ -65,7 +73,9 @@ private:
     unsigned int m_pagesMade[kClasses];  // so far
     Page* m_spare;                       // pages without nodes in use
     unsigned int m_spareCount;
-    _uint64_t m_changes = 0;
+    static constexpr _uint64_t kDoubt = _uint64_t(1) << 63;  // a bit that no count reaches
+    _uint64_t m_foreignChanges = 0;
+    _uint64_t m_foreignStep = 1;  // 0 while the library is at work
 };
 
 }  // namespace talrtp

@@ -82,7 +82,7 @@ void CFecStore::add(_uint16_t seq, CTalRtpPacket* packet, _uint32_t fecType) {
     std::unique_ptr<CTalRtpPacket> owned(packet);
     ++m_meter.steps;
     m_slots.reserve(seq);
-    const COwnNodes own(m_list.get_allocator().pool(), m_meter);
+    const COwnNodes own(m_list.get_allocator().pool());
     const auto entry = m_list.emplace_hint(placeFor(seq, m_list, m_slots, kStored), seq, packet);
     entry->second = owned.release();  // an entry that held null is filled
     if (m_typeAtAdd != fecType) {
@@ -119,13 +119,13 @@ void CFecStore::remove(_uint16_t seq) {
         ++slot.owner->m_strayFecNotes;
     }
     delete slot.entry->second;
-    const COwnNodes own(m_list.get_allocator().pool(), m_meter);
+    const COwnNodes own(m_list.get_allocator().pool());
     m_list.extract(slot.entry);  // as erase, without the search for the next one
     erase(seq);
 }
 
 void CFecStore::clear() {
-    const COwnNodes own(m_list.get_allocator().pool(), m_meter);
+    const COwnNodes own(m_list.get_allocator().pool());
     for (const auto& entry : m_list) {
         delete entry.second;
     }
@@ -142,7 +142,7 @@ void CFecStore::erase(_uint16_t seq) {
 }
 
 void CFecStore::note(stTalRtpTSInfo* record, _uint16_t seq) {
-    const COwnNodes own(m_list.get_allocator().pool(), m_meter);
+    const COwnNodes own(m_list.get_allocator().pool());
     record->fecSeqList.push_back(seq);
     if (!isCounted(*record)) {
         return;
@@ -186,7 +186,7 @@ void CFecStore::forgetNote(stTalRtpTSInfo* record, _uint16_t seq) {
 }
 
 void CFecStore::eraseNote(stTalRtpTSInfo::SeqList& notes, stTalRtpTSInfo::SeqList::iterator note) {
-    const COwnNodes own(m_list.get_allocator().pool(), m_meter);
+    const COwnNodes own(m_list.get_allocator().pool());
     notes.erase(note);
 }
 

@@ -31,7 +31,7 @@ public:
         return slot.packet == nullptr || slot.entry->second == slot.packet;
     }
     // Returns the same for the first `kReach` entries of the list, those that hold null included.
-    bool isTrue() const;
+    __attribute__((noinline)) bool isTrue() const;
     static constexpr unsigned int kReach = 1024;
 
     // **Lends** the packet stored under `seq`, or null.

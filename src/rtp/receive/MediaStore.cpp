@@ -75,7 +75,7 @@ bool CMediaStore::isTrueUpwards(_uint16_t start) const {
 }
 
 void CMediaStore::clear() {
-    const COwnNodes own(m_list.get_allocator().pool(), m_meter);
+    const COwnNodes own(m_list.get_allocator().pool());
     for (const auto& entry : m_list) {
         delete entry.second;
     }
@@ -86,7 +86,7 @@ void CMediaStore::clear() {
 bool CMediaStore::add(_uint16_t seq, CTalRtpPacket* packet, bool starts, bool ends) {
     ++m_meter.steps;
     m_slots.reserve(seq);
-    const COwnNodes own(m_list.get_allocator().pool(), m_meter);
+    const COwnNodes own(m_list.get_allocator().pool());
     const auto entry = m_list.emplace_hint(placeFor(seq, m_list, m_slots, kStored), seq, packet);
     entry->second = packet;  // an entry that held null is filled
     const bool isNew = !m_slots.contains(kKnown, seq);

@@ -134,7 +134,7 @@ inline bool CMediaStore::release(_uint16_t seq, CTalRtpPacket*& packet) {
         return false;
     }
     packet = slot.entry->second;
-    const COwnNodes own(m_list.get_allocator().pool(), m_meter);
+    const COwnNodes own(m_list.get_allocator().pool());
     m_list.extract(slot.entry);  // as erase, without the search for the next one
     m_slots.release(seq);
     return true;

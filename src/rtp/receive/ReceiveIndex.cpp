@@ -14,7 +14,7 @@ void CReceiveIndex::noteNulls(const List& list) {
 }
 
 bool CReceiveIndex::isTrue() const {
-    if (m_mustRebuild || records.isBereft() || (meter.nodes & ~stStepMeter::kDoubt) != m_pool.changes()) {
+    if (m_mustRebuild || records.isBereft() || m_pool.isChangedForSure()) {
         return false;
     }
     return std::all_of(m_nulls.begin(), m_nulls.end(), [](const auto* packet) { return *packet == nullptr; });
@@ -38,16 +38,16 @@ void CReceiveIndex::rebuild(bool keepsBounds) {
 
 void CReceiveIndex::believe() {
     m_mustRebuild = false;
-    meter.nodes = m_pool.changes();
+    m_pool.believe();
     if (!m_nulls.empty()) {
-        meter.doubt();
+        m_pool.doubt();
     }
 }
 
 void CReceiveIndex::invalidate() {
     m_nulls.clear();
     m_mustRebuild = true;
-    meter.doubt();
+    m_pool.doubt();
 }
 
 void CReceiveIndex::clear() {
@@ -70,7 +70,7 @@ bool CReceiveIndex::takeBack(_uint16_t seq, const CTalRtpPacket* packet, _uint32
     if (isTrue() && media.find(seq) == packet) {
         releaseMedia(seq);
     } else {
-        const COwnNodes own(m_mediaList.get_allocator().pool(), meter);
+        const COwnNodes own(m_mediaList.get_allocator().pool());
         m_mediaList.erase(entry);
         invalidate();
     }
@@ -102,7 +102,7 @@ bool CReceiveIndex::isTrueFrom(_uint16_t first, unsigned int count) const {
 }
 
 void CReceiveIndex::eraseNull(CTalRtpPacketMap& list, _uint16_t seq) {
-    const COwnNodes own(list.get_allocator().pool(), meter);
+    const COwnNodes own(list.get_allocator().pool());
     if (list.erase(seq) != 0) {
         invalidate();
     }

@@ -33,7 +33,7 @@ public:
           m_recordList(recordList) {}
 
     // Returns whether somebody else may have changed a list since the last look.
-    bool isStale() const { return m_pool.changes() != meter.nodes; }
+    bool isStale() const { return m_pool.isChanged(); }
     // Looks: returns whether the stores still know what the lists hold, as far as the numbers of nodes and
     // the entries that held null tell.
     bool isTrue() const;
@@ -134,7 +134,7 @@ private:
     void believe();
     void eraseNull(CTalRtpPacketMap& list, _uint16_t seq);
 
-    const CPagedNodePool& m_pool;
+    CPagedNodePool& m_pool;
     CTalRtpPacketMap& m_mediaList;
     CTalRtpPacketMap& m_fecList;
     CTalRtpPacketMap& m_rebuiltList;

@@ -12,11 +12,6 @@ namespace talrtp {
 struct stStepMeter {
     _uint64_t steps = 0;     // over lists, stores and FEC groups
     _uint64_t products = 0;  // bytes multiplied to rebuild packets
-    _uint64_t nodes = 0;     // of the lists, allocated or released by the library itself
-
-    // A bit of `nodes` that no count reaches: while it is set, the lists are looked at again.
-    static constexpr _uint64_t kDoubt = _uint64_t(1) << 63;
-    void doubt() { nodes |= kDoubt; }
 
     // Counts a search in an ordered map of `size` entries.
     void countSearch(std::size_t size) { steps += 64 - static_cast<unsigned int>(__builtin_clzll(size | 1)); }

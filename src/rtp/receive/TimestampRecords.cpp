@@ -10,7 +10,7 @@ namespace talrtp {
 stTalRtpTSInfo::~stTalRtpTSInfo() {
     if (m_keeper != nullptr) {
         m_keeper->m_isBereft = true;
-        m_keeper->m_meter.doubt();
+        static_cast<CPagedNodePool*>(m_keeper->m_pool)->doubt();
         m_keeper->unfile(this);
     }
 }
@@ -37,7 +37,7 @@ stTalRtpTSInfo* CTimestampRecords::findOrMake(_uint32_t timestamp, _uint64_t now
         m_last = place->second;
         return m_last;
     }
-    const COwnNodes own(m_pool, m_meter);
+    const COwnNodes own(m_pool);
     auto record = std::make_unique<stTalRtpTSInfo>(now, m_pool);
     file(record.get(), m_list.emplace_hint(place, timestamp, record.get()));
     m_last = record.release();
@@ -47,20 +47,20 @@ stTalRtpTSInfo* CTimestampRecords::findOrMake(_uint32_t timestamp, _uint64_t now
 void CTimestampRecords::forgetLastMedia(_uint32_t timestamp, _uint16_t seq) {
     stTalRtpTSInfo* const record = find(timestamp);
     if (record != nullptr && !record->mediaSeqList.empty() && record->mediaSeqList.back() == seq) {
-        const COwnNodes own(m_pool, m_meter);
+        const COwnNodes own(m_pool);
         record->mediaSeqList.pop_back();
     }
 }
 
 void CTimestampRecords::remove(stTalRtpTSInfo* record) {
-    const COwnNodes own(m_pool, m_meter);
+    const COwnNodes own(m_pool);
     m_list.extract(record->m_entry);  // as erase, without the search for the next one
     unfile(record);
     freeRecord(record);
 }
 
 void CTimestampRecords::clear() {
-    const COwnNodes own(m_pool, m_meter);
+    const COwnNodes own(m_pool);
     unfileAll();
     for (const auto& entry : m_list) {
         if (entry.second != nullptr) {
@@ -157,7 +157,7 @@ stTalRtpDataInfo* CTimestampRecords::findOrMakeUnit(stTalRtpTSInfo* record, _uin
     if (!isLast && place->first == startSeq) {
         unit = place->second;
     } else {
-        const COwnNodes own(m_pool, m_meter);
+        const COwnNodes own(m_pool);
         auto made = std::make_unique<stTalRtpDataInfo>();
         made->startSeq = startSeq;
         units.emplace_hint(place, startSeq, made.get());

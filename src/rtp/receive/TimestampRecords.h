@@ -114,7 +114,7 @@ private:
 inline stTalRtpTSInfo* CTimestampRecords::noteMedia(_uint32_t timestamp, _uint16_t seq, _uint64_t now) {
     stTalRtpTSInfo* const record = isLast(timestamp) ? m_last : findOrMake(timestamp, now);
     if (record != nullptr) {
-        const COwnNodes own(m_pool, m_meter);
+        const COwnNodes own(m_pool);
         record->mediaSeqList.push_back(seq);
         m_order.touch(record, now);
     }
