@@ -46,52 +46,53 @@
 namespace talrtp {
 namespace fuzz {
 
-// Makes the parity that a sender would send. Kept from input to input: all that matters of it is set anew.
+// Makes the parity that a sender would send. It is kept from input to input with its packets: all that
+// matters of them is set anew.
 class ParitySender : public CMMRTPSession4SVC {
 public:
+    static constexpr int kMostMedia = 24;
+    static constexpr int kMostParity = 4;
+
     ParitySender() : CMMRTPSession4SVC(nullptr, 1) {}
 
-    // The parity of the datagrams, at least one, with numbers from `fecSeq` on. None when the datagrams are
-    // no group.
-    std::vector<Bytes> parityOf(const std::vector<Bytes>& media, unsigned long fecType, int count,
-                                unsigned int payloadType, unsigned int fecPayloadType, std::uint16_t fecSeq) {
+    // Makes parity of `mediaCount` datagrams, at least one, with numbers from `fecSeq` on. Returns how many
+    // packets there are of it, none when the datagrams are no group.
+    int makeParity(const Bytes* media, int mediaCount, unsigned long fecType, int parityCount,
+                   unsigned int payloadType, unsigned int fecPayloadType, std::uint16_t fecSeq) {
         const test::TraceCatcher silence(-1);
         SetFecType(fecType);
         SetPayloadType(payloadType, fecPayloadType);
         m_fecSequenceNumber = fecSeq;
-        const Packets packets(media);
-        const int room = packets.longest() + 20;
-        std::vector<Bytes> result;
+        for (int i = 0; i < mediaCount; ++i) {
+            unsigned char* const bytes = const_cast<unsigned char*>(media[i].data());
+            m_media.first()[i].from_buffer(bytes, static_cast<int>(media[i].size()));
+        }
         if (fecType == RTP_FEC_XOR) {
-            CRTPFECPacket parity(room);
-            if (CreateXorFecPackets(packets.first(), packets.count(), 0xffffffff, &parity) == 0) {
-                result.push_back(bytesOf(parity));
-            }
-            return result;
+            m_xor.reset();
+            return CreateXorFecPackets(m_media.first(), mediaCount, 0xffffffff, &m_xor) == 0 ? 1 : 0;
         }
-        const Packets parity(std::vector<Bytes>(static_cast<std::size_t>(count)), room);
-        if (CreateRsFecPackets(packets.first(), packets.count(), parity.first(), count) == 0) {
-            for (int i = 0; i < count; ++i) {
-                result.push_back(bytesOf(parity.first()[i]));
-            }
+        for (int i = 0; i < parityCount; ++i) {
+            m_rs.first()[i].reset();
         }
-        return result;
+        const int result = CreateRsFecPackets(m_media.first(), mediaCount, m_rs.first(), parityCount);
+        return result == 0 ? parityCount : 0;
+    }
+
+    // **Lends** a packet that was made last, until the next are made.
+    const CTalRtpPacket& parity(unsigned long fecType, int i) const {
+        return fecType == RTP_FEC_XOR ? static_cast<const CTalRtpPacket&>(m_xor) : m_rs.first()[i];
     }
 
 private:
-    // Packet objects in a row, over datagrams or empty.
+    static constexpr int kRoom = 1500;
+
+    // Empty packet objects in a row.
     class Packets {
     public:
-        explicit Packets(const std::vector<Bytes>& datagrams, int capacity = 0)
-            : m_count(datagrams.size()), m_packets(std::allocator<CTalRtpPacket>().allocate(m_count)) {
+        explicit Packets(std::size_t count)
+            : m_count(count), m_packets(std::allocator<CTalRtpPacket>().allocate(count)) {
             for (std::size_t i = 0; i < m_count; ++i) {
-                const int size = static_cast<int>(datagrams[i].size());
-                m_longest = std::max(m_longest, size);
-                if (size == 0) {
-                    new (m_packets + i) CTalRtpPacket(capacity);
-                } else {
-                    new (m_packets + i) CTalRtpPacket(const_cast<unsigned char*>(datagrams[i].data()), size);
-                }
+                new (m_packets + i) CTalRtpPacket(kRoom);
             }
         }
         ~Packets() {
@@ -104,23 +105,43 @@ private:
         Packets& operator=(const Packets&) = delete;
 
         CTalRtpPacket* first() const { return m_packets; }
-        int count() const { return static_cast<int>(m_count); }
-        int longest() const { return m_longest; }
 
     private:
         std::size_t m_count;
         CTalRtpPacket* m_packets;
-        int m_longest = 0;
     };
 
-    static Bytes bytesOf(const CTalRtpPacket& packet) {
-        return Bytes(packet.get_buffer(), packet.get_buffer() + packet.get_packet_size());
+    Packets m_media{kMostMedia};
+    Packets m_rs{kMostParity};
+    CRTPFECPacket m_xor{kRoom};
+};
+
+// Values of one kind, whose memory stays for the values of the next round: an allocation costs more under a
+// sanitizer than all else that a step of a script takes.
+template <typename Value>
+class Kept {
+public:
+    // **Lends** the next value, as a former round left it. Those lent before may move.
+    Value& add() {
+        if (m_count == m_values.size()) {
+            m_values.emplace_back();
+        }
+        return m_values[m_count++];
     }
+    void clear() { m_count = 0; }
+    std::size_t size() const { return m_count; }
+    Value* data() { return m_values.data(); }
+
+private:
+    std::vector<Value> m_values;
+    std::size_t m_count = 0;
 };
 
 class SessionScript {
 public:
     SessionScript(const std::uint8_t* data, std::size_t size) : m_next(data), m_end(data + size) {
+        m_memory.sent.clear();
+        m_memory.due.clear();
         const unsigned int flags = number(1);
         m_fecType = flags & 1;
         m_isBase = (flags & 2) != 0;
@@ -136,18 +157,33 @@ public:
 
     // **Lends** the next call until this is called again; null at the end.
     const model::Action* next() {
-        if (m_given == m_due.size()) {
-            m_due.clear();
+        Kept<Action>& due = m_memory.due;
+        if (m_given == due.size()) {
+            due.clear();
             m_given = 0;
         }
-        while (m_due.empty() && m_next < m_end) {
+        while (due.size() == 0 && m_next < m_end) {
             step(number(1) & 0x0f);
         }
-        return m_given < m_due.size() ? &m_due[m_given++] : nullptr;
+        return m_given < due.size() ? due.data() + m_given++ : nullptr;
     }
 
 private:
     typedef model::Action Action;
+
+    // What scripts need, one at a time.
+    struct Memory {
+        ParitySender sender;
+        Kept<Bytes> sent;
+        Kept<Action> due;
+        Bytes datagram;  // of the step
+        model::PlainPacket arriving;
+    };
+
+    static Memory& memory() {
+        static Memory memory;
+        return memory;
+    }
 
     void step(unsigned int op) {
         switch (op) {
@@ -186,7 +222,20 @@ private:
     }
 
     void call(Action::Kind kind, unsigned long first, unsigned long second = 0) {
-        m_due.push_back({kind, Bytes(), false, 0, m_now, first, second});
+        Action& action = m_memory.due.add();
+        action.kind = kind;
+        action.time = m_now;
+        action.first = first;
+        action.second = second;
+    }
+
+    void input(const unsigned char* bytes, std::size_t size, bool isNull, int length) {
+        Action& action = m_memory.due.add();
+        action.kind = Action::kInput;
+        action.data.assign(bytes, bytes + size);
+        action.isNull = isNull;
+        action.length = length;
+        action.time = m_now;
     }
 
     void setMask(unsigned int bits) {
@@ -208,14 +257,15 @@ private:
 
     void lose(const Bytes& bytes) {
         if (bytes.size() >= 8) {
-            m_lastTimestamp = model::PlainPacket{bytes}.timestamp();
+            m_lastTimestamp =
+                static_cast<unsigned int>(bytes[4]) << 24 | bytes[5] << 16 | bytes[6] << 8 | bytes[7];
         }
     }
 
     void arrive(const Bytes& bytes) {
         lose(bytes);
         if (!isRefused(bytes)) {
-            m_due.push_back({Action::kInput, bytes, false, static_cast<int>(bytes.size()), m_now, 0, 0});
+            input(bytes.data(), bytes.size(), false, static_cast<int>(bytes.size()));
         }
     }
 
@@ -225,23 +275,24 @@ private:
     }
 
     // Tells whether validation will refuse the datagram, once its packet is made.
-    bool isRefused(const Bytes& bytes) const {
+    bool isRefused(const Bytes& bytes) {
         if (bytes.size() < kHeaderSize) {
             return false;
         }
         const bool isXor = m_fecType == RTP_FEC_XOR && (bytes[1] & 0x7fU) == m_fecPayloadType;
-        const model::PacketKind kind = isXor ? model::PacketKind::kXorFec : model::PacketKind::kMedia;
-        return model::PlainPacket::fromBytes(bytes.data(), static_cast<int>(bytes.size()), kind).refusal() !=
-               model::Refusal::kNone;
+        m_memory.arriving.bytes = bytes;
+        m_memory.arriving.packetSize = static_cast<int>(bytes.size());
+        m_memory.arriving.kind = isXor ? model::PacketKind::kXorFec : model::PacketKind::kMedia;
+        return m_memory.arriving.refusal() != model::Refusal::kNone;
     }
 
     // Null with a length of up to 127, or data of -4 to 11 bytes.
     void tooShort() {
+        static const unsigned char kZeros[16] = {};
         const unsigned int length = number(1);
         const bool isNull = (length & 0x80) != 0;
         const int size = static_cast<int>(isNull ? length & 0x7f : length % 16) - (isNull ? 0 : 4);
-        m_due.push_back({Action::kInput, Bytes(static_cast<std::size_t>(isNull ? 0 : std::max(size, 0))),
-                         isNull, size, m_now, 0, 0});
+        input(kZeros, static_cast<std::size_t>(isNull ? 0 : std::max(size, 0)), isNull, size);
     }
 
     // --- Packets ---
@@ -255,79 +306,82 @@ private:
         m_sequence = static_cast<std::uint16_t>(m_sequence + 1 + static_cast<std::int8_t>(advance));
         const unsigned int step = how >> 2 & 3;
         m_timestamp += step == 1 ? kPicture : step == 2 ? 0 - kPicture : 0;
-        Bytes bytes = header(0x80 | (how & 0x30) | (how >> 6 & 1), (how & 0x80) | m_payloadType, m_sequence);
-        append(bytes, sized());
-        m_sent.push_back(bytes);
+        Bytes& bytes = m_memory.sent.add();
+        setHeader(bytes, 0x80 | (how & 0x30) | (how >> 6 & 1), (how & 0x80) | m_payloadType, m_sequence);
+        appendSized(bytes);
         const unsigned int fate = how & 3;
         fate == 0 ? arrive(bytes) : fate == 2 ? arriveTwice(bytes) : lose(bytes);
     }
 
     // MEDIA: 1 to 24 packets, the latest ones. PARITY: Reed-Solomon packets less 1 (2); which are lost (4).
     void parity() {
-        const std::size_t mediaCount = std::min<std::size_t>(1 + number(1) % 24, m_sent.size());
+        const int asked = 1 + static_cast<int>(number(1)) % ParitySender::kMostMedia;
         const unsigned int how = number(1);
+        Kept<Bytes>& sent = m_memory.sent;
+        const int mediaCount = std::min(asked, static_cast<int>(sent.size()));
         if (mediaCount == 0) {
             return;
         }
-        static ParitySender sender;
-        const std::vector<Bytes> group(m_sent.end() - static_cast<std::ptrdiff_t>(mediaCount), m_sent.end());
-        const std::vector<Bytes> parities = sender.parityOf(group, m_fecType, 1 + static_cast<int>(how & 3),
-                                                            m_payloadType, m_fecPayloadType, m_fecSequence);
-        for (std::size_t i = 0; i < parities.size(); ++i) {
+        const int count = m_memory.sender.makeParity(sent.data() + sent.size() - mediaCount, mediaCount,
+                                                     m_fecType, 1 + static_cast<int>(how & 3), m_payloadType,
+                                                     m_fecPayloadType, m_fecSequence);
+        for (int i = 0; i < count; ++i) {
             if ((how >> (2 + i) & 1) == 0) {
-                arrive(parities[i]);
+                const CTalRtpPacket& parity = m_memory.sender.parity(m_fecType, i);
+                m_memory.datagram.assign(parity.get_buffer(), parity.get_buffer() + parity.get_packet_size());
+                arrive(m_memory.datagram);
             }
         }
-        m_fecSequence = static_cast<std::uint16_t>(m_fecSequence + parities.size());
+        m_fecSequence = static_cast<std::uint16_t>(m_fecSequence + count);
     }
 
     // BASE: counted from the last media packet, signed. FIELDS: those of the FEC header after the base, of
     // which XOR has a timestamp more.
     void forgedFec() {
         const unsigned int base = m_sequence + static_cast<unsigned int>(static_cast<std::int8_t>(number(1)));
-        Bytes bytes = header(0x80, m_fecPayloadType, m_fecSequence++);
-        append(bytes, {static_cast<unsigned char>(base >> 8), static_cast<unsigned char>(base)});
-        append(bytes, take(6));
+        Bytes& bytes = m_memory.datagram;
+        setHeader(bytes, 0x80, m_fecPayloadType, m_fecSequence++);
+        bytes.push_back(static_cast<unsigned char>(base >> 8));
+        bytes.push_back(static_cast<unsigned char>(base));
+        append(bytes, 6);
         bytes.resize(kHeaderSize + 8 + (m_fecType == RTP_FEC_XOR ? 4 : 0), 0);
-        append(bytes, sized());
+        appendSized(bytes);
         arrive(bytes);
     }
 
-    Bytes header(unsigned int flags, unsigned int type, unsigned int sequence) const {
+    void setHeader(Bytes& bytes, unsigned int flags, unsigned int type, unsigned int sequence) const {
         const std::uint32_t words[] = {flags << 24 | type << 16 | sequence, m_timestamp, 1};
-        Bytes bytes;
-        bytes.reserve(kHeaderSize);
+        bytes.clear();
         for (const std::uint32_t word : words) {
             for (int shift = 24; shift >= 0; shift -= 8) {
                 bytes.push_back(static_cast<unsigned char>(word >> shift));
             }
         }
-        return bytes;
-    }
-
-    static void append(Bytes& bytes, const Bytes& more) {
-        bytes.insert(bytes.end(), more.begin(), more.end());
     }
 
     // --- The input ---
 
-    Bytes datagram() { return take(number(2)); }
-
-    // SIZE(1) BYTES; a size of 255 makes a large packet of it.
-    Bytes sized() {
-        const unsigned int size = number(1);
-        Bytes bytes = take(size);
-        if (size == 255) {
-            bytes.resize(kLarge, 0x55);
-        }
-        return bytes;
+    const Bytes& datagram() {
+        m_memory.datagram.clear();
+        append(m_memory.datagram, number(2));
+        return m_memory.datagram;
     }
 
-    Bytes take(std::size_t count) {
+    // SIZE(1) BYTES; a size of 255 makes a large packet of it.
+    void appendSized(Bytes& bytes) {
+        const std::size_t before = bytes.size();
+        const unsigned int size = number(1);
+        append(bytes, size);
+        if (size == 255) {
+            bytes.resize(before + kLarge, 0x55);
+        }
+    }
+
+    // Takes that many bytes, or what is left.
+    void append(Bytes& bytes, std::size_t count) {
         const std::size_t size = std::min(count, static_cast<std::size_t>(m_end - m_next));
-        const Bytes bytes(m_next, m_next + size);
+        bytes.insert(bytes.end(), m_next, m_next + size);
         m_next += size;
-        return bytes;
     }
 
     unsigned int number(int bytes) {
@@ -355,8 +409,7 @@ private:
     std::uint32_t m_timestamp = 0xfffff000;
     unsigned int m_lastTimestamp = 0;
     std::uint64_t m_now = 1000000;
-    std::vector<Bytes> m_sent;
-    std::vector<Action> m_due;
+    Memory& m_memory = memory();
     std::size_t m_given = 0;
 };
 
