@@ -273,6 +273,44 @@ TEST_F(RsRecoveryTest, PacketOfTheRebuiltListMakesItsGroupWhole) {
     session.m_recoverPacketList.clear();
 }
 
+// The trace callback of a derived class can put one there between two packets of a group. The line names the
+// last parity packet.
+TEST_F(RsRecoveryTest, PacketOfTheRebuiltListIsReportedAndNotReplaced) {
+    const Bytes own = {0x41, 0x77};
+    for (const int mask : {2, 0}) {
+        const unsigned short first = mask == 2 ? 100 : 200;
+        const unsigned short second = static_cast<unsigned short>(first + 1);
+        Group group(RTP_FEC_RS, first, 500, unitsFrom(first, 2), 2);
+        trace.setMask(2);
+        receive(group.fec[0]);
+        trace.clear();
+        bool isFirst = true;
+        trace.onLine = [&](const TraceLine&) {
+            if (!isFirst) {
+                return;
+            }
+            isFirst = false;
+            trace.setMask(mask);
+            Bytes bytes = rtp(second, kTimestamp, own);
+            session.m_recoverPacketList[second] =
+                new CTalRtpPacket(bytes.data(), static_cast<int>(bytes.size()));
+        };
+        receive(group.fec[1]);
+        trace.onLine = nullptr;
+        if (mask == 2) {
+            expectLines({rebuilt(first), rebuilt(second),
+                         warning("CMMRTPSessionBase::recoverPacketWithRSFEC recover repeat packet: "
+                                 "seq = 501, ts = 90000"),
+                         fecArrived()});
+        } else {
+            expectLines({rebuilt(first), fecArrived()});
+        }
+        expectHandovers({{first, inByteStream(unitOf(first)), 0}, {second, inByteStream(own), 0}});
+        EXPECT_THAT(session.m_recoverPacketList, IsEmpty());
+        EXPECT_THAT(storedFec(), IsEmpty());
+    }
+}
+
 TEST_F(RsRecoveryTest, InfoLinesNeedTheMaskAtTwo) {
     trace.setMask(1);
     Group group(RTP_FEC_RS, 100, 500, unitsFrom(100, 1), 1);
