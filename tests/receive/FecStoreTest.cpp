@@ -24,6 +24,19 @@ CTalRtpPacket* makeXor(_uint16_t seq) {
     return new CRTPFECPacket(bytes.data(), static_cast<int>(bytes.size()));
 }
 
+// A Reed-Solomon packet that protects `mediaCount` media packets from 0 on with `count` parity packets.
+// **Returns owned.**
+CTalRtpPacket* makeRs(_uint16_t seq, unsigned char mediaCount, unsigned char count) {
+    std::vector<unsigned char> bytes(12 + 12, 0);
+    bytes[0] = 0x80;
+    bytes[1] = 111;
+    bytes[2] = static_cast<unsigned char>(seq >> 8);
+    bytes[3] = static_cast<unsigned char>(seq);
+    bytes[17] = count;
+    bytes[18] = mediaCount;
+    return new CRTPRSPacket(bytes.data(), static_cast<int>(bytes.size()));
+}
+
 class FecStoreTest : public StoreTest {
 protected:
     ~FecStoreTest() override { store.clear(); }
@@ -143,6 +156,35 @@ TEST_F(FecStoreTest, PacketIsDueOnceAllButOneOfItsMediaPacketsArrived) {
     store.mediaArrived(22);
     EXPECT_TRUE(store.hasWork(RTP_FEC_XOR));
     EXPECT_EQ(due(false), (std::vector<int>{500}));
+}
+
+// Only a derived class can have put it in. Its one try finds out that it is of no use.
+TEST_F(FecStoreTest, ReedSolomonPacketOfAnImpossibleGroupIsDueOnce) {
+    struct Case {
+        unsigned char mediaCount;
+        unsigned char count;
+        bool isPossible;
+    };
+    for (const Case& one : {Case{0, 1, false}, Case{2, 254, true}, Case{2, 255, false}, Case{255, 1, true},
+                            Case{255, 2, false}}) {
+        SCOPED_TRACE(testing::Message() << int(one.mediaCount) << " and " << int(one.count));
+        fecList[500] = makeRs(500, one.mediaCount, one.count);
+        store.rebuild(recordList);
+        EXPECT_TRUE(store.beginRound(RTP_FEC_RS));
+        EXPECT_EQ(due(true), (std::vector<int>{500}));
+        EXPECT_FALSE(store.hasWork(RTP_FEC_RS));
+        for (_uint16_t seq = 0; seq < one.mediaCount; ++seq) {
+            media.know(seq);
+            store.mediaArrived(seq);
+        }
+        EXPECT_EQ(store.hasWork(RTP_FEC_RS), one.isPossible);
+        for (_uint16_t seq = 0; seq < one.mediaCount; ++seq) {
+            media.forget(seq);
+            store.mediaLeft(seq);
+        }
+        store.remove(500);
+        EXPECT_TRUE(fecList.empty());
+    }
 }
 
 // After the FEC type changed, packets of both kinds are tried once: those of the other kind are spent.

@@ -358,7 +358,7 @@ protected:
         }
     }
 
-    // What no record notes stays until the end.
+    // A packet that no record notes stays until the end.
     void expectEverythingNotedAgesOut() {
         receive(rtp(2000, kTimestamp + 9000, unitOf(2000)), 9000);
         EXPECT_NE(media(2000), nullptr);
@@ -660,6 +660,283 @@ TEST_F(ForeignChangeTest, UnitsThatAHookPutsInAreHandedOverInTurn) {
     });
     EXPECT_EQ(session.ForceHandover(kTimestamp), 0);
     EXPECT_THAT(session.handedOver, ElementsAre(1, 60));  // 0 lies before the walk
+}
+
+TEST_F(ForeignChangeTest, ExchangedPacketCountsInASearchForTheEnd) {
+    receive(rtp(1, kTimestamp, fragment(kStart, {1})));
+    receive(rtp(2, kTimestamp, fragment(kMiddle, {2})));
+    std::unique_ptr<CTalRtpPacket> before(search(session.m_mediaPacketList, 2));
+    session.m_mediaPacketList.at(2) = fragmentPacket(2, kEnd);
+    unsigned short end = 7;
+    EXPECT_TRUE(session.findEndSeq(1, end));
+    EXPECT_EQ(end, 2);
+}
+
+TEST_F(ForeignChangeTest, ExchangedRecordIsUsedAtOnce) {
+    receive(rtp(60, kOther, unitOf(60)));
+    stTalRtpTSInfo* const before = session.m_tsInfoList.at(kOther);
+    stTalRtpTSInfo* const after = recordWithUnit(60);
+    session.m_tsInfoList.at(kOther) = after;
+    receive(rtp(61, kOther, unitOf(61)), 1500);
+    EXPECT_THAT(after->mediaSeqList, ElementsAre(60, 61));
+    EXPECT_EQ(after->updateTime, 1500u);
+    EXPECT_THAT(before->mediaSeqList, ElementsAre(60));
+    freeRecord(before);
+}
+
+TEST_F(ForeignChangeTest, NullEntriesOfATimestampAgeOutWithIt) {
+    receive(rtp(60, kOther, unitOf(60)));
+    receive(rtp(61, kOther, unitOf(61)));
+    for (const unsigned short seq : {60, 61}) {
+        exchange(session.m_mediaPacketList.at(seq), nullptr);
+        EXPECT_EQ(session.getMediaPacketBySeq(seq), nullptr);
+    }
+    receive(rtp(2000, kTimestamp + 9000, unitOf(2000)), 9000);
+    EXPECT_EQ(session.m_mediaPacketList.size(), 1u);
+}
+
+// The packet is stored and counted by then, and its timestamp has it noted.
+TEST_F(ForeignChangeTest, PacketThatAHookTakesOutWhileItIsRecordedIsTheHosts) {
+    int taken = 0;
+    for (const Place place : {Place::kIsEnd, Place::kIsStart, Place::kFindStart, Place::kFindEnd}) {
+        SCOPED_TRACE(nameOf(place));
+        std::unique_ptr<CTalRtpPacket> packet;
+        session.arm(place, [&](S& s) {
+            packet.reset(s.m_mediaPacketList.at(7));
+            s.m_mediaPacketList.erase(7);
+        });
+        EXPECT_EQ(receive(rtp(7, kTimestamp, unitOf(7))), 0);
+        ASSERT_NE(packet, nullptr);
+        EXPECT_EQ(bytesOf(*packet), rtp(7, kTimestamp, unitOf(7)));
+        EXPECT_THAT(session.handedOver, IsEmpty());
+        EXPECT_THAT(session.m_mediaPacketList, IsEmpty());
+        EXPECT_EQ(session.m_receivedValidMediaPacketNumber, static_cast<unsigned int>(++taken));
+    }
+    receive(rtp(7, kTimestamp, unitOf(7)));
+    EXPECT_THAT(session.handedOver, ElementsAre(7));
+}
+
+// --- Hooks in the middle of the FEC cycle ---
+
+TEST_F(ForeignChangeTest, RebuiltPacketThatAHookTakesOutIsRebuiltAgain) {
+    const Group group(RTP_FEC_XOR, 10, 500, unitsFrom(10, 3));
+    receive(group.media[0]);
+    receive(group.media[1]);
+    session.arm(Place::kDeal, [](S& s) {
+        delete s.m_mediaPacketList.at(10);
+        s.m_mediaPacketList.erase(10);
+    });
+    receive(group.fec[0]);  // packet 10 leaves while 12 is dealt
+    EXPECT_THAT(session.handedOver, ElementsAre(10, 11, 12));
+    std::unique_ptr<CTalRtpPacket> taken;
+    session.arm(Place::kSink, [&](S& s) {
+        taken.reset(s.m_mediaPacketList.at(10));
+        s.m_mediaPacketList.erase(10);
+    });
+    Bytes again = group.fec[0];
+    again[3] = 0xf5;  // number 501
+    receive(again);
+    EXPECT_EQ(bytesOf(*taken), group.media[0]);
+    again[3] = 0xf6;
+    receive(again);
+    EXPECT_THAT(session.handedOver, ElementsAre(10, 11, 12, 10, 10));
+    EXPECT_EQ(bytesOf(*media(10)), group.media[0]);
+}
+
+TEST_F(ForeignChangeTest, FecPacketThatAHookTakesOutDuringItsTryIsTheHosts) {
+    const Group group(RTP_FEC_XOR, 10, 500, unitsFrom(10, 3));
+    receive(group.media[0]);
+    receive(group.fec[0]);
+    std::unique_ptr<CTalRtpPacket> taken;  // it is read until the try is over
+    session.arm(Place::kRecover, [&](S& s) {
+        taken.reset(s.m_fecPacketList.at(500));
+        s.m_fecPacketList.erase(500);
+    });
+    receive(group.media[1]);
+    EXPECT_THAT(session.handedOver, ElementsAre(10, 11, 12));
+    EXPECT_THAT(session.tsInfo(kTimestamp)->fecSeqList, ElementsAre(500));  // as the hook left it
+}
+
+TEST_F(ForeignChangeTest, FecPacketThatAHookExchangesDuringItsTryStays) {
+    const Group group(RTP_FEC_XOR, 10, 500, unitsFrom(10, 3));
+    receive(group.media[0]);
+    receive(group.fec[0]);
+    std::unique_ptr<CTalRtpPacket> taken;
+    CTalRtpPacket* const other = fecPacket(500, 40);
+    session.arm(Place::kRecover, [&](S& s) {
+        taken.reset(s.m_fecPacketList.at(500));
+        s.m_fecPacketList.at(500) = other;
+    });
+    receive(group.media[1]);
+    EXPECT_THAT(session.handedOver, ElementsAre(10, 11, 12));
+    ASSERT_EQ(search(session.m_fecPacketList, 500), other);
+    EXPECT_EQ(session.getFECPacketBySeq(500), other);
+    EXPECT_THAT(session.tsInfo(kTimestamp)->fecSeqList, ElementsAre(500));
+}
+
+// Both are due once 11 arrived. The first try sets the entry of the second one to null.
+TEST_F(ForeignChangeTest, FecPacketThatAHookSetsToNullIsNotTried) {
+    const Group group(RTP_FEC_XOR, 10, 500, unitsFrom(10, 3));
+    receive(group.media[0]);
+    receive(group.fec[0]);
+    receive(waitingFec(501, 11));
+    session.arm(Place::kRecover, [](S& s) { exchange(s.m_fecPacketList.at(501), nullptr); });
+    const TraceCatcher trace(0);
+    receive(group.media[1]);
+    EXPECT_FALSE(session.isArmed());
+    EXPECT_THAT(trace.messages(), IsEmpty());
+    EXPECT_THAT(session.handedOver, ElementsAre(10, 11, 12));
+    EXPECT_EQ(session.m_fecPacketList.count(500), 0u);
+    EXPECT_EQ(session.m_fecPacketList.at(501), nullptr);
+}
+
+// Tells of its end.
+class WatchedPacket : public CTalRtpPacket {
+public:
+    WatchedPacket(Bytes bytes, bool& isGone)
+        : CTalRtpPacket(bytes.data(), static_cast<int>(bytes.size())), m_isGone(isGone) {}
+    ~WatchedPacket() override { m_isGone = true; }
+
+private:
+    bool& m_isGone;
+};
+
+// A session whose hook also puts a packet under the number of the one that it has just rebuilt.
+class RebuildingSession : public ScriptedSession {
+public:
+    using ScriptedSession::ScriptedSession;
+    CTalRtpPacket* recoverPacket(unsigned short seq, CRTPFECPacket* fec) override {
+        CTalRtpPacket* const packet = ScriptedSession::recoverPacket(seq, fec);
+        m_recoverPacketList[seq] = other != nullptr ? other : packet;
+        return packet;
+    }
+
+    CTalRtpPacket* other = nullptr;  // null: the same packet
+};
+
+class RebuildingHookTest : public testing::Test {
+protected:
+    RebuildingHookTest() { session.SetFecType(RTP_FEC_XOR); }
+
+    // Lets all but packet 12 arrive.
+    void receiveGroup() {
+        for (Bytes datagram : {group.media[0], group.media[1], group.fec[0]}) {
+            session.InputReceivedData(datagram.data(), static_cast<int>(datagram.size()), 1000);
+        }
+        EXPECT_THAT(session.handedOver, ElementsAre(10, 11, 12));
+        EXPECT_EQ(bytesOf(*session.getMediaPacketBySeq(12)), group.media[2]);
+        EXPECT_THAT(session.m_recoverPacketList, IsEmpty());
+    }
+
+    const Group group{RTP_FEC_XOR, 10, 500, unitsFrom(10, 3)};
+    RebuildingSession session{kSourceId};
+};
+
+TEST_F(RebuildingHookTest, PacketThatTheHookReturnsReplacesAndDestroysTheOneThatItStored) {
+    bool isGone = false;
+    session.other = new WatchedPacket(rtp(12, kTimestamp, {0x41, 0x77}), isGone);
+    receiveGroup();
+    EXPECT_TRUE(isGone);
+}
+
+TEST_F(RebuildingHookTest, PacketThatTheHookBothStoresAndReturnsIsStoredOnce) {
+    receiveGroup();
+}
+
+// --- Reed-Solomon packets that the session itself never stores ---
+
+CTalRtpPacket* rsPacket(unsigned short seq, unsigned char mediaCount, unsigned char count) {
+    RsFecFields fec;
+    fec.seq = seq;
+    fec.base = 40;
+    fec.mediaCount = mediaCount;
+    fec.count = count;
+    fec.parity = Bytes(16, 0x00);
+    Bytes bytes = fec.bytes();
+    return new CRTPRSPacket(bytes.data(), static_cast<int>(bytes.size()));
+}
+
+TEST_F(ForeignChangeTest, ReedSolomonPacketOverNothingIsDroppedAtItsTry) {
+    session.SetFecType(RTP_FEC_RS);
+    session.m_fecPacketList[500] = rsPacket(500, 0, 1);
+    const TraceCatcher trace(2);
+    receive(rtp(60, kOther, unitOf(60)));
+    EXPECT_THAT(session.m_fecPacketList, IsEmpty());
+    EXPECT_THAT(trace.messages(), IsEmpty());
+}
+
+TEST_F(ForeignChangeTest, ReedSolomonPacketOfATooLargeGroupIsReportedAndDroppedAtItsTry) {
+    session.SetFecType(RTP_FEC_RS);
+    session.m_fecPacketList[500] = rsPacket(500, 2, 255);
+    const TraceCatcher trace(2);
+    receive(rtp(60, kOther, unitOf(60)));
+    EXPECT_THAT(session.m_fecPacketList, IsEmpty());
+    EXPECT_THAT(trace.messages(), ElementsAre("CMMRTPSessionBase::recoverPacketWithRSFEC total number of "
+                                              "packet and fec is over 256."));
+}
+
+// --- A clock that stepped back ---
+
+// Exchanges the record of the newest timestamp for one of `updateTime`, and lets a packet arrive before it.
+class ClockStepTest : public ForeignChangeTest {
+protected:
+    void exchangeAndStepBack(unsigned long updateTime) {
+        receive(rtp(10, kTimestamp, unitOf(10)), 1000);
+        receive(rtp(60, kOther, unitOf(60)), 3000);
+        before = session.m_tsInfoList.at(kOther);
+        after = recordWithUnit(60);
+        after->updateTime = updateTime;
+        session.m_tsInfoList.at(kOther) = after;
+        receive(rtp(11, kTimestamp, unitOf(11)), 2000);
+    }
+    ~ClockStepTest() override { freeRecord(before); }
+
+    stTalRtpTSInfo* before = nullptr;
+    stTalRtpTSInfo* after = nullptr;
+};
+
+TEST_F(ClockStepTest, RecordThatWasExchangedForAnOlderOneStays) {
+    exchangeAndStepBack(1500);
+    ASSERT_EQ(session.tsInfo(kOther), after);
+    EXPECT_NE(media(60), nullptr);
+    EXPECT_EQ(before->dataInfoMap.size(), 1u);
+}
+
+TEST_F(ClockStepTest, RecordThatWasExchangedForANewerOneAgesOutInItsPlace) {
+    exchangeAndStepBack(4000);
+    EXPECT_EQ(session.m_tsInfoList.count(kOther), 0u);
+    EXPECT_EQ(media(60), nullptr);
+    EXPECT_EQ(before->dataInfoMap.size(), 1u);
+    EXPECT_NE(media(11), nullptr);
+}
+
+// --- Hooks that are asked for the bounds of packets that were put in ---
+
+TEST_F(ForeignChangeTest, HookThatChangesTheListsAtEachQuestionIsAskedThreeTimes) {
+    session.m_mediaPacketList[1] = fragmentPacket(1, kStart);
+    int questions = 0;
+    std::function<void(S&)> change = [&](S& s) {
+        ++questions;
+        if (s.m_recoverPacketList.erase(50000) == 0) {
+            s.m_recoverPacketList[50000] = nullptr;
+        }
+        s.arm(Place::kIsEnd, change);
+    };
+    session.arm(Place::kIsEnd, change);
+    EXPECT_EQ(session.getMediaPacketBySeq(1), media(1));
+    EXPECT_EQ(questions, 3);
+    EXPECT_EQ(session.getMediaPacketBySeq(1), media(1));
+    EXPECT_EQ(questions, 3);  // nothing has changed since
+    session.arm(Place::kBetweenCalls, nullptr);
+    receive(rtp(2, kTimestamp, fragment(kEnd, {2})));
+    EXPECT_THAT(session.handedOver, ElementsAre(1));
+}
+
+TEST_F(ForeignChangeTest, LastNumberIsAskedForItsBoundsToo) {
+    session.m_mediaPacketList[65534] = fragmentPacket(65534, kStart);
+    session.m_mediaPacketList[65535] = fragmentPacket(65535, kMiddle);
+    receive(rtp(0, kTimestamp, fragment(kEnd, {3})));
+    EXPECT_THAT(session.handedOver, ElementsAre(65534));
 }
 
 }  // namespace
