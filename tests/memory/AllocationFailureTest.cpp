@@ -25,6 +25,7 @@ struct Refusal {
     bool isLasting = false;
     int nth = 0;
     int count = 0;
+    int refused = 0;
     bool isHit = false;
 };
 Refusal s_refusal;
@@ -36,6 +37,7 @@ bool isRefused() {
     ++s_refusal.count;
     const bool isNow =
         s_refusal.count == s_refusal.nth || (s_refusal.isLasting && s_refusal.count > s_refusal.nth);
+    s_refusal.refused += isNow ? 1 : 0;
     s_refusal.isHit |= isNow;
     return isNow;
 }
@@ -119,9 +121,18 @@ public:
     explicit Session(ITalRTPSessionSink* sink) : CMMRTPSession4SVC(sink, kSourceId) {}
 
     const CTalRtpPacket* getPacket(unsigned short seq) const { return getMediaPacketBySeq(seq); }
+    // The numbers of rebuilt packets that are not dealt yet.
+    std::vector<unsigned short> waiting() const {
+        std::vector<unsigned short> seqs;
+        for (const auto& entry : m_recoverPacketList) {
+            seqs.push_back(entry.first);
+        }
+        return seqs;
+    }
 
-    // Holds the lists against the look-ups and the notes.
-    void expectInStep() const {
+    // Holds the lists against the look-ups and the notes. Rebuilt packets wait in their list only after a
+    // call that was refused memory.
+    void expectInStep(bool isRefused) const {
         std::map<unsigned short, int> mediaNotes;
         std::map<unsigned short, int> fecNotes;
         for (const auto& entry : m_tsInfoList) {
@@ -140,15 +151,14 @@ public:
         for (const auto& entry : m_fecPacketList) {
             EXPECT_EQ(getFECPacketBySeq(entry.first), entry.second);
         }
-        // A rebuilt packet that found no memory waits for the next time.
-        EXPECT_TRUE(m_recoverPacketList.empty() || s_refusal.isHit);
+        EXPECT_TRUE(isRefused || m_recoverPacketList.empty());
         for (const auto& entry : m_recoverPacketList) {
             EXPECT_EQ(m_mediaPacketList.count(entry.first), 0u);
         }
     }
     // The same while nothing has aged out: each stored packet is counted.
-    void expectInStepAndCounted() const {
-        expectInStep();
+    void expectInStepAndCounted(bool isRefused = false) const {
+        expectInStep(isRefused);
         EXPECT_EQ(m_mediaPacketList.size(), m_receivedValidMediaPacketNumber + m_recoveredMediaPacketNumber);
     }
 
@@ -195,9 +205,11 @@ void refuseInReceiving(unsigned long fecType, const std::vector<Bytes>& before,
                 ASSERT_EQ(receiver.input(datagram), 0);
             }
             for (const Bytes& datagram : datagrams) {
+                const int refusedBefore = s_refusal.refused;
                 const int result = receiver.inputArmed(datagram);
-                EXPECT_TRUE(result == 0 || (result == -1 && s_refusal.isHit)) << result;
-                receiver.session->expectInStepAndCounted();
+                const bool isRefused = s_refusal.refused != refusedBefore;
+                EXPECT_TRUE(result == 0 || (result == -1 && isRefused)) << result;
+                receiver.session->expectInStepAndCounted(isRefused);
             }
         },
         [&](Receiver& receiver, bool isHit) {
@@ -316,6 +328,101 @@ TEST(AllocationFailureTest, RebuiltPacketAtEveryFillOfThePages) {
         before.push_back(rtp(seq, kTimestamp + seq, unitOf(seq)));
         refuseInReceiving(RTP_FEC_XOR, before, {group.fec[0]}, {10});
     }
+}
+
+TEST(AllocationFailureTest, RebuiltPacketsThatWaitAreDealtInTheNextCall) {
+    const Group group(RTP_FEC_RS, 4, 2);
+    bool hasWaited = false;
+    refuseEach<Receiver>(
+        [&](Receiver& receiver) {
+            receiver.session->SetFecType(RTP_FEC_RS);
+            for (const Bytes& datagram : {group.fec[0], group.fec[1], group.media[1]}) {
+                ASSERT_EQ(receiver.input(datagram), 0);
+            }
+            receiver.inputArmed(group.media[3]);
+        },
+        [&](Receiver& receiver, bool) {
+            const std::vector<unsigned short> waiting = receiver.session->waiting();
+            hasWaited |= !waiting.empty();
+            for (const unsigned short seq : waiting) {
+                EXPECT_EQ(receiver.sink.handovers[seq], 0) << seq;
+            }
+            EXPECT_EQ(receiver.input(rtp(100, kTimestamp, unitOf(100))), 0);
+            EXPECT_TRUE(receiver.session->waiting().empty());
+            for (const unsigned short seq : waiting) {
+                EXPECT_EQ(receiver.sink.handovers[seq], 1) << seq;
+            }
+        });
+    EXPECT_TRUE(hasWaited);
+}
+
+// May put a null entry under each number that is to be rebuilt.
+class PlacingSession : public Session {
+public:
+    using Session::Session;
+
+    CTalRtpPacket* recoverPacket(unsigned short seq, CRTPFECPacket* fec) override {
+        if (isPlacing) {
+            const bool wasArmed = s_refusal.isArmed;
+            s_refusal.isArmed = false;
+            m_recoverPacketList[seq] = nullptr;
+            s_refusal.isArmed = wasArmed;
+        }
+        isAsked = true;
+        return Session::recoverPacket(seq, fec);
+    }
+    // Returns false when memory was refused.
+    bool tryToRecover(CRTPFECPacket& fec) {
+        try {
+            return armed([&] {
+                bool keep = false;
+                recoverPacketWithXORFEC(&fec, keep);
+                return true;
+            });
+        } catch (const std::bad_alloc&) {
+            return false;
+        }
+    }
+    const CTalRtpPacket* rebuilt(unsigned short seq) const { return m_recoverPacketList.at(seq); }
+
+    bool isPlacing = false;
+    bool isAsked = false;
+};
+
+struct PlacingStage {
+    NumberSink sink;
+    PlacingSession session{&sink};
+};
+
+// Refuses memory while packet 128 is rebuilt, which lies in another page than the stored one.
+void refuseInRebuilding(bool isPlacing, const std::function<void(PlacingStage&, bool)>& check) {
+    const test::Group group(RTP_FEC_XOR, 127, 500, unitsFrom(127, 2));
+    refuseEach<PlacingStage>(
+        [&](PlacingStage& stage) {
+            stage.session.isPlacing = isPlacing;
+            stage.session.SetFecType(RTP_FEC_XOR);
+            Bytes stored = group.media[0];
+            stage.session.InputReceivedData(stored.data(), static_cast<int>(stored.size()), 1000);
+            Bytes bytes = group.fec[0];
+            CRTPFECPacket fec(bytes.data(), static_cast<int>(bytes.size()));
+            const bool isTried = stage.session.tryToRecover(fec);
+            EXPECT_EQ(isTried, !s_refusal.isHit);
+        },
+        check);
+}
+
+TEST(AllocationFailureTest, RebuiltPacketThatFindsNoMemoryLeavesNoEntry) {
+    refuseInRebuilding(false, [](PlacingStage& stage, bool isHit) {
+        EXPECT_EQ(stage.session.waiting(),
+                  isHit ? std::vector<unsigned short>() : std::vector<unsigned short>{128});
+    });
+}
+
+TEST(AllocationFailureTest, EntryOfAHookStaysWhenTheRebuiltPacketFindsNoMemory) {
+    refuseInRebuilding(true, [](PlacingStage& stage, bool isHit) {
+        EXPECT_TRUE(stage.session.isAsked);  // nothing is allocated before
+        EXPECT_EQ(stage.session.rebuilt(128) == nullptr, isHit);
+    });
 }
 
 TEST(AllocationFailureTest, ReedSolomonGroupThatFindsNoMemoryIsReported) {
@@ -638,7 +745,7 @@ TEST(HostExceptionTest, ExceptionOfTheSinkPassesAndLeavesTheSessionUsable) {
             EXPECT_EQ(sink.calls, 5) << nth;  // each packet once, the one that threw too
             Bytes last = rtp(200, kTimestamp + 1, unitOf(200));
             EXPECT_EQ(session.InputReceivedData(last.data(), static_cast<int>(last.size()), 9000), 0);
-            session.expectInStep();
+            session.expectInStep(false);
         }
     }
 }
