@@ -626,6 +626,7 @@ TEST_F(RsDecodeTest, FailsOnAPositionOutOfRange) {
     EXPECT_EQ(decode({0, 1000000, 2, 3}, {1}), 1);
     EXPECT_EQ(decode({0, -1, 2, 3}, {1}), 1);
     EXPECT_EQ(decode({-1000000, 1, 2, 3}, {0}), 1);
+    EXPECT_EQ(decode({0, 5, -1, 3}, {1}), 1);  // beside a parity block
     EXPECT_THAT(m_out, Each(Each(0xEE)));
 }
 

@@ -1,5 +1,7 @@
 // Ordering, delivery and ageing, as the base session does them and as both classes share them.
 
+#include <limits>
+
 #include "SessionFixture.h"
 
 namespace talrtp {
@@ -309,6 +311,22 @@ TEST_F(DeliveryTest, ClockThatStepsBackAgesEverythingOutWhichIsKept) {
     picture(2);
     media(20);
     EXPECT_EQ(session.tsInfo(1), nullptr);
+    EXPECT_EQ(session.getMediaPacketBySeq(10), nullptr);
+    EXPECT_NE(session.getMediaPacketBySeq(20), nullptr);
+}
+
+// 5000 ms lie between the two sides of the wrap-around, then 5001.
+TEST_F(DeliveryTest, AgeIsCountedAcrossTheWrapAroundOfTheClock) {
+    at(std::numeric_limits<unsigned long>::max() - 999);
+    picture(1);
+    media(10);
+    at(4000);
+    picture(2);
+    media(20);
+    EXPECT_NE(session.getMediaPacketBySeq(10), nullptr);
+    at(4001);
+    picture(3);
+    media(30);
     EXPECT_EQ(session.getMediaPacketBySeq(10), nullptr);
     EXPECT_NE(session.getMediaPacketBySeq(20), nullptr);
 }

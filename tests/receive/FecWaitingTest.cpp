@@ -202,6 +202,52 @@ TEST_F(FecWaitingTest, XorGroupsWhoseNumbersDifferInOneBitAreReadyByThemselves) 
     EXPECT_EQ(ready().size(), filed.size());
 }
 
+// A group that was ready is in no tree, so another one is filed for the same packets. After packets have left
+// again, all of these wait over one base. Their tree is as flat as any: few of them are passed on the way to
+// a group that protects less, or more.
+TEST_F(FecWaitingTest, XorGroupsOverTheSamePacketsWaitBesideEachOther) {
+    constexpr unsigned int kGroups = 1000;
+    constexpr _uint64_t kDepth = 60;
+    for (unsigned int seq = 0; seq < kGroups; ++seq) {
+        addXor(seq, 100, 0xe00000);  // 100 to 102
+        mediaArrives(100);
+        mediaArrives(101);
+        ASSERT_EQ(ready().size(), seq + 1);
+        mediaLeaves(100);
+        mediaLeaves(101);
+    }
+    for (unsigned int seq = 0; seq < kGroups; ++seq) {
+        waiting.waitAgain(number(seq));
+    }
+    ASSERT_EQ(ready(), Numbers());
+    for (const unsigned int mask : {0xc00000u, 0xe00001u}) {
+        const _uint64_t before = steps;
+        addXor(kGroups + mask % 2, 100, mask);
+        EXPECT_LE(steps - before, kDepth);
+    }
+    for (unsigned int seq = 0; seq < kGroups; seq += 2) {
+        remove(seq * 7 % kGroups);
+    }
+    mediaArrives(102);
+    ASSERT_EQ(ready(), expectedReady());
+    mediaArrives(100);
+    EXPECT_EQ(ready(), expectedReady());
+    EXPECT_EQ(ready().size(), kGroups / 2 + 1);  // the largest lacks two
+}
+
+TEST_F(FecWaitingTest, NumbersWithoutAFiledPacketDoNotWait) {
+    addXor(500, 100, 0xc00000);
+    mediaArrives(100);
+    waiting.waitAgain(501);
+    waiting.waitAgain(40000);
+    EXPECT_EQ(ready(), Numbers({500}));
+    waiting.waitAgain(500);  // it lacks nothing all the same
+    EXPECT_EQ(ready(), Numbers({500}));
+    mediaLeaves(100);
+    waiting.waitAgain(500);
+    EXPECT_EQ(ready(), Numbers());
+}
+
 // The table of XOR groups has fewer places than there are bases.
 TEST_F(FecWaitingTest, XorGroupsOfEveryBaseAreReadyByThemselves) {
     for (unsigned int base = 0; base < 65536; ++base) {

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <vector>
+
 #include "StoreFixture.h"
 
 namespace talrtp {
@@ -120,6 +122,31 @@ TEST_F(ReceiveIndexTest, RebuiltPacketIsKnownButNotStored) {
     rebuiltList.at(9) = nullptr;
     EXPECT_FALSE(index.isTrueFrom(9, 1));
     EXPECT_TRUE(index.isTrueFrom(10, 1));
+    rebuiltList.erase(9);
+    EXPECT_FALSE(index.isTrueFrom(9, 1));
+}
+
+// A group of three media packets, from 0 on, waits for two of them.
+TEST_F(ReceiveIndexTest, FecPacketsCountOnlyNumbersThatBecomeKnownOrUnknown) {
+    std::vector<unsigned char> bytes(12 + 12, 0);
+    bytes[0] = 0x80;
+    bytes[17] = 1;  // FEC packet
+    bytes[18] = 3;  // media packets
+    CRTPRSPacket* const packet = new CRTPRSPacket(bytes.data(), static_cast<int>(bytes.size()));
+    index.fec.add(0, packet, RTP_FEC_RS);
+    index.know(0);
+    index.forget(0);
+    index.addMedia(0, makePacket(0), true, true);
+    index.removeMedia(0);
+    index.know(1);
+    EXPECT_FALSE(index.fec.hasWork(RTP_FEC_RS));  // one of two
+    index.know(1);
+    EXPECT_FALSE(index.fec.hasWork(RTP_FEC_RS));
+    index.forget(2);
+    index.removeMedia(2);
+    index.releaseMedia(2);
+    index.know(2);
+    EXPECT_TRUE(index.fec.hasWork(RTP_FEC_RS));
 }
 
 TEST_F(ReceiveIndexTest, RangeWithAnExchangedPacketIsNotTrue) {

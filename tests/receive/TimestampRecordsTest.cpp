@@ -7,6 +7,7 @@
 #include <map>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "StoreFixture.h"
@@ -83,6 +84,42 @@ TEST_F(TimestampRecordsTest, NullRecordIsNoRecord) {
     EXPECT_EQ(records.findOrMake(100, 7), nullptr);
     EXPECT_EQ(records.noteMedia(100, 1, 7), nullptr);
     EXPECT_EQ(records.find(100), nullptr);
+}
+
+// A derived class may exchange the record of an entry, or those of two entries.
+TEST_F(TimestampRecordsTest, EntryIsTrueWhileItHoldsTheRecordThatIsFiledForIt) {
+    stTalRtpTSInfo* const first = records.findOrMake(100, 7);
+    records.findOrMake(200, 7);
+    EXPECT_TRUE(records.isTrue(first));
+    EXPECT_TRUE(records.isTrueAt(100));
+    EXPECT_TRUE(records.isTrueAt(300));  // has none
+    std::swap(recordList.at(100), recordList.at(200));
+    EXPECT_FALSE(records.isTrue(first));
+    EXPECT_FALSE(records.isTrueAt(100));
+    EXPECT_FALSE(records.isTrueAt(200));
+    std::swap(recordList.at(100), recordList.at(200));
+    stTalRtpTSInfo other;
+    recordList.at(100) = &other;
+    EXPECT_FALSE(records.isTrue(first));
+    EXPECT_FALSE(records.isTrueAt(100));
+    recordList.at(100) = nullptr;
+    EXPECT_FALSE(records.isTrue(first));
+    EXPECT_TRUE(records.isTrueAt(100));
+    recordList.at(100) = first;
+    EXPECT_TRUE(records.isTrue(first));
+    EXPECT_TRUE(records.isTrueAt(100));
+}
+
+TEST_F(TimestampRecordsTest, RecordInTwoEntriesIsFiledOnce) {
+    stTalRtpTSInfo* const record = new stTalRtpTSInfo;
+    recordList[100] = record;
+    recordList[200] = record;
+    records.rebuild();
+    EXPECT_EQ(records.order().oldest(), record);
+    EXPECT_EQ(records.order().newest(), record);
+    EXPECT_EQ(CAgeOrder::older(record), nullptr);
+    EXPECT_EQ(CAgeOrder::newer(record), nullptr);
+    recordList.erase(200);
 }
 
 TEST_F(TimestampRecordsTest, NotesStandInOrderOfArrival) {
