@@ -1,4 +1,4 @@
-// The codec with any model, sizes and positions. Every buffer ends where its block ends. What is decoded is
+// The codec with any model, sizes and positions. Every buffer ends where its block ends. Decoded blocks are
 // compared with plain table arithmetic over the whole decoding matrix and, when the positions are distinct,
 // with the sources that the parity was made of.
 

@@ -1,5 +1,5 @@
 // One-byte header-extension elements: packets from the network are searched for every id, and elements of any
-// content are appended, several times over. What was there before must still be there afterwards.
+// content are appended, several times over. Earlier content must still be there afterwards.
 
 #include "FuzzSupport.h"
 #include "TraceCatcher.h"

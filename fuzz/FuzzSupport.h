@@ -1,4 +1,4 @@
-// What the fuzzers share: a claim that ends the program when it does not hold, so that the fuzzer keeps the
+// The fuzzers share a claim that ends the program when it does not hold, so that the fuzzer keeps the
 // input, a buffer of just the size that is given, so that a sanitizer sees every byte beyond, and a reader
 // that takes values from an input.
 

@@ -16,7 +16,7 @@ namespace {
 constexpr unsigned char kUntouched = 0xa5;
 constexpr int kWordSize = 4;
 
-// What is built next: its arguments, the size that it needs, the size that it will have, and its reading.
+// A packet to be built: its arguments, the size that it needs, the size that it will have, and its reading.
 class Packet {
 public:
     virtual ~Packet() = default;

@@ -261,7 +261,7 @@ int byteStreamSize(const CTalRtpPacket& packet) {
     return size;
 }
 
-// What a temporary packet reports as its capacity: room for the worst case in which every unit has one byte.
+// A temporary packet reports this capacity: room for the worst case, in which every unit has one byte.
 int aggregateCapacity(const CTalRtpPacket& packet) {
     const int rest = packet.get_payload_size() - kStapAHeaderSize;
     return rest + packet.get_header_size() + 2 * (rest / kMinAggregatedUnit);

@@ -1,4 +1,4 @@
-"""What the tests of the program `talrtp` share: their cases, the processes that they start, and streams.
+"""Shared by the tests of the program `talrtp`: their cases, the processes that they start, and streams.
 
 A test is a script whose cases are functions with the decorator `case`. Without a case all run, one after the other,
 each in a folder of its own:

@@ -1,4 +1,4 @@
-"""What tshark tells of a capture, and a second reading of our FEC headers."""
+"""The fields that tshark reads in a capture, and a second reading of our FEC headers."""
 
 import os
 import subprocess

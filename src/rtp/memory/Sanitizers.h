@@ -1,5 +1,5 @@
-// What AddressSanitizer is told of memory that is used again behind the allocator's back: a block that waits
-// for its next use must not be touched.
+// AddressSanitizer is told of memory that is used again without the allocator: a block that waits for its
+// next use must not be touched.
 
 #ifndef TALRTP_SRC_MEMORY_SANITIZERS_H
 #define TALRTP_SRC_MEMORY_SANITIZERS_H

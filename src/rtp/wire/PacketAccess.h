@@ -1,5 +1,4 @@
-// What the library's own code may do to a packet object beside the public operations, to save work that
-// nobody could observe.
+// Operations on a packet object that are the library's own. They save work that nobody could observe.
 
 #ifndef TALRTP_SRC_WIRE_PACKETACCESS_H
 #define TALRTP_SRC_WIRE_PACKETACCESS_H
@@ -32,7 +31,7 @@ public:
     // How many times a packet got another buffer, or less or more of its own, on this thread so far.
     static unsigned int replacedBuffers();
 
-    // What the getters return, without a call.
+    // The values that the getters return, without a call.
     static const unsigned char* buffer(const CTalRtpPacket& packet) { return packet.m_buffer; }
     static int packetSize(const CTalRtpPacket& packet) { return packet.m_packetSize; }
 
