@@ -155,8 +155,29 @@ void CMMRTPSessionBase::recoverPacketWithFEC() {
     }
 }
 
+namespace {
+
+// While one exists, tries keep the sizes of media packets for the next ones.
+class CRoundOfTries {
+public:
+    // A host's hooks may change packets, so its sessions keep none.
+    explicit CRoundOfTries(CReceiveIndex& index) : m_index(index) {
+        m_index.windowSizes.forget();
+        m_index.isInRound = !index.isHost;
+    }
+    ~CRoundOfTries() { m_index.isInRound = false; }
+    CRoundOfTries(const CRoundOfTries&) = delete;
+    CRoundOfTries& operator=(const CRoundOfTries&) = delete;
+
+private:
+    CReceiveIndex& m_index;
+};
+
+}  // namespace
+
 void CSessionAccess::retryFecPackets(CMMRTPSessionBase& session) {
     CReceiveIndex& index = listsForFec(session);
+    const CRoundOfTries round(index);
     bool isEveryDue = index.fec.beginRound(session.m_fecType);
     _uint16_t seq = 0;
     while (lists(session).fec.findNextTry(isEveryDue, seq)) {
@@ -392,31 +413,34 @@ CTalRtpPacket* CMMRTPSessionBase::recoverPacket(unsigned short seq, CRTPFECPacke
     }
     m_index->meter.steps += kFecMaskBits;
     const _uint16_t base = fecPacket->get_fec_sequence_number_base();
-    const CTalRtpPacket* packets[kFecMaskBits];
-    int count = 0;
-    int length = fecPacket->get_fec_recover_length();
-    _uint64_t present =
-        xorMaskWindow(fecPacket->get_fec_mask()) &
-        CSessionAccess::listsAround(*this, base, kFecMaskBits).media.known().window(base, kFecMaskBits);
-    for (; present != 0; present &= present - 1) {
-        const int i = __builtin_ctzll(present);
-        packets[count] = &knownPacket(static_cast<_uint16_t>(base + i), *m_index, m_recoverPacketList);
-        length ^= CPacketAccess::packetSize(*packets[count++]) - kFixedHeaderSize;
+    const CNumberSet known = CSessionAccess::listsAround(*this, base, kFecMaskBits).media.known();
+    _uint32_t present =
+        xorMaskWindow(fecPacket->get_fec_mask()) & static_cast<_uint32_t>(known.window(base, kFecMaskBits));
+    const auto packetAt = [this, base](unsigned int i) -> const CTalRtpPacket& {
+        return knownPacket(static_cast<_uint16_t>(base + i), *m_index, m_recoverPacketList);
+    };
+    const auto sizeOf = [packetAt](unsigned int i) {
+        return CPacketAccess::packetSize(packetAt(i)) - kFixedHeaderSize;
+    };
+    if (!m_index->isInRound) {
+        m_index->windowSizes.forget();
     }
+    const int length = fecPacket->get_fec_recover_length() ^ m_index->windowSizes.sum(base, present, sizeOf);
     // Forged parity mostly fails here, before a byte of a packet is read, unless somebody reads the lines
     // about packets that are too long.
-    if (static_cast<_uint16_t>(length) > bodyCapacity && !isTraced(TRACE_WARNING)) {
+    if (length > bodyCapacity && !isTraced(TRACE_WARNING)) {
         return nullptr;
     }
     CXorRecovery recovery(CPacketAccess::buffer(*fecPacket), bodyCapacity);
     const stByteView parity = {fecPacket->get_payload_ptr() + kFecHeaderSize,
                                fecPacket->get_payload_size() - kFecHeaderSize};
     reportIfCut(recovery.addParity(parity), seq, bodyCapacity, parity.size);
-    for (int i = 0; i < count; ++i) {
-        const stByteView packet = viewOf(*packets[i]);
+    for (; present != 0; present &= present - 1) {
+        const CTalRtpPacket& media = packetAt(static_cast<unsigned int>(__builtin_ctz(present)));
+        const stByteView packet = viewOf(media);
         // Compatibility: the packet kind, not the payload type that the sender XORed; receivers in the field
         // rebuild the payload type so.
-        const EXorBody body = recovery.addMediaPacket(packet, packets[i]->get_packet_type());
+        const EXorBody body = recovery.addMediaPacket(packet, media.get_packet_type());
         reportIfCut(body, seq, bodyCapacity, packet.bodySize());
     }
     return recovery.isPlausible() ? makeRecovered(recovery, bodyCapacity, seq, fecPacket->get_sync_source())

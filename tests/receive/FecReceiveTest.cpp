@@ -3,6 +3,8 @@
 
 #include <pthread.h>
 
+#include <algorithm>
+
 #include "SessionFixture.h"
 
 namespace talrtp {
@@ -540,6 +542,89 @@ TEST(FecChainTest, ThousandsOfRoundsNeedNoDeepStack) {
     for (unsigned short i = 0; i <= 4000; ++i) {
         ASSERT_EQ(delivered[i], i);
     }
+}
+
+// --- Sizes that tries keep -----------------------------------------------------------------------------
+
+// Units of these sizes, and XOR parity over them all from number 10 on.
+class FecSizeTest : public SessionTest<CMMRTPSession4SVC> {
+protected:
+    FecSizeTest() { session.SetFecType(RTP_FEC_XOR); }
+
+    static Bytes unit(unsigned short seq, std::size_t size) {
+        Bytes bytes(size, static_cast<unsigned char>(seq));
+        bytes.front() = 0x41;
+        return bytes;
+    }
+    static Bytes parityOver(unsigned short fecSeq, const std::vector<std::size_t>& sizes, unsigned int ts) {
+        XorFec fec;
+        fec.seq = fecSeq;
+        fec.timestamp = ts;
+        fec.base = 10;
+        fec.parity = Bytes(*std::max_element(sizes.begin(), sizes.end()), 0x00);
+        for (std::size_t j = 0; j < sizes.size(); ++j) {
+            const Bytes bytes = unit(static_cast<unsigned short>(10 + j), sizes[j]);
+            fec.mask |= 0x800000u >> j;
+            fec.length = static_cast<unsigned short>(fec.length ^ sizes[j]);
+            fec.payloadType ^= kMediaType;
+            fec.recoveredTimestamp ^= ts;
+            for (std::size_t i = 0; i < bytes.size(); ++i) {
+                fec.parity[i] ^= bytes[i];
+            }
+        }
+        return fec.bytes();
+    }
+    // Packet 10 is too long for the parity that waits for it: the try in a round fails. Then it ages out.
+    void failInARound() {
+        receive(parityOver(1, {4, 4}, kTimestamp));
+        media(10, unit(10, 20));
+        ASSERT_THAT(sink.handovers, SizeIs(1));
+        at(7000);
+        picture(kTimestamp + 1);
+        media(40);
+        sink.handovers.clear();
+    }
+
+    TraceCatcher silence{-1};  // nobody reads the lines about packets that are too long
+};
+
+TEST_F(FecSizeTest, RoundOfTriesKnowsNoSizeOfTheRoundBefore) {
+    failInARound();
+    receive(parityOver(2, {4, 4}, timestamp));
+    media(10, unit(10, 4));
+    EXPECT_THAT(sink.handovers, SizeIs(2));
+}
+
+TEST_F(FecSizeTest, TryOnArrivalKnowsNoSizeOfARound) {
+    failInARound();
+    media(10, unit(10, 4));
+    receive(parityOver(2, {4, 4}, timestamp));
+    EXPECT_THAT(sink.handovers, SizeIs(2));
+}
+
+// Cuts media packet 10 once it was asked to rebuild something.
+class CuttingProbe : public SvcProbe {
+public:
+    using SvcProbe::SvcProbe;
+
+    CTalRtpPacket* recoverPacket(unsigned short seq, CRTPFECPacket* fecPacket) override {
+        CTalRtpPacket* const packet = SvcProbe::recoverPacket(seq, fecPacket);
+        m_mediaPacketList.at(10)->set_payload_size(4);
+        return packet;
+    }
+};
+
+TEST_F(FecSizeTest, HostMayChangeSizesInARound) {
+    CuttingProbe host(&sink, kSourceId);
+    host.SetFecType(RTP_FEC_XOR);
+    const auto receiveNow = [&host](Bytes datagram) {
+        host.InputReceivedData(datagram.data(), static_cast<int>(datagram.size()), 1000);
+    };
+    receiveNow(parityOver(1, {4, 8}, kTimestamp));
+    receiveNow(parityOver(2, {4, 4}, kTimestamp));
+    receiveNow(rtp(10, kTimestamp, unit(10, 20)));  // too long for both, until it is cut
+    EXPECT_THAT(host.m_fecPacketList, IsEmpty());
+    EXPECT_EQ(host.m_mediaPacketList.count(11), 1u);
 }
 
 }  // namespace

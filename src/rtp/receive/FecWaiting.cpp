@@ -6,6 +6,7 @@
 #include <new>
 
 #include "NumberPages.h"
+#include "Prefetch.h"
 
 namespace talrtp {
 
@@ -130,7 +131,7 @@ public:
                unsigned int fecCount);
     void remove(_uint16_t fecSeq);
     void waitAgain(_uint16_t fecSeq);
-    void prefetch(_uint16_t fecSeq) const;
+    void prefetchGroup(_uint16_t fecSeq) const;
     bool findReady(_uint16_t seq, _uint16_t& found) const;
 
     void mediaArrived(_uint16_t seq);
@@ -159,7 +160,7 @@ private:
     void wait(Id id);
     void markReady(Id id);
     FecPage::Member& memberOf(_uint16_t fecSeq) { return m_fecPages[fecSeq].members[placeOf(fecSeq)]; }
-    void setReady(_uint16_t fecSeq);
+    void setReady(FecPage& page, _uint16_t fecSeq);
     void unsetReady(_uint16_t fecSeq);
 
     // --- Reed-Solomon ---
@@ -377,7 +378,7 @@ void CFecGroups::join(Id id, bool isNew, _uint16_t fecSeq) {
     if (isNew) {
         wait(id);
     } else if (!group.isWaiting) {
-        setReady(fecSeq);
+        setReady(m_fecPages[fecSeq], fecSeq);
     }
 }
 
@@ -420,10 +421,10 @@ void CFecGroups::waitAgain(_uint16_t fecSeq) {
     wait(id);
 }
 
-void CFecGroups::prefetch(_uint16_t fecSeq) const {
+void CFecGroups::prefetchGroup(_uint16_t fecSeq) const {
     const FecPage* const page = m_fecPages.find(fecSeq);
     if (page != nullptr && (page->filed & bitOf(fecSeq)) != 0) {
-        __builtin_prefetch(&m_groups[page->members[placeOf(fecSeq)].group], 1);
+        prefetch(&m_groups[page->members[placeOf(fecSeq)].group]);
     }
 }
 
@@ -475,16 +476,18 @@ void CFecGroups::markReady(Id id) {
     _uint16_t member = first;
     do {
         ++m_steps;
-        setReady(member);
-        member = memberOf(member).next;
+        FecPage& page = m_fecPages[member];
+        setReady(page, member);
+        member = page.members[placeOf(member)].next;
     } while (member != first);
 }
 
-void CFecGroups::setReady(_uint16_t fecSeq) {
-    FecPage& page = m_fecPages[fecSeq];
+void CFecGroups::setReady(FecPage& page, _uint16_t fecSeq) {
+    if (page.ready == 0) {
+        m_readyPages.insert(pageOf(fecSeq));
+    }
     m_readyCount += (page.ready & bitOf(fecSeq)) == 0;
     page.ready |= bitOf(fecSeq);
-    m_readyPages.insert(pageOf(fecSeq));
 }
 
 void CFecGroups::unsetReady(_uint16_t fecSeq) {
@@ -910,6 +913,7 @@ CFecGroups::Id CFecGroups::takeReady(Id id, _uint32_t missing) {
         return kNone;
     }
     ++m_steps;
+    prefetch(&m_groups[group.right]);
     const Id below = takeReady(left(id), missing);
     const Id rest = takeReady(right(id), missing);
     if (isTwoOrMore(group.exclusiveOr.window & missing)) {
@@ -934,6 +938,9 @@ void CFecGroups::takeAll(Id id) {
             m_groups[last].exclusiveOr.nextDue = due;
             last = due;
             m_groups[due].exclusiveOr.nextDue = kNone;
+            const _uint16_t member = m_groups[due].firstMember;
+            prefetch(&m_fecPages[member].ready);
+            prefetch(&memberOf(member));
         }
     };
     m_groups[id].exclusiveOr.nextDue = kNone;
@@ -1038,7 +1045,7 @@ void CFecWaiting::waitAgain(_uint16_t fecSeq) {
 
 void CFecWaiting::prefetchGroup(_uint16_t fecSeq) const {
     if (m_groups != nullptr) {
-        m_groups->prefetch(fecSeq);
+        m_groups->prefetchGroup(fecSeq);
     }
 }
 

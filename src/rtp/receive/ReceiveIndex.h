@@ -14,6 +14,7 @@
 #include "OwnNodes.h"
 #include "StepMeter.h"
 #include "TimestampRecords.h"
+#include "WindowSizes.h"
 #include "memory/NodePool.h"
 
 namespace talrtp {
@@ -65,6 +66,9 @@ public:
     bool isAsking = false;
     bool mustAskAgain = false;
 
+    // A round of tries goes on, in which no media packet changes, and `windowSizes` remembers their sizes.
+    bool isInRound = false;
+
     // Notes that the session's class is a host's.
     void setHost() {
         isHost = true;
@@ -75,6 +79,7 @@ public:
     CTimestampRecords records;
     CFecStore fec;
     CHandoverBuffer handover;
+    CWindowSizes windowSizes;
 
     // The steps of the media store that FEC packets wait for, with what these do then.
 
