@@ -173,7 +173,6 @@ private:
 
     // What scripts need, one at a time.
     struct Memory {
-        ParitySender sender;
         Kept<Bytes> sent;
         Kept<Action> due;
         Bytes datagram;  // of the step
@@ -322,12 +321,14 @@ private:
         if (mediaCount == 0) {
             return;
         }
-        const int count = m_memory.sender.makeParity(sent.data() + sent.size() - mediaCount, mediaCount,
-                                                     m_fecType, 1 + static_cast<int>(how & 3), m_payloadType,
-                                                     m_fecPayloadType, m_fecSequence);
+        // Made late: as long as no session is alive, the library keeps no Reed-Solomon models.
+        static ParitySender sender;
+        const int count =
+            sender.makeParity(sent.data() + sent.size() - mediaCount, mediaCount, m_fecType,
+                              1 + static_cast<int>(how & 3), m_payloadType, m_fecPayloadType, m_fecSequence);
         for (int i = 0; i < count; ++i) {
             if ((how >> (2 + i) & 1) == 0) {
-                const CTalRtpPacket& parity = m_memory.sender.parity(m_fecType, i);
+                const CTalRtpPacket& parity = sender.parity(m_fecType, i);
                 m_memory.datagram.assign(parity.get_buffer(), parity.get_buffer() + parity.get_packet_size());
                 arrive(m_memory.datagram);
             }

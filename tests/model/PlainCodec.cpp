@@ -129,17 +129,19 @@ Matrix inverseOf(Matrix matrix) {
 std::vector<Bytes> rebuildBlocks(int k, int n, const std::vector<int>& positions,
                                  const std::vector<Bytes>& blocks, const std::vector<int>& lost, int size) {
     Matrix present;
+    present.reserve(positions.size());
     for (int position : positions) {
         present.push_back(codeMatrix(k, n)[position]);
     }
-    const Matrix inverse = inverseOf(present);
+    const Matrix inverse = inverseOf(std::move(present));
     std::vector<Bytes> rebuilt;
+    rebuilt.reserve(lost.size());
     for (int source : lost) {
         Bytes block(size, 0);
         for (int j = 0; j < k; ++j) {
             addMultiple(block, inverse[source][j], blocks[j]);
         }
-        rebuilt.push_back(block);
+        rebuilt.push_back(std::move(block));
     }
     return rebuilt;
 }

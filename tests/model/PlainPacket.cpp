@@ -88,6 +88,7 @@ unsigned int PlainPacket::payloadByte(int offset) const {
 
 Bytes PlainPacket::payload(int offset, int count) const {
     Bytes result;
+    result.reserve(static_cast<std::size_t>(std::max(count, 0)));
     const int header = headerSize();
     for (int i = 0; i < count; ++i) {
         result.push_back(static_cast<unsigned char>(byteAt(header + offset + i)));

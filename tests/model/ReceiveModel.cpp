@@ -3,6 +3,7 @@
 #include "model/Decimal.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace talrtp {
 namespace model {
@@ -15,6 +16,7 @@ constexpr int kInfo = 2;
 
 constexpr std::uint64_t kStaleAfter = 5001;  // milliseconds without a packet of the timestamp
 constexpr std::size_t kAllNumbers = 65536;
+constexpr std::size_t kUsualMessage = 160;
 const Bytes kStartCode = {0, 0, 0, 1};
 
 void appendText(std::string& out, const char* text) {
@@ -29,6 +31,7 @@ void appendText(std::string& out, Number value) {
 template <typename... Pieces>
 std::string join(Pieces... pieces) {
     std::string message;
+    message.reserve(kUsualMessage);
     (appendText(message, pieces), ...);
     return message;
 }
@@ -64,9 +67,9 @@ int fragmentDataSize(const PlainPacket& packet) {
 
 }  // namespace
 
-void ReceiveModel::say(int level, const std::string& message) {
+void ReceiveModel::say(int level, std::string message) {
     if (mask >= level) {
-        lines.push_back({level, message});
+        lines.push_back({level, std::move(message)});
     }
 }
 
@@ -127,13 +130,16 @@ int ReceiveModel::inputReceivedData(const unsigned char* data, int dataLen, std:
     if (dataLen >= 12 && (data[1] & 0x7fU) == fecPayloadType) {
         kind = fecType == 0 ? PacketKind::kXorFec : PacketKind::kRsFec;
     }
-    if (dataLen < 12 || !validate(PlainPacket::fromBytes(data, dataLen, kind))) {
+    PlainPacket packet;
+    if (dataLen >= 12) {
+        packet = PlainPacket::fromBytes(data, dataLen, kind);
+    }
+    if (dataLen < 12 || !validate(packet)) {
         say(kError, join("CMMRTPSessionBase::InputReceivedData check data validate failed, data = 0xP, "
                          "dataLen = ",
                          dataLen));
         return -1;
     }
-    const PlainPacket packet = PlainPacket::fromBytes(data, dataLen, kind);
     const unsigned int type = packet.payloadType();
     if (type == fecPayloadType) {
         counters.receivedFec += 1;

@@ -120,7 +120,7 @@ private:
         std::vector<int> missing;
     };
 
-    void say(int level, const std::string& message);
+    void say(int level, std::string message);
 
     // Entry and bookkeeping
     bool validate(const PlainPacket& packet);

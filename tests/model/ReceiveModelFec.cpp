@@ -54,6 +54,7 @@ int parityBlockSize(const PlainPacket& fec) {
 // The 4 bytes of a length, least significant first.
 Bytes lengthWord(unsigned int length) {
     Bytes word;
+    word.reserve(4);
     for (int shift = 0; shift < 32; shift += 8) {
         word.push_back(static_cast<unsigned char>(length >> shift));
     }
@@ -250,6 +251,8 @@ bool ReceiveModel::recoverWithRs(const PlainPacket& fec) {
 
 // Collects the available shards. True when something is missing and exactly k shards are there to rebuild it.
 bool ReceiveModel::findRsShards(const PlainPacket& fec, RsGroup& group) const {
+    group.present.reserve(static_cast<std::size_t>(group.k));
+    group.missing.reserve(static_cast<std::size_t>(group.k));
     for (int i = 0; i < group.k; ++i) {
         const bool isPresent = knownMedia(wrapped(group.mediaBase + i)) != nullptr;
         (isPresent ? group.present : group.missing).push_back(i);
@@ -269,6 +272,8 @@ bool ReceiveModel::findRsShards(const PlainPacket& fec, RsGroup& group) const {
 void ReceiveModel::rebuildByRs(const PlainPacket& fec, const RsGroup& group) {
     std::vector<Bytes> blocks;
     std::vector<Bytes> lengths;
+    blocks.reserve(group.present.size());
+    lengths.reserve(group.present.size());
     int largestPacket = 0;
     int largestParity = 0;
     for (int shard : group.present) {
