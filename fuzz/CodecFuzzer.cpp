@@ -7,9 +7,9 @@
 #include <talrtp/RsFec.h>
 
 #include <algorithm>
+#include <bitset>
 #include <cstddef>
 #include <cstdint>
-#include <set>
 
 namespace talrtp {
 namespace fuzz {
@@ -38,7 +38,7 @@ class Group {
 public:
     explicit Group(InputReader& input)
         : m_input(input),
-          m_isLarge(input.within(0, 15) == 15),
+          m_isLarge(input.within(0, 63) == 63),
           m_k(input.within(1, m_isLarge ? 255 : kUsualSources)),
           m_n(input.within(m_k, m_isLarge ? 256 : m_k + kUsualParity)),
           m_isUniform(input.flag()),
@@ -53,6 +53,7 @@ public:
 
     void decodeAtAnyPositions() {
         std::vector<int> index;
+        index.reserve(static_cast<std::size_t>(m_k));
         for (int j = 0; j < m_k; ++j) {
             const bool isWild = m_input.within(0, 63) == 63;
             index.push_back(isWild ? m_input.any<int>() : m_input.within(0, m_n - 1));
@@ -72,6 +73,7 @@ private:
         const int products = m_k * std::max(m_n - m_k, 1);
         const int maxSize = std::min({kMaxWork / m_n, kMaxProducts / products, MAX_PACKET_SIZE});
         m_longest = m_input.within(0, maxSize);
+        m_blocks.reserve(static_cast<std::size_t>(m_n));
         for (int j = 0; j < m_k; ++j) {
             const int size = m_isUniform ? m_longest : m_input.within(0, m_longest);
             Bytes bytes = m_input.bytes(static_cast<std::size_t>(size));
@@ -89,18 +91,14 @@ private:
     void encode() {
         std::vector<unsigned char*> sources = pointersTo(m_blocks);
         std::vector<int> sizes = sizesOf(m_blocks);
-        std::vector<ExactBuffer> parity;
-        const Bytes empty(static_cast<std::size_t>(m_longest), 0xEE);
-        for (int i = m_k; i < m_n; ++i) {
-            parity.emplace_back(empty);
-        }
+        std::vector<ExactBuffer> parity = emptyBlocks(m_n - m_k, m_longest);
         std::vector<unsigned char*> dst = pointersTo(parity);
         const int result = m_isUniform ? CRsFec::Encode(m_model, sources.data(), m_longest, dst.data())
                                        : CRsFec::Encode(m_model, sources.data(), sizes.data(), dst.data());
         require(result == 0, "blocks within the limit are encoded");
         for (int i = 0; i < m_n - m_k; ++i) {
             const unsigned char* const row = m_model->enc_matrix + (m_k + i) * m_k;
-            require(parity[static_cast<std::size_t>(i)].bytes() == combine(m_blocks, row),
+            require(isSum(parity[static_cast<std::size_t>(i)], m_blocks, row),
                     "a parity block is the sum of its row");
         }
         for (ExactBuffer& block : parity) {
@@ -110,31 +108,37 @@ private:
 
     // Replaces positions that are out of range or were there before by the lowest free ones.
     void makeDistinct(std::vector<int>& index) const {
-        std::set<int> used;
-        int next = 0;
+        std::bitset<kMostBlocks> used;
+        std::size_t next = 0;
         for (int& position : index) {
-            if (position < 0 || position >= m_n || used.count(position) != 0) {
-                while (used.count(next) != 0) {
+            if (!isBlock(position) || used[static_cast<std::size_t>(position)]) {
+                while (used[next]) {
                     ++next;
                 }
-                position = next;
+                position = static_cast<int>(next);
             }
-            used.insert(position);
+            used.set(static_cast<std::size_t>(position));
         }
     }
 
+    // Tells whether no position is there twice.
+    static bool isDistinct(std::vector<int> index) {
+        std::sort(index.begin(), index.end());
+        return std::adjacent_find(index.begin(), index.end()) == index.end();
+    }
+
+    bool isBlock(int position) const { return position >= 0 && position < m_n; }
+
     void decode(std::vector<int> index, std::vector<int> lost) {
         std::vector<ExactBuffer> received;
+        received.reserve(index.size());
         for (const int position : index) {
-            const bool isBlock = position >= 0 && position < m_n;
-            received.emplace_back(m_blocks[static_cast<std::size_t>(isBlock ? position : 0)].bytes());
+            const ExactBuffer& block = m_blocks[static_cast<std::size_t>(isBlock(position) ? position : 0)];
+            received.emplace_back(block.data(), block.size());
         }
         std::vector<int> sizes = sizesOf(received);
         const int longest = *std::max_element(sizes.begin(), sizes.end());
-        std::vector<ExactBuffer> out;
-        for (std::size_t r = 0; r < lost.size(); ++r) {
-            out.emplace_back(Bytes(static_cast<std::size_t>(longest), 0xEE));
-        }
+        std::vector<ExactBuffer> out = emptyBlocks(static_cast<int>(lost.size()), longest);
         std::vector<int> matrixIndex = index;
         Bytes matrix(static_cast<std::size_t>(m_k * m_k));
         const int expected = bld_dec_mat(m_model, matrix.data(), matrixIndex.data());
@@ -145,33 +149,54 @@ private:
                            pointersTo(out).data(), lost.data(), static_cast<int>(lost.size()));
 
         require(result == (expected == 0 ? 0 : 1), "decoding succeeds when there is a matrix");
-        const bool isDistinct = std::set<int>(index.begin(), index.end()).size() == index.size();
         for (std::size_t r = 0; r < lost.size() && result == 0; ++r) {
-            const Bytes sum = combine(received, matrix.data() + lost[r] * m_k);
-            require(out[r].bytes() == sum, "a rebuilt block is the sum of its row");
-            Bytes source = m_blocks[static_cast<std::size_t>(lost[r])].bytes();
-            source.resize(std::max(source.size(), sum.size()), 0);
-            require(std::equal(sum.begin(), sum.end(), source.begin()), "a rebuilt block is the lost one");
+            require(isSum(out[r], received, matrix.data() + lost[r] * m_k),
+                    "a rebuilt block is the sum of its row");
+            require(isPadded(out[r], m_blocks[static_cast<std::size_t>(lost[r])]),
+                    "a rebuilt block is the lost one");
         }
-        require(result != 0 || (isDistinct && decodeIndex == index && matrixIndex == index),
+        require(result != 0 || (isDistinct(index) && decodeIndex == index && matrixIndex == index),
                 "only distinct positions are decoded, and they are left as they were");
     }
 
-    // The sum of the blocks times the coefficients, each block zero behind its end.
-    static Bytes combine(const std::vector<ExactBuffer>& blocks, const unsigned char* coefficients) {
+    static std::vector<ExactBuffer> emptyBlocks(int count, int size) {
+        const Bytes bytes(static_cast<std::size_t>(size), 0xEE);
+        std::vector<ExactBuffer> blocks;
+        blocks.reserve(static_cast<std::size_t>(count));
+        for (int i = 0; i < count; ++i) {
+            blocks.emplace_back(bytes);
+        }
+        return blocks;
+    }
+
+    // Tells whether `sum` is the sum of the blocks times the coefficients, each block zero behind its end,
+    // and as long as the longest of them.
+    static bool isSum(const ExactBuffer& sum, const std::vector<ExactBuffer>& blocks,
+                      const unsigned char* coefficients) {
+        static Bytes expected;
         int longest = 0;
-        for (const ExactBuffer& block : blocks) {
-            longest = std::max(longest, block.size());
-        }
-        Bytes sum(static_cast<std::size_t>(longest), 0);
+        expected.assign(static_cast<std::size_t>(sum.size()), 0);
         for (std::size_t j = 0; j < blocks.size(); ++j) {
-            addPlainly(sum.data(), blocks[j].data(), blocks[j].size(), coefficients[j]);
+            longest = std::max(longest, blocks[j].size());
+            if (longest > sum.size()) {
+                return false;
+            }
+            addPlainly(expected.data(), blocks[j].data(), blocks[j].size(), coefficients[j]);
         }
-        return sum;
+        return longest == sum.size() && std::equal(expected.begin(), expected.end(), sum.data());
+    }
+
+    // Tells whether `block` is the source, as far as it goes, with zeros behind.
+    static bool isPadded(const ExactBuffer& block, const ExactBuffer& source) {
+        const int size = std::min(block.size(), source.size());
+        return std::equal(source.data(), source.data() + size, block.data()) &&
+               std::all_of(block.data() + size, block.data() + block.size(),
+                           [](unsigned char byte) { return byte == 0; });
     }
 
     static std::vector<unsigned char*> pointersTo(std::vector<ExactBuffer>& blocks) {
         std::vector<unsigned char*> pointers;
+        pointers.reserve(blocks.size());
         for (ExactBuffer& block : blocks) {
             pointers.push_back(block.data());
         }
@@ -180,14 +205,16 @@ private:
 
     static std::vector<int> sizesOf(const std::vector<ExactBuffer>& blocks) {
         std::vector<int> sizes;
+        sizes.reserve(blocks.size());
         for (const ExactBuffer& block : blocks) {
             sizes.push_back(block.size());
         }
         return sizes;
     }
 
-    // One group in sixteen is as large as the code allows. Those take a hundred times as long as the usual
+    // One group in 64 is as large as the code allows. Those take up to a hundred times as long as the usual
     // ones.
+    static constexpr std::size_t kMostBlocks = 256;
     static constexpr int kUsualSources = 24;
     static constexpr int kUsualParity = 12;
 
@@ -206,13 +233,12 @@ void addMultiple(InputReader& input) {
     const int size = input.within(0, 4000);
     Bytes source = input.bytes(static_cast<std::size_t>(size));
     source.resize(static_cast<std::size_t>(size), 0x5A);
+    Bytes expected(static_cast<std::size_t>(size), 0xC3);
     ExactBuffer src(source);
-    ExactBuffer dst(Bytes(static_cast<std::size_t>(size), 0xC3));
+    ExactBuffer dst(expected);
     gf_addmul(dst.data(), src.data(), c, size);
-    for (int i = 0; i < size; ++i) {
-        require(dst.data()[i] == (0xC3 ^ gf_mul_table[c][source[static_cast<std::size_t>(i)]]),
-                "dst ^= c * src");
-    }
+    addPlainly(expected.data(), source.data(), size, c);
+    require(std::equal(expected.begin(), expected.end(), dst.data()), "dst ^= c * src");
 }
 
 }  // namespace
