@@ -210,14 +210,15 @@ void oneXorWindow() {
     report("the same with XOR, the packet that makes all ready", receiver.times);
 }
 
-void parityOfItsOwnGroup() {
+// The groups of neighbours begin `step` media packets apart.
+void parityOfItsOwnGroup(const char* row, unsigned int step) {
     const std::size_t before = heapInUse();
     Receiver receiver(RTP_FEC_RS);
     for (unsigned int i = 0; i < kNumbers; ++i) {
-        Bytes datagram = parity(i, i * 2, 129, 127, 0, 0);
+        Bytes datagram = parity(i, i * step, 129, 127, 0, 0);
         receiver.input(datagram);
     }
-    report("20-byte parity of a group of its own, stored", receiver.times);
+    report(row, receiver.times);
     const std::size_t blocks = (sizeof(CTalRtpPacket) + 16) / 16 * 16 + (kPacketBytes + 24) / 16 * 16;
     std::printf("%-52s %10.1f bytes beside its own blocks\n", "  each keeps",
                 static_cast<double>(heapInUse() - before) / kNumbers - static_cast<double>(blocks));
@@ -283,7 +284,8 @@ int main(int argc, char** argv) {
     talrtp::oneWindow();
     talrtp::manyWindows();
     talrtp::oneXorWindow();
-    talrtp::parityOfItsOwnGroup();
+    talrtp::parityOfItsOwnGroup("20-byte parity of a group of its own, stored", 2);
+    talrtp::parityOfItsOwnGroup("the same, all groups from one media packet on", 0);
     talrtp::strayFragments();
     return 0;
 }
