@@ -3,18 +3,26 @@
 // and the counters have to fit to each other after each call, and to what the sink got.
 
 #include "FuzzSupport.h"
-#include "TraceCatcher.h"
 
 #include <talrtp/talrtp.h>
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 
 namespace talrtp {
 namespace fuzz {
 namespace {
+
+int s_traceMask = -1;
+
+void checkLine(int level, const char* text, unsigned int length) {
+    require(length == std::strlen(text) && std::strncmp(text, "[TAL] ", 6) == 0 && level >= 0 &&
+                level <= s_traceMask,
+            "a line has its length and its prefix, and is asked for");
+}
 
 class CountingSink : public ITalRTPSessionSink {
 public:
@@ -106,6 +114,15 @@ private:
     bool m_hasUnits;
 };
 
+// The trace mask as long as it lives.
+class Trace {
+public:
+    explicit Trace(int mask) { s_traceMask = mask; }
+    ~Trace() { s_traceMask = -1; }
+    Trace(const Trace&) = delete;
+    Trace& operator=(const Trace&) = delete;
+};
+
 class Run {
 public:
     explicit Run(InputReader& input)
@@ -123,7 +140,6 @@ public:
         while (m_input.size() > 0) {
             step();
             checkLists();
-            m_trace.clear();
         }
     }
 
@@ -389,7 +405,7 @@ private:
     std::uint16_t aNumber() { return static_cast<std::uint16_t>(m_input.within(0, 23) + 65524); }
     std::uint32_t aTimestamp() { return m_input.within(0U, 3U) * 1000 - 2000; }
 
-    test::TraceCatcher m_trace;
+    Trace m_trace;
     InputReader& m_input;
     bool m_hasSink;
     CountingSink m_sink;
@@ -401,6 +417,14 @@ private:
 }  // namespace
 }  // namespace fuzz
 }  // namespace talrtp
+
+extern "C" int get_external_trace_mask(void) {
+    return talrtp::fuzz::s_traceMask;
+}
+
+extern "C" void util_adapter_trace(int level, const char*, const char* text, unsigned int length) {
+    talrtp::fuzz::checkLine(level, text, length);
+}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     talrtp::fuzz::InputReader input(data, size);
