@@ -22,7 +22,7 @@ TALRTP_API int get_external_trace_mask(void);
 
 // Receives one finished line, on the same thread. `level` is 0 (ERROR), 1 (WARNING) or 2 (INFO); `tag` is
 // "TAL"; `text` is the line, NUL-terminated, and `length` its length in characters. Lends both strings until
-// it returns.
+// it returns. Called in the middle of an operation: call nothing of that object from here.
 TALRTP_API void util_adapter_trace(int level, const char* tag, const char* text, unsigned int length);
 
 }  // extern "C"
