@@ -156,7 +156,6 @@ void CSessionAccess::refreshLists(const CMMRTPSessionBase& session) {
 // kept, and all are asked once more.
 void CSessionAccess::rebuildLists(const CMMRTPSessionBase& session) {
     CReceiveIndex& index = *session.m_index;
-    index.setHost();
     index.rebuild(index.isAsking);
     if (index.isAsking) {
         index.mustAskAgain = true;
@@ -203,8 +202,8 @@ int failIfShort(CMMRTPSessionBase& session, Call call) {
     CReceiveIndex& index = CSessionAccess::index(session);
     index.isShort = false;
     index.isInSink = false;
-    if (stockSession(session) == nullptr) {
-        index.setHost();
+    if (index.isHost && stockSession(session) != nullptr) {
+        index.setStock();
     }
     try {
         const int result = call();

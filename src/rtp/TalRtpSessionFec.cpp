@@ -434,13 +434,18 @@ CTalRtpPacket* CMMRTPSessionBase::recoverPacket(unsigned short seq, CRTPFECPacke
     CXorRecovery recovery(CPacketAccess::buffer(*fecPacket), bodyCapacity);
     const stByteView parity = {fecPacket->get_payload_ptr() + kFecHeaderSize,
                                fecPacket->get_payload_size() - kFecHeaderSize};
-    reportIfCut(recovery.addParity(parity), seq, bodyCapacity, parity.size);
+    // All are found before the first line is logged, in which a derived class may change the lists.
+    const CTalRtpPacket* packets[kFecMaskBits];
+    int count = 0;
     for (; present != 0; present &= present - 1) {
-        const CTalRtpPacket& media = packetAt(static_cast<unsigned int>(__builtin_ctz(present)));
-        const stByteView packet = viewOf(media);
+        packets[count++] = &packetAt(static_cast<unsigned int>(__builtin_ctz(present)));
+    }
+    reportIfCut(recovery.addParity(parity), seq, bodyCapacity, parity.size);
+    for (int i = 0; i < count; ++i) {
+        const stByteView packet = viewOf(*packets[i]);
         // Compatibility: the packet kind, not the payload type that the sender XORed; receivers in the field
         // rebuild the payload type so.
-        const EXorBody body = recovery.addMediaPacket(packet, media.get_packet_type());
+        const EXorBody body = recovery.addMediaPacket(packet, packets[i]->get_packet_type());
         reportIfCut(body, seq, bodyCapacity, packet.bodySize());
     }
     return recovery.isPlausible() ? makeRecovered(recovery, bodyCapacity, seq, fecPacket->get_sync_source())

@@ -627,6 +627,21 @@ TEST_F(FecSizeTest, HostMayChangeSizesInARound) {
     EXPECT_EQ(host.m_mediaPacketList.count(11), 1u);
 }
 
+// A host may never make a public call.
+TEST_F(FecSizeTest, HostThatFeedsItselfMayChangeSizesInARound) {
+    CuttingProbe host(&sink, kSourceId);
+    host.SetFecType(RTP_FEC_XOR);
+    const auto feedFec = [&host](Bytes datagram) {
+        host.inputReceivedFECPacket(new CRTPFECPacket(datagram.data(), static_cast<int>(datagram.size())));
+    };
+    feedFec(parityOver(1, {4, 8}, kTimestamp));
+    feedFec(parityOver(2, {4, 4}, kTimestamp));
+    Bytes media = rtp(10, kTimestamp, unit(10, 20));
+    host.inputReceivedMediaPacket(new CTalRtpPacket(media.data(), static_cast<int>(media.size())));
+    EXPECT_THAT(host.m_fecPacketList, IsEmpty());
+    EXPECT_EQ(host.m_mediaPacketList.count(11), 1u);
+}
+
 }  // namespace
 }  // namespace test
 }  // namespace talrtp

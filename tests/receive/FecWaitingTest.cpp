@@ -443,7 +443,6 @@ TEST_F(FecWaitingTest, PacketThatJoinsAWaitingGroupWaits) {
     EXPECT_EQ(ready(), Numbers({1, 2, 3, 4}));
 }
 
-// Media that left is missing again for whoever waits: at the latest when something arrives near it.
 TEST_F(FecWaitingTest, FecPacketMeetsNoGroupThatIsTooShortForItOnceALongOneIsGone) {
     addRs(0, 0, 1, 0, 255);
     remove(0);
@@ -455,6 +454,7 @@ TEST_F(FecWaitingTest, FecPacketMeetsNoGroupThatIsTooShortForItOnceALongOneIsGon
     EXPECT_LE(steps, 10u);
 }
 
+// Media that left is missing again for whoever waits: at the latest when something arrives near it.
 TEST_F(FecWaitingTest, MediaThatLeftIsMissingAgain) {
     addRs(1, 100, 3, 50, 1);
     addXor(2, 100, 0xf00000);

@@ -420,6 +420,20 @@ TEST_F(ForeignChangeTest, PacketThatWasTakenOutIsNewAgain) {
     EXPECT_EQ(session.m_receivedValidMediaPacketNumber, 3u);
 }
 
+// A host may feed its session without a public call.
+TEST_F(ForeignChangeTest, ExchangedPacketIsSeenBeforeTheFirstDatagram) {
+    session.inputReceivedMediaPacket(unitPacket(7));
+    stTalRtpTSInfo* const record = session.m_tsInfoList.at(kTimestamp);
+    stTalRtpDataInfo* const unit = new stTalRtpDataInfo;
+    unit->startSeq = 7;
+    delete record->dataInfoMap.at(7);
+    record->dataInfoMap.at(7) = unit;
+    CTalRtpPacket* const packet = unitPacket(7);
+    exchange(session.m_mediaPacketList.at(7), packet);
+    EXPECT_EQ(session.getMediaPacketBySeq(7), packet);
+    EXPECT_EQ(session.getMediaDataInfo(kTimestamp, 7), unit);
+}
+
 TEST_F(ForeignChangeTest, FragmentThatWasPutInCompletesItsUnit) {
     receive(rtp(1, kTimestamp, fragment(kStart, {1})));
     session.m_mediaPacketList[2] = fragmentPacket(2, kMiddle);
@@ -564,6 +578,35 @@ TEST_F(ForeignChangeTest, NullEntriesThatAreFilledCount) {
     session.m_mediaPacketList[11] = packetOf(group.media[1]);
     receive(rtp(61, kOther, unitOf(61)));
     EXPECT_THAT(session.handedOver, ElementsAre(60, 61, 12));
+}
+
+// Each of the two packets is longer than the parity, and a line says so.
+TEST_F(ForeignChangeTest, PacketThatATraceCallbackTakesOutStaysInTheTryOfThatMoment) {
+    for (const unsigned short seq : {10, 11}) {
+        receive(rtp(seq, kTimestamp, join({unitOf(seq), pattern(20, seq)})));
+    }
+    XorFec fec;
+    fec.seq = 500;
+    fec.base = 10;
+    fec.mask = 0xe00000;
+    fec.parity = pattern(4, 1);
+    std::unique_ptr<CTalRtpPacket> taken;
+    TraceCatcher trace(1);
+    trace.onLine = [&](const TraceLine&) {
+        if (taken == nullptr) {
+            taken.reset(session.m_mediaPacketList.at(11));
+            session.m_mediaPacketList.erase(11);
+            EXPECT_EQ(session.getMediaPacketBySeq(11), nullptr);
+        }
+    };
+    receive(fec.bytes());
+    trace.onLine = nullptr;
+    const std::string line =
+        "recovered packet size is too small, recoveredSeq = 12, recoveredLen = 4, recoverLen = ";
+    EXPECT_THAT(trace.messages(),
+                ElementsAre(testing::HasSubstr(line), testing::HasSubstr(line), testing::_, testing::_));
+    ASSERT_NE(taken, nullptr);
+    EXPECT_EQ(taken->get_sequence_number(), 11);
 }
 
 TEST_F(ForeignChangeTest, MediaThatWasTakenOutIsMissingToAGroup) {

@@ -413,22 +413,22 @@ TEST_F(RsStepBudgetTest, MediaBehindGroupsOfEveryBaseAndLengthCostsATreeForEachB
     EXPECT_EQ(kNumbers, fecCount());
 }
 
-TEST_F(RsStepBudgetTest, AFecPacketIsCountedInTheGroupsAroundItOnly) {
+TEST_F(RsStepBudgetTest, FecPacketIsCountedInTheGroupsAroundItOnly) {
     for (unsigned int i = 0; i < kNumbers; ++i) {
         ASSERT_LE(input(parity(i, 2 * i, 129, 127, 0, 0)), 127 * 3 + kTree) << i;
     }
     EXPECT_EQ(kNumbers, fecCount());
 }
 
-// A group in a large tree is counted where it stands: those above it hear of it only when it lacks the least.
-TEST_F(RsStepBudgetTest, AFecPacketIsCountedInTheGroupsOfOneTreeWithoutASearchForEach) {
+// A group in a large tree is counted where it is: those above it hear of it only when it lacks the least.
+TEST_F(RsStepBudgetTest, FecPacketIsCountedInTheGroupsOfOneTreeWithoutASearchForEach) {
     for (unsigned int i = 0; i < kNumbers; ++i) {
         ASSERT_LE(input(parity(i, 1000, 129, 127, 0, 0)), 127 * 3 + kTree) << i;
     }
     EXPECT_EQ(kNumbers, fecCount());
 }
 
-TEST_F(RsStepBudgetTest, AFecPacketLooksAtNoGroupThatIsTooShortForIt) {
+TEST_F(RsStepBudgetTest, FecPacketLooksAtNoGroupThatIsTooShortForIt) {
     for (unsigned int i = 0; i < kNumbers; ++i) {
         ASSERT_LE(input(parity(i, 2 * i, 129, 1 + i % 10, 0, 0)), 10 + kPerDatagram) << i;
     }

@@ -34,6 +34,7 @@ struct RunRules {
 
 class TimestampRecordsTest : public StoreTest {
 protected:
+    TimestampRecordsTest() { records.remember(); }
     ~TimestampRecordsTest() override {
         records.clear();
         while (!mediaList.empty()) {

@@ -60,8 +60,9 @@ public:
     bool isShort = false;
     // The sink is being called: an exception is the host's own.
     bool isInSink = false;
-    // The session's class is a host's, which may exchange packets in their entries.
-    bool isHost = false;
+    // The session's class is a host's, which may exchange packets in their entries; until a call of the
+    // library's class, whose public functions are all that a host can call, it has to be believed.
+    bool isHost = true;
     // The hooks are being asked for the bounds of all packets, and have to be asked once more.
     bool isAsking = false;
     bool mustAskAgain = false;
@@ -69,10 +70,10 @@ public:
     // A round of tries goes on, in which no media packet changes, and `windowSizes` remembers their sizes.
     bool isInRound = false;
 
-    // Notes that the session's class is a host's.
-    void setHost() {
-        isHost = true;
-        records.search();
+    // Notes that the session's class is the library's, before anything is stored.
+    void setStock() {
+        isHost = false;
+        records.remember();
     }
 
     CMediaStore media;

@@ -27,9 +27,9 @@ public:
     // Forgets everything and learns the records of the list. Throws std::bad_alloc, with nothing changed,
     // when memory is short.
     void rebuild();
-    // From now on nothing is remembered that a host's class could exchange in its place: records of units and
-    // of timestamps are searched in the lists.
-    void search() { m_isSearching = true; }
+    // Lets records of units and of timestamps be remembered, since nobody exchanges them in their places.
+    // Until then they are searched in the lists each time.
+    void remember() { m_isSearching = false; }
     // Returns whether the entry of a record in the list holds it, under the timestamp that the store knows.
     bool isTrue(const stTalRtpTSInfo* record) const {
         return record->m_keeper == this && record->m_entry->second == record;
@@ -106,7 +106,7 @@ private:
     CAgeOrder m_order;
     stTalRtpTSInfo* m_last = nullptr;  // the one used last
     OpenUnit m_open = OpenUnit();
-    bool m_isSearching = false;
+    bool m_isSearching = true;
     bool m_isBereft = false;
 };
 
