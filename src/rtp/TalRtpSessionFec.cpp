@@ -422,10 +422,8 @@ CTalRtpPacket* CMMRTPSessionBase::recoverPacket(unsigned short seq, CRTPFECPacke
     const auto sizeOf = [packetAt](unsigned int i) {
         return CPacketAccess::packetSize(packetAt(i)) - kFixedHeaderSize;
     };
-    if (!m_index->isInRound) {
-        m_index->windowSizes.forget();
-    }
-    const int length = fecPacket->get_fec_recover_length() ^ m_index->windowSizes.sum(base, present, sizeOf);
+    const int length =
+        fecPacket->get_fec_recover_length() ^ m_index->sizesForTry().sum(base, present, sizeOf);
     // Forged parity mostly fails here, before a byte of a packet is read, unless somebody reads the lines
     // about packets that are too long.
     if (length > bodyCapacity && !isTraced(TRACE_WARNING)) {

@@ -81,6 +81,13 @@ public:
     CFecStore fec;
     CHandoverBuffer handover;
     CWindowSizes windowSizes;
+    // **Lends** the sizes that a try may use: none of before, except in a round.
+    CWindowSizes& sizesForTry() {
+        if (!isInRound) {
+            windowSizes.forget();
+        }
+        return windowSizes;
+    }
 
     // The steps of the media store that FEC packets wait for, with what these do then.
 
