@@ -169,8 +169,8 @@ private:
         return blocks;
     }
 
-    // Tells whether `sum` is the sum of the blocks times the coefficients, each block zero behind its end,
-    // and as long as the longest of them.
+    // Returns whether `sum` is the sum of the blocks times the coefficients, with zeros after the end of each
+    // block, and as long as the longest of them.
     static bool isSum(const ExactBuffer& sum, const std::vector<ExactBuffer>& blocks,
                       const unsigned char* coefficients) {
         static Bytes expected;
@@ -186,7 +186,7 @@ private:
         return longest == sum.size() && std::equal(expected.begin(), expected.end(), sum.data());
     }
 
-    // Tells whether `block` is the source, as far as it goes, with zeros behind.
+    // Returns whether `block` is the source, as far as it goes, with zeros after it.
     static bool isPadded(const ExactBuffer& block, const ExactBuffer& source) {
         const int size = std::min(block.size(), source.size());
         return std::equal(source.data(), source.data() + size, block.data()) &&

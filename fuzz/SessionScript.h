@@ -171,7 +171,7 @@ public:
 private:
     typedef model::Action Action;
 
-    // What scripts need, one at a time.
+    // Memory of the scripts, which run one at a time.
     struct Memory {
         Kept<Bytes> sent;
         Kept<Action> due;

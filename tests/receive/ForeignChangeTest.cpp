@@ -293,6 +293,18 @@ protected:
         ASSERT_THAT(session.handedOver, ElementsAre(10, 60));
         ASSERT_EQ(session.m_fecPacketList.size(), 2u);
     }
+    // Rebuilt packets 20 and 21 wait. Once 20 was handed over, after a received packet, a packet is put in,
+    // and `thrower` runs in the hook that is asked about it.
+    void throwBeforeTheSecondRebuiltPacketIsStored(std::function<void(S&)> thrower) {
+        session.m_recoverPacketList[20] = unitPacket(20);
+        session.m_recoverPacketList[21] = unitPacket(21);
+        session.arm(Place::kSink, [thrower](S& s) {
+            s.arm(Place::kSink, [thrower](S& dealing) {
+                dealing.m_mediaPacketList[9] = unitPacket(9);
+                dealing.arm(Place::kIsStart, thrower);
+            });
+        });
+    }
     void letEachHookBeCalled() {
         receive(rtp(11, kTimestamp, unitOf(11)));
         session.ForceHandover(kTimestamp);
@@ -514,14 +526,7 @@ TEST_F(ForeignChangeTest, HookThatTakesTheNewPacketOutAndThrowsOwnsIt) {
 
 // The hook is asked about a change before it is known whether the second packet is new.
 TEST_F(ForeignChangeTest, RebuiltPacketIsFreedWhenAHookThrowsBeforeItIsStored) {
-    session.m_recoverPacketList[20] = unitPacket(20);
-    session.m_recoverPacketList[21] = unitPacket(21);
-    session.arm(Place::kSink, [](S& s) {
-        s.arm(Place::kSink, [](S& dealing) {
-            dealing.m_mediaPacketList[9] = unitPacket(9);
-            dealing.arm(Place::kIsStart, [](S&) { throw std::runtime_error("asked about 9"); });
-        });
-    });
+    throwBeforeTheSecondRebuiltPacketIsStored([](S&) { throw std::runtime_error("asked about 9"); });
     EXPECT_THROW(receive(rtp(1, kTimestamp, unitOf(1))), std::runtime_error);
     EXPECT_THAT(session.m_recoverPacketList, IsEmpty());
     EXPECT_EQ(media(21), nullptr);
@@ -532,14 +537,7 @@ TEST_F(ForeignChangeTest, RebuiltPacketIsFreedWhenAHookThrowsBeforeItIsStored) {
 // Memory that is short for a host's hook is short for the packet, which is tried once more since another was
 // new.
 TEST_F(ForeignChangeTest, RebuiltPacketIsDealtLaterWhenAHookFindsNoMemoryBeforeItIsStored) {
-    session.m_recoverPacketList[20] = unitPacket(20);
-    session.m_recoverPacketList[21] = unitPacket(21);
-    session.arm(Place::kSink, [](S& s) {
-        s.arm(Place::kSink, [](S& dealing) {
-            dealing.m_mediaPacketList[9] = unitPacket(9);
-            dealing.arm(Place::kIsStart, [](S&) { throw std::bad_alloc(); });
-        });
-    });
+    throwBeforeTheSecondRebuiltPacketIsStored([](S&) { throw std::bad_alloc(); });
     EXPECT_EQ(receive(rtp(1, kTimestamp, unitOf(1))), -1);
     EXPECT_THAT(session.m_recoverPacketList, IsEmpty());
     EXPECT_EQ(receive(rtp(2, kTimestamp, unitOf(2))), 0);

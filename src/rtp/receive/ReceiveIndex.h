@@ -60,14 +60,14 @@ public:
     bool isShort = false;
     // The sink is being called: an exception is the host's own.
     bool isInSink = false;
-    // The session's class is a host's, which may exchange packets in their entries; until a call of the
-    // library's class, whose public functions are all that a host can call, it has to be believed.
+    // The session's class is a host's, which may exchange packets in their entries. True until a public call
+    // finds the library's class: a derived class may call protected functions first.
     bool isHost = true;
     // The hooks are being asked for the bounds of all packets, and have to be asked once more.
     bool isAsking = false;
     bool mustAskAgain = false;
 
-    // A round of tries goes on, in which no media packet changes, and `windowSizes` remembers their sizes.
+    // A round of tries goes on in a session of the library's class: `windowSizes` remembers sizes.
     bool isInRound = false;
 
     // Notes that the session's class is the library's, before anything is stored.
